@@ -169,26 +169,14 @@ notype_ptr_t const* variant_t::notype_ptr() const noexcept {
 
 int variant_t::string_compare(char const* a, char const* b) {
   if (a == b) return 0;
-  if (!a) a = "";
-  if (!b) b = "";
-  for (;; ++a, ++b) {
-    auto const ca = static_cast<unsigned char>(*a);
-    auto const cb = static_cast<unsigned char>(*b);
-    if (ca != cb) return ca < cb ? -1 : 1;
-    if (ca == 0) return 0;
-  }
+  int const c = std::strcmp(a ? a : "", b ? b : "");  // compares as unsigned bytes
+  return (c > 0) - (c < 0);
 }
 
 int variant_t::string_compare(wchar_t const* a, wchar_t const* b) {
   if (a == b) return 0;
-  if (!a) a = L"";
-  if (!b) b = L"";
-  for (;; ++a, ++b) {
-    auto const ca = static_cast<std::uint32_t>(*a);
-    auto const cb = static_cast<std::uint32_t>(*b);
-    if (ca != cb) return ca < cb ? -1 : 1;
-    if (ca == 0) return 0;
-  }
+  int const c = std::wcscmp(a ? a : L"", b ? b : L"");
+  return (c > 0) - (c < 0);
 }
 
 // One case analysis serves all six comparison operators: each step applies the

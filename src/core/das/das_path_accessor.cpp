@@ -29,11 +29,13 @@ Bag* walk(Bag* bag, wchar_t const* path, wchar_t const** leaf, Step step) {
   return bag;
 }
 
-// True when source is destination or lives inside it, so that changing destination
-// could change or destroy source while it is read.
+// True when one bag is the other or lives inside it (as far as the parent links tell),
+// so that changing destination could change or destroy source while it is read.
 bool overlaps(variant_bag_t const& destination, variant_bag_t const& source) {
   for (variant_bag_t const* p = &source; p; p = p->get_parent())
     if (p == &destination) return true;
+  for (variant_bag_t const* p = &destination; p; p = p->get_parent())
+    if (p == &source) return true;
   return false;
 }
 
