@@ -21,6 +21,7 @@
 #include <quillon2/das/variant_bag_serialization.hpp>
 
 #include "core/das/include/das_assert.hpp"
+#include "core/das/include/element_form.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
@@ -305,8 +306,9 @@ int element_writer_t::write_document(variant_bag_t const& bag) {
   return k_success;
 }
 
-// The element form in memory, UTF-8. A failure leaves `out` empty.
-int write_element_form(variant_bag_t const& bag, std::string& out, std::string& why) {
+}  // namespace
+
+int internal::write_element_form(variant_bag_t const& bag, std::string& out, std::string& why) {
   out.clear();
   xmlBufferPtr buffer = xmlBufferCreate();
   if (buffer == nullptr) return k_general_failure;
@@ -326,6 +328,8 @@ int write_element_form(variant_bag_t const& bag, std::string& out, std::string& 
   xmlBufferFree(buffer);
   return result;
 }
+
+namespace {
 
 // ---------------------------------------------------------------------------------------
 // Reading
@@ -485,6 +489,12 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
   return k_success;
 }
 
+std::wstring wide_text(std::string const& utf8) {
+  std::wstring wide;
+  internal::append_utf8_as_wide(wide, utf8.data(), utf8.size());
+  return wide;
+}
+
 bool is_root(xmlDoc* doc, xmlNode*& root) {
   root = xmlDocGetRootElement(doc);
   return root != nullptr && root->ns == nullptr &&
@@ -523,24 +533,72 @@ xmlNode* find_start(xmlNode* root, std::string const& path) {
 
 }  // namespace
 
+int internal::read_element_form_file(variant_bag_t& bag, std::string const& native_name,
+                                     char const* path, std::string& why) {
+  ensure_xml_safety();
+  std::string content;
+  if (!read_file_locked(native_name, content, why)) return k_general_failure;
+  xml_doc_ptr_t doc = safe_read_memory(content.data(), content.size(), nullptr,
+                                       k_file_read_options);
+  xmlNode* root = nullptr;
+  if (!doc) {
+    why = last_xml_parse_error();
+    return k_general_failure;
+  }
+  if (!is_root(doc.get(), root)) {
+    why = "the document element is not \"root\"";
+    return k_general_failure;
+  }
+  if (path == nullptr) {
+    why = "no path";
+    return k_general_failure;
+  }
+  xmlNode* start = find_start(root, path);
+  if (start == nullptr) {
+    why = std::string("no element at the path \"") + path + "\"";
+    return k_general_failure;
+  }
+  element_reader_t reader;
+  int const result = reader.read_children(start, bag);
+  if (is_failure(result)) why = "a blob with an odd number of hexadecimal digits";
+  return result;
+}
+
+int internal::read_element_form_text(variant_bag_t& bag, char const* utf8, std::size_t size,
+                                     std::string& why) {
+  // The bytes are UTF-8 whatever the declaration says.
+  xml_doc_ptr_t doc = safe_read_memory(utf8, size, "UTF-8", k_string_read_options);
+  xmlNode* root = nullptr;
+  if (!doc) {
+    why = last_xml_parse_error();
+    return k_general_failure;
+  }
+  if (!is_root(doc.get(), root)) {
+    why = "the document element is not \"root\"";
+    return k_general_failure;
+  }
+  element_reader_t reader;
+  int const result = reader.read_children(root, bag);
+  if (is_failure(result)) why = "a blob with an odd number of hexadecimal digits";
+  return result;
+}
+
 int save_variant_bag(variant_bag_t const& bag, wchar_t const* file_name) {
   if (file_name == nullptr) return k_general_failure;
   internal::ensure_xml_safety();
-  std::string const native = internal::native_file_name(file_name);
   std::string text;
   std::string why;
-  int const result = write_element_form(bag, text, why);
+  int const result = internal::write_element_form(bag, text, why);
   if (is_failure(result)) {
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag to " << file_name << L": "
-                                    << KESMET_2_18::strings::utf8_to_utf16(why));
+           L"cannot save a bag to " << file_name << L": " << wide_text(why));
     return result;
   }
   internal::atomic_file_writer_t file;
-  if (!file.open(native) || !file.write(text.data(), text.size()) || !file.commit()) {
+  if (!file.open(internal::native_file_name(file_name)) ||
+      !file.write(text.data(), text.size()) || !file.commit()) {
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag to " << file_name << L": "
-                                    << KESMET_2_18::strings::utf8_to_utf16(file.why()));
+           L"cannot save a bag to " << file_name << L": " << wide_text(file.why()));
     return k_general_failure;
   }
   return k_success;
@@ -551,10 +609,10 @@ int save_variant_bag_to_string(variant_bag_t const& bag, variant_t* text) {
   internal::ensure_xml_safety();
   std::string utf8;
   std::string why;
-  int const result = write_element_form(bag, utf8, why);
+  int const result = internal::write_element_form(bag, utf8, why);
   if (is_failure(result)) {
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag to text: " << KESMET_2_18::strings::utf8_to_utf16(why));
+           L"cannot save a bag to text: " << wide_text(why));
     return result;
   }
   std::wstring wide;
@@ -566,31 +624,17 @@ int save_variant_bag_to_string(variant_bag_t const& bag, variant_t* text) {
 int load_variant_bag(variant_bag_t& bag, wchar_t const* file_name, wchar_t const* path) {
   if (file_name == nullptr) return k_general_failure;
   bag.clear();
-  internal::ensure_xml_safety();
-  std::string content;
+  std::string utf8_path;
+  if (path != nullptr) internal::append_wide_as_utf8(utf8_path, path, std::wcslen(path));
   std::string why;
-  if (!internal::read_file_locked(internal::native_file_name(file_name), content, why)) {
-    Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot load a bag from " << file_name << L": "
-                                      << KESMET_2_18::strings::utf8_to_utf16(why));
-    return k_general_failure;
+  int const result = internal::read_element_form_file(
+      bag, internal::native_file_name(file_name), path != nullptr ? utf8_path.c_str() : nullptr,
+      why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from " << file_name << L": " << wide_text(why));
   }
-  internal::xml_doc_ptr_t doc =
-      internal::safe_read_memory(content.data(), content.size(), nullptr, k_file_read_options);
-  xmlNode* root = nullptr;
-  if (!doc || !is_root(doc.get(), root)) {
-    Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot load a bag from "
-               << file_name << L": "
-               << (doc ? std::wstring(L"the document element is not \"root\"")
-                       : KESMET_2_18::strings::utf8_to_utf16(internal::last_xml_parse_error())));
-    return k_general_failure;
-  }
-  if (path == nullptr) return k_general_failure;
-  xmlNode* start = find_start(root, KESMET_2_18::strings::utf16_to_utf8(path));
-  if (start == nullptr) return k_general_failure;
-  element_reader_t reader;
-  return reader.read_children(start, bag);
+  return result;
 }
 
 int load_variant_bag_from_string(variant_bag_t& bag, variant_t const& text) {
@@ -602,13 +646,13 @@ int load_variant_bag_from_string(variant_bag_t& bag, variant_t const& text) {
   wchar_t const* wide = text.get<wchar_t const*>();
   std::string utf8;
   if (wide != nullptr) internal::append_wide_as_utf8(utf8, wide, std::wcslen(wide));
-  // The bytes are UTF-8 whatever the declaration says.
-  internal::xml_doc_ptr_t doc =
-      internal::safe_read_memory(utf8.data(), utf8.size(), "UTF-8", k_string_read_options);
-  xmlNode* root = nullptr;
-  if (!doc || !is_root(doc.get(), root)) return k_general_failure;
-  element_reader_t reader;
-  return reader.read_children(root, bag);
+  std::string why;
+  int const result = internal::read_element_form_text(bag, utf8.data(), utf8.size(), why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from text: " << wide_text(why));
+  }
+  return result;
 }
 
 }  // namespace quillon2

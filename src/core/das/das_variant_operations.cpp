@@ -10,6 +10,7 @@
 
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/das/variant_operations.hpp>
 #include <quillon2/headers/kesmet.hpp>
 

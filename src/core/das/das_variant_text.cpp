@@ -139,29 +139,29 @@ bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t
       out = variant_t();
       return true;
     case text_type_t::s8:
-      out = variant_t(static_cast<char>(str_to_int8(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<char>(str_to_int8(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::u8:
-      out = variant_t(static_cast<unsigned char>(str_to_uint8(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<unsigned char>(str_to_uint8(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::s16:
-      out = variant_t(static_cast<short>(str_to_int16(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<short>(str_to_int16(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::u16:
       out = variant_t(
-          static_cast<unsigned short>(str_to_uint16(s, length, radix_t::base(), false)));
+          static_cast<unsigned short>(str_to_uint16(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::s32:
-      out = variant_t(static_cast<int>(str_to_int32(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<int>(str_to_int32(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::u32:
-      out = variant_t(static_cast<unsigned int>(str_to_uint32(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<unsigned int>(str_to_uint32(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::s64:
-      out = variant_t(static_cast<s64_t>(str_to_int64(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<s64_t>(str_to_int64(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::u64:
-      out = variant_t(static_cast<u64_t>(str_to_uint64(s, length, radix_t::base(), false)));
+      out = variant_t(static_cast<u64_t>(str_to_uint64(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::single: {
       std::string const narrow = narrow_number_text(s, length);
