@@ -17,41 +17,55 @@
 
 #include <quillon2/core/assert.hpp>
 #include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
+#include "das/assert_capture.hpp"
 #include "support/temp_dir.hpp"
 
 namespace ql2 = quillon2;
 using ql2::variant_bag_t;
 using ql2::variant_t;
 
+namespace xml_test {
+
+// An object that saves one number, or fails its save with a code of its own.
+class point_t : public ql2::serializable_object_interface_t {
+ public:
+  int save(variant_bag_t& out) const override {
+    if (m_fail != 0) return m_fail;
+    out.put<variant_t>(L"x", variant_t(m_x));
+    return 1;
+  }
+  int load(variant_bag_t const& in) override {
+    m_x = in.get_variant(L"x", variant_t(-1)).get<ql2::s32_t>();
+    return 1;
+  }
+  static int das_create_this_object(ql2::sptr_t<ql2::serializable_object_interface_t>& result) {
+    result = ql2::sptr_t<ql2::serializable_object_interface_t>(new ql2::ref_counted_t<point_t>());
+    return 1;
+  }
+  int m_x = 0;
+  int m_fail = 0;
+
+ protected:
+  ql2::u32_t get_type() const override {
+    return ql2::get_type_from_string(L"dasID_xml_test::point_t");
+  }
+};
+
+class opaque_t : public ql2::object_interface_t {};
+
+}  // namespace xml_test
+
+QUILLON_DAS_REGISTER_SERIALIZABLE_TYPE(xml_test::point_t);
+
 namespace {
 
 constexpr int k_failure = 0x40000001;
-
-std::vector<std::string>& assertions() {
-  static std::vector<std::string> seen;
-  return seen;
-}
-
-void capture_assertion(char const* condition, char const*, unsigned, char const*) {
-  assertions().push_back(condition);
-}
-
-// Captures the library's assertions for the life of a test.
-class assertion_capture_t {
- public:
-  assertion_capture_t() : m_previous(ql2::internal::set_assert_hook(&capture_assertion)) {
-    assertions().clear();
-  }
-  ~assertion_capture_t() { ql2::internal::set_assert_hook(m_previous); }
-
- private:
-  ql2::internal::assert_hook_t m_previous;
-};
 
 std::wstring to_text(variant_bag_t const& bag) {
   variant_t text;
@@ -202,14 +216,14 @@ TEST(BagXmlDocument, EmptyBlobIsOneLineFeedAndHiddenNamesAreNotWritten) {
 }
 
 TEST(BagXmlDocument, NarrowTextIsDeprecatedAndLeftOut) {
-  assertion_capture_t capture;
+  q2test::assert_capture_t capture;
   variant_bag_t bag;
   bag.add<variant_t>(L"narrow", variant_t("abc", false));
   bag.add<variant_t>(L"kept", variant_t(1));
   EXPECT_EQ(L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root>\n <kept type=\"s32_t\">1</kept>\n</root>\n",
             to_text(bag));
-  ASSERT_EQ(1u, assertions().size());
-  EXPECT_EQ("\"vtString type is deprecated on windows!\" == NULL", assertions()[0]);
+  EXPECT_EQ(1u, capture.count());
+  EXPECT_TRUE(capture.saw("\"vtString type is deprecated on windows!\" == NULL"));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -289,6 +303,56 @@ TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
   EXPECT_NE(std::wstring::npos, saved.find(L"<x type=\"s32_t\">3</x>"));
 }
 
+TEST(BagXmlRoundTrip, ObjectOfARegisteredTypeIsSavedAndComesBack) {
+  ql2::notype_ptr_t pointer;
+  ASSERT_EQ(1, ql2::das_create(L"dasID_xml_test::point_t", pointer, nullptr));
+  ql2::sptr_t<xml_test::point_t> point = pointer.get<xml_test::point_t>();
+  ASSERT_TRUE(point);
+  point->m_x = 7;
+  variant_bag_t bag;
+  bag.put<variant_t>(L"p", variant_t(pointer));
+  bag.put<variant_t>(L"seen", variant_t(ql2::notype_ptr_t(
+      point.get(), ql2::get_type_from_string(L"dasID_constxml_test::point_t"))));
+
+  std::wstring const text = to_text(bag);
+  EXPECT_NE(std::wstring::npos,
+            text.find(L"<p type=\"pointer\" type_id=\"dasID_xml_test::point_t\">\n"
+                      L"  <x type=\"s32_t\">7</x>\n </p>"));
+  EXPECT_NE(std::wstring::npos,
+            text.find(L"<seen type=\"pointer\" type_id=\"dasID_xml_test::point_t\" "
+                      L"ptr_type=\"dasID_constxml_test::point_t\">"));
+  variant_bag_t loaded;
+  ASSERT_EQ(1, from_text(loaded, text));
+  ql2::notype_ptr_t const* back = loaded.get<ql2::notype_ptr_t>(L"p");
+  ASSERT_NE(nullptr, back);
+  ql2::sptr_t<xml_test::point_t> loaded_point = back->get<xml_test::point_t>();
+  ASSERT_TRUE(loaded_point);
+  EXPECT_EQ(7, loaded_point->m_x);
+  EXPECT_EQ(text, to_text(loaded));
+}
+
+TEST_F(BagXmlFile, ObjectsThatCannotBeSavedPassTheirCodeOnAndWriteNothing) {
+  variant_bag_t good;
+  good.add<variant_t>(L"v", variant_t(1));
+  ASSERT_EQ(1, ql2::save_variant_bag(good, name("o.xml").c_str()));
+  std::string const before = file_text(m_dir.file("o.xml"));
+
+  ql2::sptr_t<xml_test::point_t> point(new ql2::ref_counted_t<xml_test::point_t>());
+  point->m_fail = 0x40000123;
+  variant_bag_t failing;
+  failing.add<variant_t>(L"p", variant_t(ql2::notype_ptr_t(point)));
+  EXPECT_EQ(0x40000123, ql2::save_variant_bag(failing, name("o.xml").c_str()));
+  variant_t text(L"unchanged", false);
+  EXPECT_EQ(0x40000123, ql2::save_variant_bag_to_string(failing, &text));
+  EXPECT_STREQ(L"unchanged", text.get<wchar_t const*>());
+
+  ql2::sptr_t<xml_test::opaque_t> opaque(new ql2::ref_counted_t<xml_test::opaque_t>());
+  variant_bag_t unsavable;
+  unsavable.add<variant_t>(L"o", variant_t(ql2::notype_ptr_t(opaque.get(), 0)));
+  EXPECT_EQ(0x40000066, ql2::save_variant_bag(unsavable, name("o.xml").c_str()));
+  EXPECT_EQ(before, file_text(m_dir.file("o.xml")));
+}
+
 // ---------------------------------------------------------------------------------------
 // Reading
 
@@ -328,11 +392,11 @@ TEST(BagXmlLoad, MalformedAndForeignDocumentsFailWithAnEmptyBag) {
     EXPECT_EQ(k_failure, from_text(bag, text)) << KESMET_2_18::strings::utf16_to_utf8(text);
     EXPECT_TRUE(bag.is_empty());
   }
-  assertion_capture_t capture;
+  q2test::assert_capture_t capture;
   variant_bag_t bag;
   EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string(bag, variant_t(3)));
-  ASSERT_EQ(1u, assertions().size());
-  EXPECT_EQ("can_get<const wchar_t*>()", assertions()[0]);
+  EXPECT_EQ(1u, capture.count());
+  EXPECT_TRUE(capture.saw("can_get<const wchar_t*>()"));
 }
 
 TEST(BagXmlLoad, InternalEntitiesAreSubstituted) {

@@ -8,44 +8,30 @@
 
 #include <gtest/gtest.h>
 
-#include <quillon2/core/assert.hpp>
 #include <quillon2/das/notype_ptr.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/das/variant_operations.hpp>
 
+#include "das/assert_capture.hpp"
+
 namespace ql2 = quillon2;
 using ql2::variant_t;
 
 namespace {
 
-std::vector<std::string>& reports() {
-  static std::vector<std::string> seen;
-  return seen;
-}
-
-void record(char const* condition, char const*, unsigned, char const*) {
-  reports().push_back(condition);
-}
-
 // Every test sees the assertions its own calls report.
 class VariantMath : public ::testing::Test {
  protected:
-  void SetUp() override {
-    reports().clear();
-    m_previous = ql2::internal::set_assert_hook(&record);
-  }
-  void TearDown() override { ql2::internal::set_assert_hook(m_previous); }
-
   static std::vector<std::string> taken() {
     std::vector<std::string> result;
-    result.swap(reports());
+    result.swap(q2test::assert_capture_t::reports());
     return result;
   }
 
  private:
-  ql2::internal::assert_hook_t m_previous = nullptr;
+  q2test::assert_capture_t m_capture;
 };
 
 variant_t w(wchar_t const* text) { return variant_t(text, false); }
