@@ -95,17 +95,15 @@ class element_writer_t {
 };
 
 bool element_writer_t::start_element(wchar_t const* name) {
-  std::size_t const length = name != nullptr ? std::wcslen(name) : 0;
-  if (!internal::is_xml_name(name, length)) {
-    m_why = "an entry name that XML cannot hold";
-    return false;
-  }
   if (m_depth + 1 > k_max_element_depth) {
     m_why = "nesting deeper than a document may be";
     return false;
   }
   m_scratch.clear();
-  internal::append_xml_text_utf8(m_scratch, name, length);
+  if (!internal::append_xml_name_utf8(m_scratch, name)) {
+    m_why = "an entry name that XML cannot hold";
+    return false;
+  }
   if (m_scratch.size() > k_max_name_bytes) {
     m_why = "an entry name too long for a document";
     return false;
@@ -175,14 +173,14 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
     if (is_failure(result)) return result;
   } else if (type == vtWString || type == vtWCharPtr) {
     wchar_t const* text = value.get<wchar_t const*>();
-    std::size_t const length = text != nullptr ? std::wcslen(text) : 0;
-    if (length != 0) {
+    if (text != nullptr && *text != L'\0') {
+      // Escaped here as the writer would escape it, in the same pass that checks it.
       m_scratch.clear();
-      if (!internal::append_xml_text_utf8(m_scratch, text, length)) {
+      if (!internal::append_escaped_xml_text(m_scratch, text)) {
         return fail("text with characters that XML cannot hold");
       }
       if (m_scratch.size() > k_max_text_bytes) return fail("a text too long for a document");
-      if (xmlTextWriterWriteString(m_writer, xml_text(m_scratch.c_str())) < 0) {
+      if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) {
         return k_general_failure;
       }
     }
@@ -310,22 +308,25 @@ int element_writer_t::write_document(variant_bag_t const& bag) {
 
 int internal::write_element_form(variant_bag_t const& bag, std::string& out, std::string& why) {
   out.clear();
-  xmlBufferPtr buffer = xmlBufferCreate();
-  if (buffer == nullptr) return k_general_failure;
-  xmlTextWriterPtr writer = xmlNewTextWriterMemory(buffer, 0);
+  // The writer prints straight into `out`; libxml2 flushes its own buffer into it in
+  // chunks, and on closing.
+  auto const append = [](void* context, char const* data, int size) {
+    static_cast<std::string*>(context)->append(data, static_cast<std::size_t>(size));
+    return size;
+  };
+  auto const close = [](void*) { return 0; };
+  xmlOutputBufferPtr output = xmlOutputBufferCreateIO(append, close, &out, nullptr);
+  if (output == nullptr) return k_general_failure;
+  xmlTextWriterPtr writer = xmlNewTextWriter(output);  // owns `output` from here on
   if (writer == nullptr) {
-    xmlBufferFree(buffer);
+    xmlOutputBufferClose(output);
     return k_general_failure;
   }
   element_writer_t element_writer(writer);
   int const result = element_writer.write_document(bag);
-  xmlFreeTextWriter(writer);  // flushes into the buffer
-  if (!is_failure(result)) {
-    out.assign(reinterpret_cast<char const*>(xmlBufferContent(buffer)),
-               static_cast<std::size_t>(xmlBufferLength(buffer)));
-  }
+  xmlFreeTextWriter(writer);
   why = element_writer.why();
-  xmlBufferFree(buffer);
+  if (is_failure(result)) out.clear();
   return result;
 }
 
@@ -344,9 +345,9 @@ class element_reader_t {
   static bool blob_from_text(char const* text, std::vector<unsigned char>& bytes);
 
   // libxml2 keeps names in a dictionary, so one name is one pointer: converted once.
+  // The maps never drop an entry, so a returned name stays valid for the whole read.
   std::unordered_map<xmlChar const*, std::wstring> m_names;
-  std::wstring m_qualified;
-  std::wstring m_text;
+  std::unordered_map<std::string, std::wstring> m_qualified;
   std::vector<unsigned char> m_bytes;
 };
 
@@ -356,16 +357,22 @@ std::wstring const& element_reader_t::wide_name(xmlNode const* node) {
     std::string qualified = reinterpret_cast<char const*>(node->ns->prefix);
     qualified += ':';
     qualified += reinterpret_cast<char const*>(node->name);
-    m_qualified.clear();
-    internal::append_utf8_as_wide(m_qualified, qualified.data(), qualified.size());
-    return m_qualified;
+    auto found = m_qualified.find(qualified);
+    if (found == m_qualified.end()) {
+      std::wstring wide;
+      internal::append_utf8_as_wide(wide, qualified.data(), qualified.size());
+      found = m_qualified.emplace(std::move(qualified), std::move(wide)).first;
+    }
+    return found->second;
   }
-  auto const found = m_names.find(node->name);
-  if (found != m_names.end()) return found->second;
-  std::wstring wide;
-  char const* name = reinterpret_cast<char const*>(node->name);
-  internal::append_utf8_as_wide(wide, name, std::strlen(name));
-  return m_names.emplace(node->name, std::move(wide)).first->second;
+  auto found = m_names.find(node->name);
+  if (found == m_names.end()) {
+    std::wstring wide;
+    char const* name = reinterpret_cast<char const*>(node->name);
+    internal::append_utf8_as_wide(wide, name, std::strlen(name));
+    found = m_names.emplace(node->name, std::move(wide)).first;
+  }
+  return found->second;
 }
 
 xmlChar const* element_reader_t::attribute_text(xmlNode const* node, char const* name) {
@@ -434,7 +441,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     char const* word = reinterpret_cast<char const*>(type_word);
     text_type_t const type =
         internal::text_type_from_word(word, word != nullptr ? std::strlen(word) : 0);
-    std::wstring const name = wide_name(node);
+    std::wstring const& name = wide_name(node);
 
     if (type == text_type_t::pointer) {
       variant_bag_t data;
@@ -478,9 +485,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       if (!blob_from_text(s, m_bytes)) return k_general_failure;
       value = variant_t(static_cast<void const*>(m_bytes.data()), static_cast<u64_t>(m_bytes.size()));
     } else if (type == text_type_t::wide_string || type == text_type_t::unknown) {
-      m_text.clear();
-      if (s != nullptr) internal::append_utf8_as_wide(m_text, s, length);
-      value = variant_t(m_text.c_str(), false);
+      value = internal::wide_variant_from_utf8(s, length);
     } else {
       internal::scalar_from_text(value, type, s, length);
     }
@@ -615,9 +620,7 @@ int save_variant_bag_to_string(variant_bag_t const& bag, variant_t* text) {
            L"cannot save a bag to text: " << wide_text(why));
     return result;
   }
-  std::wstring wide;
-  internal::append_utf8_as_wide(wide, utf8.data(), utf8.size());
-  *text = variant_t(wide.c_str(), false);
+  *text = internal::wide_variant_from_utf8(utf8.data(), utf8.size());
   return k_success;
 }
 

@@ -9,6 +9,8 @@
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
+#include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
 
 namespace quillon2::internal {
@@ -269,6 +271,19 @@ bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::s
 bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text,
                       std::size_t length) {
   return scalar_from(out, type, text, length);
+}
+
+variant_t wide_variant_from_utf8(char const* text, std::size_t length) {
+  std::size_t units = 0;
+  decode_utf8(text, length, [&units](char32_t) { ++units; });
+  variant_t value;
+  variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
+  // The block is new and not shared yet: this is its one and only filling.
+  auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
+  if (out == nullptr) return variant_t(L"", false);
+  decode_utf8(text, length, [&out](char32_t c) { *out++ = static_cast<wchar_t>(c); });
+  *out = L'\0';
+  return value;
 }
 
 double parse_double(char const* text, std::size_t length) {

@@ -1,6 +1,8 @@
 // The process-wide refusing entity loader and the safe parse entry points of libxml2.
 #include "core/das/include/xml_safety.hpp"
 
+#include "core/das/include/utf8_codec.hpp"
+
 #include <climits>
 #include <cstdio>
 
@@ -156,66 +158,98 @@ bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t len
   return true;
 }
 
-void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t length) {
-  out.reserve(out.size() + length);
-  for (std::size_t i = 0; i < length; ++i) {
-    auto c = static_cast<char32_t>(text[i]);
-    if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
-      continue;
-    }
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-    if (c < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    } else if (c < 0x10000) {
-      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    } else {
-      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    }
+namespace {
+
+inline void put_utf8(std::string& out, char32_t c) {
+  if (c < 0x80) {
+    out.push_back(static_cast<char>(c));
+  } else if (c < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else if (c < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
     out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
   }
 }
 
-void append_utf8_as_wide(std::wstring& out, char const* text, std::size_t length) {
-  auto const* s = reinterpret_cast<unsigned char const*>(text);
-  std::size_t i = 0;
-  out.reserve(out.size() + length);
-  while (i < length) {
-    unsigned char const b = s[i];
-    if (b < 0x80) {
-      out.push_back(static_cast<wchar_t>(b));
-      ++i;
+}  // namespace
+
+bool append_escaped_xml_text(std::string& out, wchar_t const* text) {
+  if (text == nullptr) return true;
+  for (; *text != L'\0'; ++text) {
+    auto const c = static_cast<char32_t>(*text);
+    if (c >= 0x20 && c < 0x80) {
+      switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default: out.push_back(static_cast<char>(c));
+      }
       continue;
     }
-    std::size_t need;
-    char32_t c;
-    char32_t min;
-    if ((b & 0xE0) == 0xC0) {
-      need = 1, c = b & 0x1F, min = 0x80;
-    } else if ((b & 0xF0) == 0xE0) {
-      need = 2, c = b & 0x0F, min = 0x800;
-    } else if ((b & 0xF8) == 0xF0) {
-      need = 3, c = b & 0x07, min = 0x10000;
-    } else {
-      out.push_back(L'\xFFFD');
-      ++i;
+    if (c == '\r') {
+      out += "&#13;";
       continue;
     }
-    std::size_t j = 1;
-    for (; j <= need && i + j < length && (s[i + j] & 0xC0) == 0x80; ++j) {
-      c = (c << 6) | (s[i + j] & 0x3F);
-    }
-    if (j <= need || c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
-      out.push_back(L'\xFFFD');
-      i += j;
-      continue;
-    }
-    out.push_back(static_cast<wchar_t>(c));
-    i += j;
+    if (!is_xml_char(c)) return false;
+    put_utf8(out, c);
   }
+  return true;
+}
+
+bool append_xml_name_utf8(std::string& out, wchar_t const* name) {
+  if (name == nullptr || !is_xml_name_start_char(static_cast<char32_t>(*name))) return false;
+  for (; *name != L'\0'; ++name) {
+    auto const c = static_cast<char32_t>(*name);
+    if (!is_xml_name_char(c)) return false;
+    put_utf8(out, c);
+  }
+  return true;
+}
+
+void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t length) {
+  auto const scalar = [](wchar_t w) {
+    auto const c = static_cast<char32_t>(w);
+    return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? char32_t{0xFFFD} : c;
+  };
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < length; ++i) {
+    char32_t const c = scalar(text[i]);
+    bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+  }
+  std::size_t const start = out.size();
+  out.resize(start + bytes);
+  char* p = out.data() + start;
+  for (std::size_t i = 0; i < length; ++i) {
+    char32_t const c = scalar(text[i]);
+    if (c < 0x80) {
+      *p++ = static_cast<char>(c);
+    } else if (c < 0x800) {
+      *p++ = static_cast<char>(0xC0 | (c >> 6));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      *p++ = static_cast<char>(0xE0 | (c >> 12));
+      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      *p++ = static_cast<char>(0xF0 | (c >> 18));
+      *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+}
+
+void append_utf8_as_wide(std::wstring& out, char const* text, std::size_t length) {
+  out.reserve(out.size() + length);
+  decode_utf8(text, length, [&out](char32_t c) { out.push_back(static_cast<wchar_t>(c)); });
 }
 
 }  // namespace quillon2::internal

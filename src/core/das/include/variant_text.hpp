@@ -55,6 +55,9 @@ bool append_number_text(std::string& out, variant_t const& value, int precision 
 bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length);
 bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text, std::size_t length);
 
+// A vtWString made straight from UTF-8 text, decoded into the value's own block.
+variant_t wide_variant_from_utf8(char const* text, std::size_t length);
+
 // Classic-locale floating-point parsing of the leading number of a text: leading white
 // space and a "+" are allowed, inf and nan are read; no number gives 0, a value beyond
 // the range gives an infinity or zero.

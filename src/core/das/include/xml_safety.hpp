@@ -97,6 +97,14 @@ bool is_xml_name(wchar_t const* name, std::size_t length);
 // a character that XML cannot hold.
 bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t length);
 
+// The same for a terminated text, escaped as libxml2's text writer escapes element
+// content ("&", "<", ">", the quotation mark and carriage return become references), so
+// that it can go to the writer as raw text.
+bool append_escaped_xml_text(std::string& out, wchar_t const* text);
+
+// Appends a terminated name in UTF-8 to `out` if it is a Name of XML 1.0; false otherwise.
+bool append_xml_name_utf8(std::string& out, wchar_t const* name);
+
 // Appends `text` in UTF-8 to `out`; a character that is no Unicode scalar value gives
 // U+FFFD.
 void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t length);
