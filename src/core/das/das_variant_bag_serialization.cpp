@@ -489,7 +489,8 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     } else {
       internal::scalar_from_text(value, type, s, length);
     }
-    bag.put<variant_t>(name.c_str(), value);
+    // Stored as a null first and then swapped in: no second reference to count.
+    bag.put<variant_t>(name.c_str(), variant_t()).swap(value);
   }
   return k_success;
 }

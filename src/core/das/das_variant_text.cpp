@@ -48,8 +48,12 @@ bool word_equals(Char const* text, std::size_t length, char const* word) {
 template <class Char>
 text_type_t lookup_word(Char const* word, std::size_t length) {
   if (word == nullptr || length == 0) return text_type_t::wide_string;
+  // Every word is short and most differ in their first letter: look only where it fits.
   for (auto const& entry : k_type_words) {
-    if (word_equals(word, length, entry.word)) return entry.type;
+    if (static_cast<char32_t>(word[0]) == static_cast<unsigned char>(entry.word[0]) &&
+        word_equals(word, length, entry.word)) {
+      return entry.type;
+    }
   }
   return text_type_t::unknown;
 }
