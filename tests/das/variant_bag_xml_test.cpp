@@ -497,6 +497,12 @@ TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
   variant_bag_t blobs;
   blobs.add<variant_t>(L"b", blob(std::vector<unsigned char>(6000000, 1)));
   EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string(blobs, &text));
+
+  // What the parser still takes but a save would refuse is refused on loading, so that
+  // everything loaded can be saved again.
+  variant_bag_t loaded;
+  EXPECT_EQ(k_failure, from_text(loaded, L"<root><t>" + std::wstring(9950000, L'x') + L"</t></root>"));
+  EXPECT_TRUE(loaded.is_empty());
 }
 
 // ---------------------------------------------------------------------------------------

@@ -38,9 +38,14 @@ constexpr int k_general_failure = 0x40000001;
 bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
 
 // What libxml2 reads back without XML_PARSE_HUGE, with a margin for how it splits long
-// texts: the writer refuses anything larger, so that every saved document loads.
-constexpr std::size_t k_max_text_bytes = 9900000;
+// texts. The writer refuses anything larger, so that every saved document loads, and the
+// reader refuses it too, so that everything loaded can be saved again.
+constexpr std::size_t k_max_text_bytes = 9900000;  // UTF-8 bytes of one text, unescaped
 constexpr std::size_t k_max_name_bytes = 50000;
+
+// The length of the text of a blob of `size` bytes: a line feed before every run of 16
+// bytes and one at the end, two digits for each byte.
+std::size_t blob_text_length(std::size_t size) { return 2 * size + (size + 15) / 16 + 1; }
 // "root" is level 1; libxml2 refuses documents nested deeper than this.
 constexpr std::size_t k_max_element_depth = 257;
 
@@ -137,7 +142,9 @@ bool element_writer_t::end_element() {
 
 int element_writer_t::write_blob(variant_t const& value) {
   u64_t const size = value.get_blob_size();
-  if (size > k_max_text_bytes / 2) return fail("a blob too large for a document");
+  if (size > k_max_text_bytes || blob_text_length(static_cast<std::size_t>(size)) > k_max_text_bytes) {
+    return fail("a blob too large for a document");
+  }
   m_bytes.resize(static_cast<std::size_t>(size));
   if (size != 0) value.get_blob_data(m_bytes.data(), size);
   m_scratch.clear();
@@ -148,7 +155,6 @@ int element_writer_t::write_blob(variant_t const& value) {
     m_scratch.push_back(k_hex_digits[m_bytes[i] & 0xF]);
   }
   m_scratch.push_back('\n');
-  if (m_scratch.size() > k_max_text_bytes) return fail("a blob too large for a document");
   if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) return k_general_failure;
   return k_success;
 }
@@ -176,10 +182,11 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
     if (text != nullptr && *text != L'\0') {
       // Escaped here as the writer would escape it, in the same pass that checks it.
       m_scratch.clear();
-      if (!internal::append_escaped_xml_text(m_scratch, text)) {
+      std::size_t utf8_bytes = 0;
+      if (!internal::append_escaped_xml_text(m_scratch, text, utf8_bytes)) {
         return fail("text with characters that XML cannot hold");
       }
-      if (m_scratch.size() > k_max_text_bytes) return fail("a text too long for a document");
+      if (utf8_bytes > k_max_text_bytes) return fail("a text too long for a document");
       if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) {
         return k_general_failure;
       }
@@ -338,10 +345,13 @@ namespace {
 class element_reader_t {
  public:
   int read_children(xmlNode* parent, variant_bag_t& bag);
+  std::string const& why() const { return m_why; }
 
  private:
   std::wstring const& wide_name(xmlNode const* node);
   static xmlChar const* attribute_text(xmlNode const* node, char const* name);
+  // Whether the element's name, text and type names fit in what a save may write.
+  static bool within_limits(xmlNode const* node, xmlChar const* text);
   static bool blob_from_text(char const* text, std::vector<unsigned char>& bytes);
 
   // libxml2 keeps names in a dictionary, so one name is one pointer: converted once.
@@ -349,6 +359,7 @@ class element_reader_t {
   std::unordered_map<xmlChar const*, std::wstring> m_names;
   std::unordered_map<std::string, std::wstring> m_qualified;
   std::vector<unsigned char> m_bytes;
+  std::string m_why;
 };
 
 std::wstring const& element_reader_t::wide_name(xmlNode const* node) {
@@ -388,6 +399,17 @@ xmlChar const* element_reader_t::attribute_text(xmlNode const* node, char const*
     return nullptr;
   }
   return nullptr;
+}
+
+bool element_reader_t::within_limits(xmlNode const* node, xmlChar const* text) {
+  auto const length = [](xmlChar const* s) {
+    return s != nullptr ? std::strlen(reinterpret_cast<char const*>(s)) : 0;
+  };
+  std::size_t name = length(node->name);
+  if (node->ns != nullptr && node->ns->prefix != nullptr) name += length(node->ns->prefix) + 1;
+  return name <= k_max_name_bytes && length(text) <= k_max_text_bytes &&
+         length(attribute_text(node, "type_id")) <= k_max_text_bytes &&
+         length(attribute_text(node, "ptr_type")) <= k_max_text_bytes;
 }
 
 // Hexadecimal digits, two to a byte; every character that is neither a letter nor a
@@ -439,6 +461,10 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       }
     }
     char const* word = reinterpret_cast<char const*>(type_word);
+    if (!within_limits(node, text)) {
+      m_why = "a name or text longer than a save may write";
+      return k_general_failure;
+    }
     text_type_t const type =
         internal::text_type_from_word(word, word != nullptr ? std::strlen(word) : 0);
     std::wstring const& name = wide_name(node);
@@ -482,7 +508,14 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     std::size_t const length = s != nullptr ? std::strlen(s) : 0;
     variant_t value;
     if (type == text_type_t::blob) {
-      if (!blob_from_text(s, m_bytes)) return k_general_failure;
+      if (!blob_from_text(s, m_bytes)) {
+        m_why = "a blob with an odd number of hexadecimal digits";
+        return k_general_failure;
+      }
+      if (blob_text_length(m_bytes.size()) > k_max_text_bytes) {
+        m_why = "a blob larger than a save may write";
+        return k_general_failure;
+      }
       value = variant_t(static_cast<void const*>(m_bytes.data()), static_cast<u64_t>(m_bytes.size()));
     } else if (type == text_type_t::wide_string || type == text_type_t::unknown) {
       value = internal::wide_variant_from_utf8(s, length);
@@ -566,7 +599,7 @@ int internal::read_element_form_file(variant_bag_t& bag, std::string const& nati
   }
   element_reader_t reader;
   int const result = reader.read_children(start, bag);
-  if (is_failure(result)) why = "a blob with an odd number of hexadecimal digits";
+  if (is_failure(result)) why = reader.why();
   return result;
 }
 
@@ -585,7 +618,7 @@ int internal::read_element_form_text(variant_bag_t& bag, char const* utf8, std::
   }
   element_reader_t reader;
   int const result = reader.read_children(root, bag);
-  if (is_failure(result)) why = "a blob with an odd number of hexadecimal digits";
+  if (is_failure(result)) why = reader.why();
   return result;
 }
 

@@ -180,10 +180,12 @@ inline void put_utf8(std::string& out, char32_t c) {
 
 }  // namespace
 
-bool append_escaped_xml_text(std::string& out, wchar_t const* text) {
+bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes) {
+  utf8_bytes = 0;
   if (text == nullptr) return true;
   for (; *text != L'\0'; ++text) {
     auto const c = static_cast<char32_t>(*text);
+    utf8_bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
     if (c >= 0x20 && c < 0x80) {
       switch (c) {
         case '&': out += "&amp;"; break;

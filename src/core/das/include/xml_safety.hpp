@@ -99,8 +99,9 @@ bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t len
 
 // The same for a terminated text, escaped as libxml2's text writer escapes element
 // content ("&", "<", ">", the quotation mark and carriage return become references), so
-// that it can go to the writer as raw text.
-bool append_escaped_xml_text(std::string& out, wchar_t const* text);
+// that it can go to the writer as raw text. `utf8_bytes` receives the length of the text
+// in UTF-8 before escaping, which is what a parser counts against its limits.
+bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes);
 
 // Appends a terminated name in UTF-8 to `out` if it is a Name of XML 1.0; false otherwise.
 bool append_xml_name_utf8(std::string& out, wchar_t const* name);
