@@ -224,6 +224,8 @@ TEST_F(VariantMath, TextFormOfSingleValues) {
   EXPECT_EQ(L"inf", text_of(ql2::get_value_string(variant_t(HUGE_VAL))));
   EXPECT_EQ(L"", text_of(ql2::get_value_string(variant_t())));
   EXPECT_EQ(L"", text_of(ql2::get_value_string(blob())));
+  EXPECT_EQ(L"w", text_of(ql2::get_value_string(w(L"w"))));
+  EXPECT_EQ(L"", text_of(ql2::get_value_string(variant_t(L"r", true))));
 
   variant_t out(L"keep", false);
   EXPECT_FALSE(ql2::create_variant_from_string(out, L"blob", L"00"));

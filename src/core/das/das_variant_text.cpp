@@ -318,10 +318,9 @@ variant_t get_value_string(variant_t const& value) {
     std::wstring const wide(narrow.begin(), narrow.end());
     return variant_t(wide.c_str(), false);
   }
-  if (value.get_type() == vtWString || value.get_type() == vtWCharPtr) {
-    wchar_t const* text = value.get<wchar_t const*>();
-    return variant_t(text != nullptr ? text : L"", false);
-  }
+  // Only a wide string has a text of its own here; a by-reference one, like every other
+  // type, gives the empty text.
+  if (value.get_type() == vtWString) return value;
   return variant_t(L"", false);
 }
 
