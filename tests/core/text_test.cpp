@@ -99,15 +99,17 @@ TEST(WideToUtf8, JoinsSurrogatePairsOfUtf16Units) {
   EXPECT_EQ("\xEF\xBF\xBDx", kesmet2::utf16_to_utf8(text));
 }
 
-TEST(WideToUtf8, RoundTripsEveryScalarValue) {
-  std::wstring all;
-  for (wchar_t c = 1; c <= 0x10FFFF; ++c) {
-    if (c == 0xD800) c = 0xE000;
-    all.push_back(c);
-  }
-  std::string const utf8 = kesmet2::utf16_to_utf8(all);
+TEST(WideToUtf8, RoundTripsScalarValuesOfEveryLength) {
+  // Everything below U+0800, then a sample, and the values around each boundary.
+  std::wstring text;
+  for (wchar_t c = 1; c < 0x800; ++c) text.push_back(c);
+  for (wchar_t c = 0x800; c <= 0x10FFFF; c += 97)
+    if (c < 0xD800 || c > 0xDFFF) text.push_back(c);
+  for (wchar_t c : {0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFD, 0xFFFF, 0x10000, 0x10FFFE, 0x10FFFF})
+    text.push_back(c);
+  std::string const utf8 = kesmet2::utf16_to_utf8(text);
   EXPECT_TRUE(is_valid_utf8(utf8));
-  EXPECT_EQ(all, kesmet2::utf8_to_utf16(utf8));
+  EXPECT_EQ(text, kesmet2::utf8_to_utf16(utf8));
 }
 
 TEST(WideToUtf8, AnyByteSoupBecomesValidUtf8) {
