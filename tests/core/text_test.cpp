@@ -112,6 +112,27 @@ TEST(WideToUtf8, RoundTripsScalarValuesOfEveryLength) {
   EXPECT_EQ(text, kesmet2::utf8_to_utf16(utf8));
 }
 
+TEST(WideToUtf8, LongTextsCrossInternalChunksIntact) {
+  std::wstring wide;
+  std::string utf8;
+  for (int i = 0; i < 3000; ++i) {
+    wide += L"a\u00E9\u20AC\U0001F600";
+    utf8 += "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
+  }
+  EXPECT_EQ(utf8, kesmet2::utf16_to_utf8(wide));
+  EXPECT_EQ(wide, kesmet2::utf8_to_utf16(utf8));
+  // Ill-formed parts anywhere in a long text, including a cut-off one at the very end.
+  std::string bad(5000, 'x');
+  bad[2047] = '\xE2';
+  bad[4000] = '\xC0';
+  bad += "\xF0\x9F";
+  std::wstring expected(5000, L'x');
+  expected[2047] = L'\xFFFD';
+  expected[4000] = L'\xFFFD';
+  expected += fffd;
+  EXPECT_EQ(expected, kesmet2::utf8_to_utf16(bad));
+}
+
 TEST(WideToUtf8, AnyByteSoupBecomesValidUtf8) {
   std::mt19937 random(42);
   for (int round = 0; round < 200; ++round) {
