@@ -39,8 +39,9 @@ class LogTest : public q2test::temp_dir_test {
 
   // Runs the child program in `mode`, with QUILLON_LOG_CONFIG set to `config` unless
   // that is empty.
-  result_t run_child(std::string const& mode, std::string const& config = "") {
-    std::string command = "env -u QUILLON_LOG_CONFIG ";
+  result_t run_child(std::string const& mode, std::string const& config = "",
+                     std::string const& more_environment = "") {
+    std::string command = "env -u QUILLON_LOG_CONFIG " + more_environment + " ";
     if (!config.empty()) command += "QUILLON_LOG_CONFIG='" + config + "' ";
     command += std::string("'") + Q2_LOG_CHILD + "' " + mode + " >'" + m_dir.file("out") + "' 2>'" +
                m_dir.file("err") + "'";
@@ -66,11 +67,12 @@ class LogTest : public q2test::temp_dir_test {
 }  // namespace
 
 TEST_F(LogTest, DefaultsToErrorsOnStandardError) {
-  result_t const result = run_child("plain");
+  result_t const result = run_child("plain", "", "Q2_LOG_AT_START=1");
   EXPECT_EQ(1, result.exit_code);
   EXPECT_EQ("", result.out);
   EXPECT_EQ(1, count_of(result.err, "ERROR QUILLON - error \xC3\xBC"));
   EXPECT_EQ(1, count_of(result.err, "ERROR quillon.SCHEDULER - scheduler error"));
+  EXPECT_EQ(1, count_of(result.err, "ERROR QUILLON - from static init"));
   // forcedLog writes without testing the level; the level test keeps INFO out.
   EXPECT_EQ(1, count_of(result.err, "info text"));
   EXPECT_EQ(0, count_of(result.err, "info enabled"));

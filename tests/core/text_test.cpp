@@ -1,5 +1,6 @@
 // The text layer: UTF conversions, byte-order marks, case mapping, replacement and
 // splitting, code pages.
+#include <clocale>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -364,4 +365,21 @@ TEST(CodePage, CopiesConvertAlike) {
   assigned = original;
   EXPECT_EQ(original.encode("\xE2\x82\xAC"), copy.encode("\xE2\x82\xAC"));
   EXPECT_EQ("\x80", assigned.encode("\xE2\x82\xAC"));
+}
+
+// Restores the C locale at the end of a test that changed the process locale.
+class LocaleTest : public testing::Test {
+ protected:
+  ~LocaleTest() override { setlocale(LC_ALL, "C"); }
+};
+
+TEST_F(LocaleTest, LocalEncodingFollowsTheProcessLocale) {
+  ASSERT_NE(nullptr, setlocale(LC_ALL, "C.UTF-8"));
+  EXPECT_EQ("caf\xC3\xA9\xE2\x82\xAC", ql2::to_ansi(L"caf\u00E9\u20AC"));
+  EXPECT_EQ("UTF-8", kesmet2::code_page(kesmet2::encoding_type::local).name());
+  // Case mapping does not depend on it.
+  EXPECT_EQ(L"\u00C9A", kesmet2::to_upper(L"\u00E9a"));
+  ASSERT_NE(nullptr, setlocale(LC_ALL, "C"));
+  EXPECT_EQ(L"\u00C9A", kesmet2::to_upper(L"\u00E9a"));
+  EXPECT_EQ("caf\xE9?", ql2::to_ansi(L"caf\u00E9\u20AC"));
 }
