@@ -66,7 +66,7 @@ class LogTest : public q2test::temp_dir_test {
 
 TEST_F(LogTest, DefaultsToErrorsOnStandardError) {
   result_t const result = run_child("plain", "", "Q2_LOG_AT_START=1");
-  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ(17, result.exit_code);
   EXPECT_EQ("", result.out);
   EXPECT_EQ(1, count_of(result.err, "ERROR QUILLON - error \xC3\xBC"));
   EXPECT_EQ(1, count_of(result.err, "ERROR quillon.SCHEDULER - scheduler error"));
@@ -78,7 +78,7 @@ TEST_F(LogTest, DefaultsToErrorsOnStandardError) {
 
 TEST_F(LogTest, ReadsThePropertiesFileNamedByTheEnvironment) {
   result_t const result = run_child("plain", write_config("TRACE"));
-  EXPECT_EQ(7, result.exit_code);
+  EXPECT_EQ(23, result.exit_code);
   EXPECT_EQ("", result.out);
   EXPECT_EQ("", result.err);
   std::string const log = read_file(m_dir.file("log.txt"));
@@ -87,12 +87,12 @@ TEST_F(LogTest, ReadsThePropertiesFileNamedByTheEnvironment) {
   EXPECT_EQ(1, count_of(log, "QUILLON|TRACE|trace enabled\n"));
   EXPECT_EQ(1, count_of(log, "quillon.SCHEDULER|ERROR|scheduler error\n"));
   // The file decides the level.
-  EXPECT_EQ(3, run_child("plain", write_config("INFO")).exit_code);
+  EXPECT_EQ(19, run_child("plain", write_config("INFO")).exit_code);
 }
 
 TEST_F(LogTest, AMissingFileFallsBackToTheDefault) {
   result_t const result = run_child("plain", m_dir.file("no-such.properties"));
-  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ(17, result.exit_code);
   EXPECT_EQ("", result.out);
   EXPECT_EQ(1, count_of(result.err, "error \xC3\xBC"));
 }
@@ -106,12 +106,12 @@ TEST_F(LogTest, KeepsTheProgramsOwnConfiguration) {
 
 TEST_F(LogTest, ConfiguresOnceUnderConcurrentFirstUse) {
   result_t const result = run_child("threads");
-  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ(17, result.exit_code);
   EXPECT_EQ(8, count_of(result.err, "from a thread"));
 }
 
 TEST_F(LogTest, LoggingDuringExitIsSafe) {
   result_t const result = run_child("at_exit");
-  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ(17, result.exit_code);
   EXPECT_EQ("", result.out);
 }
