@@ -35,6 +35,17 @@ char* write_utf8(char* out, char32_t c) {
   return out;
 }
 
+// Appends a converted chunk; `done` of `total` input units are converted so far. The
+// first chunk sizes the result by its own ratio of output to input, so that a text
+// converts with one allocation in the common case.
+template <typename String, typename Unit>
+void append_chunk(String& out, Unit const* buffer, Unit const* end, std::size_t done,
+                  std::size_t total) {
+  auto const length = static_cast<std::size_t>(end - buffer);
+  if (out.empty() && done < total) out.reserve(length + length * (total - done) / done + 16);
+  out.append(buffer, length);
+}
+
 // Whether the eight bytes at `p` are all ASCII.
 bool ascii8(unsigned char const* p) {
   std::uint64_t word;
@@ -48,13 +59,21 @@ ustring8 utf16_to_utf8(ustring16 const& text) {
   wchar_t const* const units = text.data();
   std::size_t const n = text.size();
   ustring8 out;
-  out.reserve(n);
   char buffer[chunk_units * 4 + 4];
   std::size_t i = 0;
   while (i < n) {
     char* dst = buffer;
     char* const limit = buffer + chunk_units * 4;
     while (i < n && dst < limit) {
+      if (i + 4 <= n &&
+          (static_cast<std::uint32_t>(units[i]) | static_cast<std::uint32_t>(units[i + 1]) |
+           static_cast<std::uint32_t>(units[i + 2]) | static_cast<std::uint32_t>(units[i + 3])) <
+              0x80) {
+        for (int k = 0; k < 4; ++k) dst[k] = static_cast<char>(units[i + k]);
+        dst += 4;
+        i += 4;
+        continue;
+      }
       auto const unit = static_cast<std::uint32_t>(units[i]);
       if (unit < 0x80) {
         *dst++ = static_cast<char>(unit);
@@ -72,7 +91,7 @@ ustring8 utf16_to_utf8(ustring16 const& text) {
       }
       dst = write_utf8(dst, c);
     }
-    out.append(buffer, static_cast<std::size_t>(dst - buffer));
+    append_chunk(out, buffer, dst, i, n);
   }
   return out;
 }
@@ -81,7 +100,6 @@ ustring16 utf8_to_utf16(ustring8 const& text) {
   auto const* const p = reinterpret_cast<unsigned char const*>(text.data());
   std::size_t const n = text.size();
   ustring16 out;
-  out.reserve(n);
   wchar_t buffer[chunk_units + 8];
   std::size_t i = 0;
   while (i < n) {
@@ -120,7 +138,7 @@ ustring16 utf8_to_utf16(ustring8 const& text) {
       i += decode_utf8(p + i, n - i, c, valid);
       *dst++ = static_cast<wchar_t>(c);
     }
-    out.append(buffer, static_cast<std::size_t>(dst - buffer));
+    append_chunk(out, buffer, dst, i, n);
   }
   return out;
 }
