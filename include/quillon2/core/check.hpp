@@ -58,6 +58,8 @@ inline bool check_asserts_in_this_file() {
 
 }  // namespace quillon2::internal
 
+namespace ql2 = quillon2;
+
 // The qualified name of the enclosing function, worked out once for each place it is
 // used and kept for the life of the process.
 #define QUILLON_FUNCTION_NAME                                                              \

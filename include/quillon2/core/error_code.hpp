@@ -223,6 +223,13 @@ class QUILLON2_API error_code_t {
   error::code_t const* m_code = nullptr;
 };
 
+inline bool operator==(error::code_base_t const& code, error_code_t const& result) noexcept {
+  return result == code;
+}
+inline bool operator!=(error::code_base_t const& code, error_code_t const& result) noexcept {
+  return result != code;
+}
+
 // Thrown by constructors that cannot return an error_code_t. It holds only the pointer,
 // so it is good until the throwing thread raises again; what() prints as_string(1).
 class QUILLON2_API exception : public std::exception {

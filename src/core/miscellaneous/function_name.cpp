@@ -72,7 +72,9 @@ std::string_view drop_return_type(std::string_view text) noexcept {
 std::string_view strip(std::string_view text) noexcept {
   std::size_t const with = text.find(" [with ");
   if (with != std::string_view::npos) text = text.substr(0, with);
-  std::string_view const name = drop_return_type(drop_parameters(text));
+  std::string_view const head = drop_parameters(text);
+  if (head.size() == text.size()) return text;  // "top level", a lambda: nothing to drop
+  std::string_view const name = drop_return_type(head);
   return name.empty() ? text : name;
 }
 
