@@ -182,11 +182,22 @@ void error_code_t::clean_last() { thread_errors().clear(); }
 std::string error_code_t::as_string(unsigned flags) const {
   if (m_code == nullptr) return "Ok";
   if (m_code == false_code()) return "False";
+  // One allocation for the whole text: the words of an element take at most
+  // 4 * 14 + 8 characters, its strings and the separators are added as they are.
+  std::size_t size = 0;
+  auto const measure = [&size, flags](error::code_t const& element) {
+    size += 64 + element.text.size() + element.function.size() + 16;
+    if ((flags & 2u) != 0) size += element.file.size();
+  };
   std::string out;
   if ((flags & 1u) == 0) {
+    measure(*m_code);
+    out.reserve(size);
     append_one(out, *m_code, flags);
     return out;
   }
+  internal::walk_chain(m_code, measure);
+  out.reserve(size);
   internal::walk_chain(m_code, [&out, flags](error::code_t const& element) {
     if (!out.empty()) out += (flags & 2u) != 0 ? "\n" : " <- ";
     append_one(out, element, flags);
