@@ -224,6 +224,8 @@ class QUILLON2_API variant_bag_t {
   friend struct internal::vb_helper;
   friend struct internal::variant_bag_buddy_t;
 
+  template <class T>
+  bool check_entry(wchar_t const* name, T const& value) const;
   void add_entry(wchar_t const* name, variant_t const& value);
   void add_entry(wchar_t const* name, variant_bag_t const& value);
   variant_t& put_entry(wchar_t const* name, variant_t const& value);

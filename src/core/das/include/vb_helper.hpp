@@ -16,9 +16,7 @@ struct vb_helper {
 
   template <class T>
   static bool check(variant_bag_t const& bag, wchar_t const* name, T const& value) {
-    QUILLON_ASSERT(name != NULL);
-    QUILLON_ASSERT(static_cast<const void*>(&value) != static_cast<const void*>(&bag));
-    return name != nullptr;
+    return bag.check_entry(name, value);
   }
 
   template <class T>
