@@ -226,6 +226,7 @@ class QUILLON2_API variant_bag_t {
 
   template <class T>
   bool check_entry(wchar_t const* name, T const& value) const;
+  void copy_tree(variant_bag_t const& source);
   void add_entry(wchar_t const* name, variant_t const& value);
   void add_entry(wchar_t const* name, variant_bag_t const& value);
   variant_t& put_entry(wchar_t const* name, variant_t const& value);
