@@ -7,15 +7,16 @@
 
 #include <benchmark/benchmark.h>
 #include <boost/property_tree/ptree.hpp>
+
 #include <quillon2/das/path_accessor.hpp>
 #include <quillon2/das/variant_bag.hpp>
 
 namespace {
 
+using boost::property_tree::wptree;
 using quillon2::path_accessor_t;
 using quillon2::variant_bag_t;
 using quillon2::variant_t;
-using boost::property_tree::wptree;
 
 struct bag_input_t {
   std::vector<std::wstring> children;
@@ -27,7 +28,8 @@ struct bag_input_t {
     bool const quick = std::getenv("Q2_BENCH_QUICK") != nullptr;
     std::size_t const child_count = quick ? 10 : 1000;
     std::size_t const value_count = quick ? 10 : 100;
-    for (std::size_t i = 0; i < child_count; ++i) children.push_back(L"child_" + std::to_wstring(i));
+    for (std::size_t i = 0; i < child_count; ++i)
+      children.push_back(L"child_" + std::to_wstring(i));
     for (std::size_t j = 0; j < value_count; ++j) values.push_back(L"value_" + std::to_wstring(j));
     for (std::size_t i = 0; i < child_count; ++i) {
       for (std::size_t j = 0; j < value_count; ++j) {
@@ -131,7 +133,8 @@ void bag_iterate_ptree(benchmark::State& state) {
     std::size_t n = 0;
     for (auto const& c : root) {
       n += static_cast<std::size_t>(c.first[0]);
-      for (auto const& v : c.second) n += static_cast<std::size_t>(v.first[0]) + v.second.data().size();
+      for (auto const& v : c.second)
+        n += static_cast<std::size_t>(v.first[0]) + v.second.data().size();
     }
     benchmark::DoNotOptimize(n);
   }

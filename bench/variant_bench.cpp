@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
+
 #include <quillon2/das/variant.hpp>
 
 namespace {
@@ -43,9 +44,15 @@ std::vector<variant_t> mixed_ours() {
   std::vector<variant_t> out;
   for (std::size_t i = 0; i < mixed_count(); ++i) {
     switch (i % 4) {
-      case 0: out.emplace_back(static_cast<std::int64_t>(i)); break;
-      case 1: out.emplace_back(static_cast<double>(i) * 0.5); break;
-      case 2: out.emplace_back((L"name " + std::to_wstring(i)).c_str()); break;
+      case 0:
+        out.emplace_back(static_cast<std::int64_t>(i));
+        break;
+      case 1:
+        out.emplace_back(static_cast<double>(i) * 0.5);
+        break;
+      case 2:
+        out.emplace_back((L"name " + std::to_wstring(i)).c_str());
+        break;
       default: {
         std::vector<std::uint8_t> bytes(16, static_cast<std::uint8_t>(i));
         out.emplace_back(static_cast<void const*>(bytes.data()), bytes.size());
@@ -59,10 +66,17 @@ std::vector<std_variant_t> mixed_std() {
   std::vector<std_variant_t> out;
   for (std::size_t i = 0; i < mixed_count(); ++i) {
     switch (i % 4) {
-      case 0: out.emplace_back(static_cast<std::int64_t>(i)); break;
-      case 1: out.emplace_back(static_cast<double>(i) * 0.5); break;
-      case 2: out.emplace_back(L"name " + std::to_wstring(i)); break;
-      default: out.emplace_back(std::vector<std::uint8_t>(16, static_cast<std::uint8_t>(i)));
+      case 0:
+        out.emplace_back(static_cast<std::int64_t>(i));
+        break;
+      case 1:
+        out.emplace_back(static_cast<double>(i) * 0.5);
+        break;
+      case 2:
+        out.emplace_back(L"name " + std::to_wstring(i));
+        break;
+      default:
+        out.emplace_back(std::vector<std::uint8_t>(16, static_cast<std::uint8_t>(i)));
     }
   }
   return out;

@@ -1,6 +1,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+
 #include <quillon2/das/path_accessor.hpp>
 #include <quillon2/das/type_factory.hpp>
 

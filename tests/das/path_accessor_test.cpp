@@ -2,6 +2,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+
 #include <quillon2/das/path_accessor.hpp>
 #include <quillon2/das/type_factory.hpp>
 

@@ -1,6 +1,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+
 #include <quillon2/das/das_proxy.hpp>
 #include <quillon2/das/notype_ptr.hpp>
 #include <quillon2/das/type_factory.hpp>
@@ -106,8 +107,9 @@ TEST(RegistryLifecycle, MisuseReports) {
   object_registering_info_t const a = register_type(L"dasID_q2test::a_t", false);
   object_registering_info_t const b = register_type(L"dasID_q2test::b_t", false);
   EXPECT_EQ(add_alias(a.m_type, L"dasID_q2test::b_t"), b.m_type);
-  EXPECT_TRUE(capture.saw("get_type_from_string(alias) == DAS_UNREGISTERED_TYPE || "
-                          "get_type_from_string(alias) == type"));
+  EXPECT_TRUE(
+      capture.saw("get_type_from_string(alias) == DAS_UNREGISTERED_TYPE || "
+                  "get_type_from_string(alias) == type"));
   unregister_dyncreate_type(a.m_type, 999999);
   EXPECT_TRUE(capture.saw("it->second.is_there_this_id(instance_id)"));
   unregister_dyncreate_type(a.m_type, a.m_instance_id);

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+
 #include <quillon2/das/variant_bag.hpp>
 
 #include "assert_capture.hpp"

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
 #include <quillon2/core/assert.hpp>
 #include <quillon2/export.hpp>
 #include <quillon2/headers/kesmet.hpp>
@@ -139,7 +140,8 @@ class QUILLON2_API variant_t {
   bool operator==(variant_t const& other) const {
     if (m_type == other.m_type) {
       if (m_type <= vtUInt64) return m_value.m_uint == other.m_value.m_uint;
-      if (m_type == vtDouble || m_type == vtFloat) return m_value.m_double == other.m_value.m_double;
+      if (m_type == vtDouble || m_type == vtFloat)
+        return m_value.m_double == other.m_value.m_double;
       if (m_type == vtWString || m_type == vtString || m_type == vtBlob) return blocks_equal(other);
     }
     return equals(other);

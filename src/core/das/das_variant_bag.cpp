@@ -20,13 +20,16 @@ namespace {
 wchar_t g_no_name[1] = {0};
 constexpr wchar_t const tag_name[] = L"#tag_name";
 
+// The list of a default-constructed iterator: always empty, never written after its
+// one-time initialisation.
 bag_node_base_t* empty_sentinel() {
-  static bag_node_base_t sentinel = [] {
-    bag_node_base_t s{};
-    s.m_name = g_no_name;
-    return s;
+  static bag_node_base_t sentinel{};
+  static bool const ready = [] {
+    sentinel.m_next = sentinel.m_prev = &sentinel;
+    sentinel.m_name = g_no_name;
+    return true;
   }();
-  sentinel.m_next = sentinel.m_prev = &sentinel;
+  (void)ready;
   return &sentinel;
 }
 }  // namespace
@@ -41,8 +44,7 @@ std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
 }
 
 bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
-  return node->m_length == length &&
-         (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
+  return node->m_length == length && (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
 }
 
 bag_index_t::bag_index_t()
@@ -53,8 +55,7 @@ bag_index_t::bag_index_t()
 
 bag_index_t::~bag_index_t() { delete[] m_slots; }
 
-bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length,
-                              std::uint32_t hash) const {
+bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length, std::uint32_t hash) const {
   if (!m_slots) return nullptr;
   for (std::uint32_t i = hash & m_mask;; i = (i + 1) & m_mask) {
     bag_slot_t* const s = &m_slots[i];
@@ -276,8 +277,8 @@ void variant_bag_t::copy_tree(variant_bag_t const& source) {
     to->m_values->append_copies(*from->m_values);
     to->m_bags->reserve(from->m_bags->size());
     for (bag_node_base_t* n = from->m_bags->first(); n != from->m_bags->end(); n = n->m_next) {
-      auto* const node = bag_impl_base_t<variant_bag_t>::make_node(n->m_name, n->m_length,
-                                                                   n->m_hash, empty);
+      auto* const node =
+          bag_impl_base_t<variant_bag_t>::make_node(n->m_name, n->m_length, n->m_hash, empty);
       to->m_bags->link_back(node);
       if (!internal::is_hidden_name(n->m_name)) node->m_value.m_parent = to;
       work.emplace_back(&value_of<variant_bag_t>(n), &node->m_value);
@@ -435,8 +436,7 @@ internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name, varian
   return n ? n : const_cast<bag_node_base_t*>(m_values->end());
 }
 
-internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name,
-                                                     variant_bag_t*) const {
+internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name, variant_bag_t*) const {
   bag_node_base_t* const n = vb_helper::find_first<variant_bag_t>(*this, name);
   return n ? n : const_cast<bag_node_base_t*>(m_bags->end());
 }

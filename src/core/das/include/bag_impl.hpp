@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <new>
 #include <string>
+
 #include <quillon2/das/variant_bag.hpp>
 
 namespace quillon2::internal {
