@@ -345,9 +345,9 @@ variant_bag_t& variant_bag_t::put_entry(wchar_t const* name, variant_bag_t const
 }
 
 notype_ptr_t& variant_bag_t::put_entry(wchar_t const* name, notype_ptr_t const& value) {
-  variant_t& stored = put_entry(name, variant_t(value));
-  notype_ptr_t* const p = internal::variant_buddy_t::notype_ptr(stored);
-  QUILLON_ASSERT(stored.can_get<notype_ptr_t>());
+  variant_t& v = put_entry(name, variant_t(value));
+  notype_ptr_t* const p = internal::variant_buddy_t::notype_ptr(v);
+  QUILLON_ASSERT(v.can_get<notype_ptr_t>());
   if (!p) {
     static notype_ptr_t* none = new notype_ptr_t();
     return *none;
