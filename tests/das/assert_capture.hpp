@@ -11,7 +11,9 @@ namespace q2test {
 
 class assert_capture_t {
  public:
-  assert_capture_t() : m_previous(quillon2::internal::set_assert_hook(&record)) { reports().clear(); }
+  assert_capture_t() : m_previous(quillon2::internal::set_assert_hook(&record)) {
+    reports().clear();
+  }
   ~assert_capture_t() { quillon2::internal::set_assert_hook(m_previous); }
   assert_capture_t(assert_capture_t const&) = delete;
   assert_capture_t& operator=(assert_capture_t const&) = delete;

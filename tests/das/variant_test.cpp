@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+
 #include <quillon2/das/variant.hpp>
 
 #include "assert_capture.hpp"
@@ -84,7 +85,8 @@ TEST(VariantBlob, OtherTypesAnswerTheMaximum) {
 }
 
 TEST(VariantBlob, EmptyBlobsAreEqualAndNullDataIsZeroFilled) {
-  EXPECT_EQ(variant_t(static_cast<void const*>(nullptr), 0), variant_t(static_cast<void const*>(nullptr), 0));
+  EXPECT_EQ(variant_t(static_cast<void const*>(nullptr), 0),
+            variant_t(static_cast<void const*>(nullptr), 0));
   variant_t zeros(static_cast<void const*>(nullptr), 3);
   unsigned char const expected[3] = {0, 0, 0};
   EXPECT_EQ(zeros, variant_t(expected, 3));
@@ -261,8 +263,14 @@ TEST(VariantMemory, BlocksGoThroughTheConfiguredFunctions) {
   static int allocations = 0;
   static int frees = 0;
   variant_t::deleter_t const saved = variant_t::m_mem;
-  variant_t::m_mem.m_malloc = [](std::size_t n) { ++allocations; return std::malloc(n); };
-  variant_t::m_mem.m_free = [](void* p) { ++frees; std::free(p); };
+  variant_t::m_mem.m_malloc = [](std::size_t n) {
+    ++allocations;
+    return std::malloc(n);
+  };
+  variant_t::m_mem.m_free = [](void* p) {
+    ++frees;
+    std::free(p);
+  };
   {
     variant_t a(L"counted");
     variant_t b(a);

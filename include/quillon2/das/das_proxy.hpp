@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+
 #include <quillon2/das/notype_ptr.hpp>
 #include <quillon2/export.hpp>
 

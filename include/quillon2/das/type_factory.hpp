@@ -11,6 +11,7 @@
 #include <string>
 #include <type_traits>
 #include <typeinfo>
+
 #include <quillon2/core/assert.hpp>
 #include <quillon2/core/object_interface.hpp>
 #include <quillon2/export.hpp>
@@ -26,12 +27,12 @@ constexpr unsigned DAS_SERIALIZABLE_TYPE_FLAG = 0x80000000u;
 
 // Integer results of the data model: 1 is success, bit 30 marks a failure.
 constexpr int DAS_OK = 1;
-constexpr int DAS_E_FAIL = 0x40000001;            // general failure of persistence and XSL
-constexpr int DAS_E_UNKNOWN_TYPE = 0x40000065;    // the type name is unknown
-constexpr int DAS_E_NOT_CREATABLE = 0x40000066;   // cannot be created or is not serializable
-constexpr int DAS_E_NULL_OBJECT = 0x40000069;     // no object; a rejected XSL parameter
-constexpr int DAS_E_XSL_NO_INPUT = 0x4000006B;    // XSL document or stylesheet missing
-constexpr int DAS_E_NO_PATH = 0x4000006C;         // a path accessor call without a path
+constexpr int DAS_E_FAIL = 0x40000001;           // general failure of persistence and XSL
+constexpr int DAS_E_UNKNOWN_TYPE = 0x40000065;   // the type name is unknown
+constexpr int DAS_E_NOT_CREATABLE = 0x40000066;  // cannot be created or is not serializable
+constexpr int DAS_E_NULL_OBJECT = 0x40000069;    // no object; a rejected XSL parameter
+constexpr int DAS_E_XSL_NO_INPUT = 0x4000006B;   // XSL document or stylesheet missing
+constexpr int DAS_E_NO_PATH = 0x4000006C;        // a path accessor call without a path
 constexpr bool das_failed(int result) { return ((result >> 30) & 1) != 0; }
 constexpr bool das_succeeded(int result) { return !das_failed(result); }
 
@@ -72,8 +73,7 @@ class QUILLON2_API object_registry_t {
   object_registry_t& operator=(object_registry_t const&) = delete;
 
   object_registering_info_t register_type(wchar_t const* name, bool serializable);
-  object_registering_info_t register_type_for_dyncreate(wchar_t const* name,
-                                                        das_creator_t creator);
+  object_registering_info_t register_type_for_dyncreate(wchar_t const* name, das_creator_t creator);
   unsigned add_alias(unsigned type, wchar_t const* alias);
   unsigned get_type_from_string(wchar_t const* name) const;
   wchar_t const* get_name_from_id(unsigned type) const;
@@ -181,9 +181,9 @@ struct type_registrar_t {
 // At namespace scope of a source file: registers a type under "dasID_" and the type as
 // spelled here. The serializable form also stores T::das_create_this_object when T has
 // one, so that the type can be created by name.
-#define QUILLON_DAS_REGISTER_TYPE(T)                                                      \
+#define QUILLON_DAS_REGISTER_TYPE(T)                                                         \
   static ::quillon2::type_registrar_t<T> QUILLON_DAS_CONCAT(q2_das_registrar_, __COUNTER__)( \
       L"dasID_" #T, L"dasID_const" #T, false)
-#define QUILLON_DAS_REGISTER_SERIALIZABLE_TYPE(T)                                         \
+#define QUILLON_DAS_REGISTER_SERIALIZABLE_TYPE(T)                                            \
   static ::quillon2::type_registrar_t<T> QUILLON_DAS_CONCAT(q2_das_registrar_, __COUNTER__)( \
       L"dasID_" #T, L"dasID_const" #T, true)

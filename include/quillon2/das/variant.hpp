@@ -12,6 +12,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+
 #include <quillon2/core/assert.hpp>
 #include <quillon2/export.hpp>
 #include <quillon2/headers/kesmet.hpp>
@@ -110,7 +112,7 @@ class QUILLON2_API variant_t {
     return *this;
   }
   ~variant_t() {
-    if (is_dynamic_type()) free_data();
+    if (is_dynamic_type()) release_block();
   }
 
   void swap(variant_t& other) noexcept {
@@ -136,7 +138,12 @@ class QUILLON2_API variant_t {
   T get() const;
 
   bool operator==(variant_t const& other) const {
-    if (m_type == other.m_type && m_type <= vtUInt64) return m_value.m_uint == other.m_value.m_uint;
+    if (m_type == other.m_type) {
+      if (m_type <= vtUInt64) return m_value.m_uint == other.m_value.m_uint;
+      if (m_type == vtDouble || m_type == vtFloat)
+        return m_value.m_double == other.m_value.m_double;
+      if (m_type == vtWString || m_type == vtString || m_type == vtBlob) return blocks_equal(other);
+    }
     return equals(other);
   }
   bool operator!=(variant_t const& other) const { return !(*this == other); }
@@ -163,8 +170,37 @@ class QUILLON2_API variant_t {
     return m_type == vtString || m_type == vtWString || m_type == vtBlob || m_type == vtNotypePtr;
   }
   bool is_unsigned_integer() const noexcept { return m_type <= vtUInt64 && (m_type & 1) != 0; }
-  data_header_t* get_data_header() const noexcept;
-  void add_block_ref() const noexcept;
+  data_header_t* get_data_header() const noexcept {
+    if (!is_dynamic_type() || m_value.m_data == nullptr) return nullptr;
+    return reinterpret_cast<data_header_t*>(static_cast<char*>(m_value.m_data) -
+                                            sizeof(data_header_t));
+  }
+  // Copying takes one reference on the shared block.
+  void add_block_ref() const noexcept {
+    data_header_t* const h = get_data_header();
+    QUILLON_ASSERT(h != NULL);
+    if (h) __atomic_add_fetch(&h->m_ref_count, 1, __ATOMIC_RELAXED);
+  }
+  // Drops this value's reference; the last one frees the block.
+  void release_block() noexcept {
+    data_header_t* const h = get_data_header();
+    if (h && __atomic_sub_fetch(&h->m_ref_count, 1, __ATOMIC_ACQ_REL) != 0) return;
+    free_block(h);
+  }
+  void free_block(data_header_t* h) noexcept;
+  // Equality of two text or blob blocks of one tag: sizes first, then the bytes.
+  bool blocks_equal(variant_t const& other) const {
+    void const* const a = m_value.m_data;
+    void const* const b = other.m_value.m_data;
+    if (a == b) return true;
+    if (!a || !b) return equals(other);
+    u64_t const sa = static_cast<data_header_t const*>(a)[-1].m_size;
+    u64_t const sb = static_cast<data_header_t const*>(b)[-1].m_size;
+    if (sa == sb) return std::memcmp(a, b, sa) == 0;
+    // A text made from a null pointer has size 0 and equals the empty text.
+    if (m_type != vtBlob && (sa == 0 || sb == 0)) return equals(other);
+    return false;
+  }
   void free_data() noexcept;
   void set_data(das_variant_type_t type, void const* data, u64_t size);
   bool equals(variant_t const& other) const;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+
 #include <quillon2/das/variant.hpp>
 #include <quillon2/export.hpp>
 
@@ -46,7 +47,8 @@ class bag_impl_base_t;
 struct vb_helper;
 struct variant_bag_buddy_t;
 
-QUILLON2_API bag_node_base_t* bag_next_same(bag_node_base_t const* node, bag_node_base_t const* end);
+QUILLON2_API bag_node_base_t* bag_next_same(bag_node_base_t const* node,
+                                            bag_node_base_t const* end);
 QUILLON2_API bag_node_base_t* bag_first_visible(bag_node_base_t const* end);
 QUILLON2_API bag_node_base_t* bag_first_of_name(bag_node_base_t const* end, wchar_t const* name);
 QUILLON2_API bag_node_base_t const* bag_empty_list();
@@ -224,6 +226,9 @@ class QUILLON2_API variant_bag_t {
   friend struct internal::vb_helper;
   friend struct internal::variant_bag_buddy_t;
 
+  template <class T>
+  bool check_entry(wchar_t const* name, T const& value) const;
+  void copy_tree(variant_bag_t const& source);
   void add_entry(wchar_t const* name, variant_t const& value);
   void add_entry(wchar_t const* name, variant_bag_t const& value);
   variant_t& put_entry(wchar_t const* name, variant_t const& value);

@@ -21,14 +21,6 @@ constexpr u64_t min_block_payload = sizeof(wchar_t);
 
 constexpr u64_t no_blob = std::numeric_limits<u64_t>::max();
 
-inline std::int32_t block_inc(std::int32_t* count) {
-  return __atomic_add_fetch(count, 1, __ATOMIC_RELAXED);
-}
-
-inline std::int32_t block_dec(std::int32_t* count) {
-  return __atomic_sub_fetch(count, 1, __ATOMIC_ACQ_REL);
-}
-
 bool is_number(das_variant_type_t t) { return t >= vtBool && t <= vtDouble; }
 bool is_floating(das_variant_type_t t) { return t == vtFloat || t == vtDouble; }
 bool is_narrow_text(das_variant_type_t t) { return t == vtString || t == vtCharPtr; }
@@ -75,25 +67,18 @@ variant_t::variant_t(notype_ptr_t const& ptr) {
   new (m_value.m_data) notype_ptr_t(ptr);
 }
 
-variant_t::data_header_t* variant_t::get_data_header() const noexcept {
-  if (!is_dynamic_type() || m_value.m_data == nullptr) return nullptr;
-  return reinterpret_cast<data_header_t*>(static_cast<char*>(m_value.m_data) -
-                                          sizeof(data_header_t));
-}
-
-void variant_t::add_block_ref() const noexcept {
-  data_header_t* h = get_data_header();
-  QUILLON_ASSERT(h != NULL);
-  if (h) block_inc(&h->m_ref_count);
-}
-
-void variant_t::free_data() noexcept {
+void variant_t::free_block(data_header_t* h) noexcept {
   QUILLON_ASSERT(m_value.m_data != NULL);
-  data_header_t* h = get_data_header();
-  if (h && block_dec(&h->m_ref_count) == 0) {
+  if (h) {
     if (m_type == vtNotypePtr) static_cast<notype_ptr_t*>(m_value.m_data)->~notype_ptr_t();
     m_mem.m_free(h);
   }
+  m_type = vtNull;
+  m_value.m_uint = 0;
+}
+
+void variant_t::free_data() noexcept {
+  if (is_dynamic_type()) release_block();
   m_type = vtNull;
   m_value.m_uint = 0;
 }
@@ -237,11 +222,38 @@ bool variant_t::relate(variant_t const& a, variant_t const& b, Relation relation
   }
 }
 
+namespace {
+// Length in characters of a text block: a block made from a null pointer has size 0.
+inline u64_t text_length(u64_t block_size, u64_t unit) {
+  return block_size ? block_size / unit - 1 : 0;
+}
+}  // namespace
+
 bool variant_t::equals(variant_t const& var) const {
-  if (m_type == var.m_type && m_type != vtNull &&
-      (m_type == vtDummy || m_type < vtBool || m_type >= vtLast_Used)) {
-    QUILLON_ASSERT(m_type == vtNull && var.m_type == vtNull);
-    return true;
+  if (m_type == var.m_type) {
+    switch (m_type) {
+      case vtWString:
+      case vtString:
+      case vtBlob: {
+        // Blocks know their sizes, so most unequal values are told apart without reading.
+        if (m_value.m_data == var.m_value.m_data) return true;
+        data_header_t const* const a = get_data_header();
+        data_header_t const* const b = var.get_data_header();
+        if (!a || !b) break;
+        u64_t const unit = m_type == vtWString ? sizeof(wchar_t) : 1;
+        u64_t const na = m_type == vtBlob ? a->m_size : text_length(a->m_size, unit);
+        u64_t const nb = m_type == vtBlob ? b->m_size : text_length(b->m_size, unit);
+        if (na != nb) return false;
+        return na == 0 || std::memcmp(m_value.m_data, var.m_value.m_data, na * unit) == 0;
+      }
+      case vtNull:
+        return true;
+      default:
+        if (m_type == vtDummy || m_type < vtBool || m_type >= vtLast_Used) {
+          QUILLON_ASSERT(m_type == vtNull && var.m_type == vtNull);
+          return true;
+        }
+    }
   }
   return relate(*this, var, std::equal_to<>());
 }

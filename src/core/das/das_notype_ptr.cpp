@@ -175,8 +175,8 @@ das_proxy_t::das_proxy_t(wchar_t const* obj_type, wchar_t const* ptr_type,
 das_proxy_t::~das_proxy_t() { delete m_data; }
 
 int das_proxy_t::das_create_this_object(sptr_t<serializable_object_interface_t>& result) {
-  result = sptr_t<serializable_object_interface_t>(
-      static_cast<serializable_object_interface_t*>(new das_proxy_t(nullptr, nullptr, variant_bag_t())));
+  result = sptr_t<serializable_object_interface_t>(static_cast<serializable_object_interface_t*>(
+      new das_proxy_t(nullptr, nullptr, variant_bag_t())));
   return DAS_OK;
 }
 

@@ -41,16 +41,14 @@ bool overlaps(variant_bag_t const& destination, variant_bag_t const& source) {
 
 }  // namespace
 
-variant_bag_t const* path_accessor_t::go_to_path(wchar_t const* path,
-                                                 wchar_t const** leaf) const {
+variant_bag_t const* path_accessor_t::go_to_path(wchar_t const* path, wchar_t const** leaf) const {
   return walk<variant_bag_t const>(
       m_bag, path, leaf, [](variant_bag_t const* bag, wchar_t const* name, std::size_t length) {
         return internal::find_child(*bag, name, length);
       });
 }
 
-variant_bag_t* path_accessor_t::go_to_path(wchar_t const* path, wchar_t const** leaf,
-                                           bool create) {
+variant_bag_t* path_accessor_t::go_to_path(wchar_t const* path, wchar_t const** leaf, bool create) {
   return walk<variant_bag_t>(
       m_bag, path, leaf, [create](variant_bag_t* bag, wchar_t const* name, std::size_t length) {
         variant_bag_t* next = internal::find_child(*bag, name, length);
@@ -62,8 +60,7 @@ variant_bag_t* path_accessor_t::go_to_path(wchar_t const* path, wchar_t const** 
       });
 }
 
-variant_t path_accessor_t::get_variant(wchar_t const* path,
-                                       variant_t const& default_value) const {
+variant_t path_accessor_t::get_variant(wchar_t const* path, variant_t const& default_value) const {
   wchar_t const* leaf = nullptr;
   variant_bag_t const* const bag = go_to_path(path, &leaf);
   return bag ? bag->get_variant(leaf, default_value) : default_value;

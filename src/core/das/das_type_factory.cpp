@@ -60,8 +60,7 @@ object_registry_t::~object_registry_t() {
   delete m_names;
 }
 
-object_registering_info_t object_registry_t::register_type(wchar_t const* name,
-                                                           bool serializable) {
+object_registering_info_t object_registry_t::register_type(wchar_t const* name, bool serializable) {
   QUILLON_ASSERT(name != NULL);
   if (!name) return object_registering_info_t{};
   unsigned type = get_type_from_string(name);
@@ -72,8 +71,8 @@ object_registering_info_t object_registry_t::register_type(wchar_t const* name,
     m_types->emplace(type, type_full_info_t(name));
   }
   unsigned const instance_id = ++g_instance_counter;
-  das_instance_record_t& record =
-      (*(*m_types)[type].m_instance_id_to_creator)[instance_id] = das_instance_record_t{};
+  das_instance_record_t& record = (*(*m_types)[type].m_instance_id_to_creator)[instance_id] =
+      das_instance_record_t{};
   return object_registering_info_t{&record, type, instance_id};
 }
 
@@ -185,8 +184,7 @@ object_registering_info_t register_type(wchar_t const* name, bool serializable) 
   return get_object_registry().register_type(name, serializable);
 }
 
-object_registering_info_t register_type_for_dyncreate(wchar_t const* name,
-                                                      das_creator_t creator) {
+object_registering_info_t register_type_for_dyncreate(wchar_t const* name, das_creator_t creator) {
   return get_object_registry().register_type_for_dyncreate(name, creator);
 }
 
@@ -224,7 +222,8 @@ std::wstring demangled_type_name(std::type_info const& type) {
       abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
   char const* const text = (status == 0 && name) ? name.get() : type.name();
   std::wstring result;
-  for (char const* p = text; *p; ++p) result += static_cast<wchar_t>(static_cast<unsigned char>(*p));
+  for (char const* p = text; *p; ++p)
+    result += static_cast<wchar_t>(static_cast<unsigned char>(*p));
   return result;
 }
 

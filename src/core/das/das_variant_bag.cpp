@@ -3,6 +3,7 @@
 #include <cstring>
 #include <cwchar>
 #include <utility>
+#include <vector>
 
 #include <quillon2/das/notype_ptr.hpp>
 #include <quillon2/das/variant_bag.hpp>
@@ -19,13 +20,16 @@ namespace {
 wchar_t g_no_name[1] = {0};
 constexpr wchar_t const tag_name[] = L"#tag_name";
 
+// The list of a default-constructed iterator: always empty, never written after its
+// one-time initialisation.
 bag_node_base_t* empty_sentinel() {
-  static bag_node_base_t sentinel = [] {
-    bag_node_base_t s{};
-    s.m_name = g_no_name;
-    return s;
+  static bag_node_base_t sentinel{};
+  static bool const ready = [] {
+    sentinel.m_next = sentinel.m_prev = &sentinel;
+    sentinel.m_name = g_no_name;
+    return true;
   }();
-  sentinel.m_next = sentinel.m_prev = &sentinel;
+  (void)ready;
   return &sentinel;
 }
 }  // namespace
@@ -40,8 +44,7 @@ std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
 }
 
 bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
-  return node->m_length == length &&
-         (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
+  return node->m_length == length && (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
 }
 
 bag_index_t::bag_index_t()
@@ -52,8 +55,7 @@ bag_index_t::bag_index_t()
 
 bag_index_t::~bag_index_t() { delete[] m_slots; }
 
-bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length,
-                              std::uint32_t hash) const {
+bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length, std::uint32_t hash) const {
   if (!m_slots) return nullptr;
   for (std::uint32_t i = hash & m_mask;; i = (i + 1) & m_mask) {
     bag_slot_t* const s = &m_slots[i];
@@ -263,9 +265,42 @@ variant_bag_t::variant_bag_t()
       m_bags(new bag_impl_base_t<variant_bag_t>()),
       m_parent(nullptr) {}
 
-variant_bag_t::variant_bag_t(variant_bag_t const& other) : variant_bag_t() { *this = other; }
+// Deep bags are copied, destroyed and compared with work lists rather than recursion, so
+// that the depth of a bag is bounded by memory, not by the stack.
+
+void variant_bag_t::copy_tree(variant_bag_t const& source) {
+  static variant_bag_t const empty;
+  std::vector<std::pair<variant_bag_t const*, variant_bag_t*>> work{{&source, this}};
+  while (!work.empty()) {
+    auto const [from, to] = work.back();
+    work.pop_back();
+    to->m_values->append_copies(*from->m_values);
+    to->m_bags->reserve(from->m_bags->size());
+    for (bag_node_base_t* n = from->m_bags->first(); n != from->m_bags->end(); n = n->m_next) {
+      auto* const node =
+          bag_impl_base_t<variant_bag_t>::make_node(n->m_name, n->m_length, n->m_hash, empty);
+      to->m_bags->link_back(node);
+      if (!internal::is_hidden_name(n->m_name)) node->m_value.m_parent = to;
+      work.emplace_back(&value_of<variant_bag_t>(n), &node->m_value);
+    }
+  }
+}
+
+variant_bag_t::variant_bag_t(variant_bag_t const& other) : variant_bag_t() { copy_tree(other); }
 
 variant_bag_t::~variant_bag_t() {
+  std::vector<bag_node_base_t*> pending;
+  auto const take_children = [&pending](bag_impl_base_t<variant_bag_t>& bags) {
+    for (bag_node_base_t* n = bags.first(); n != bags.end(); n = n->m_next) pending.push_back(n);
+    bags.reset();
+  };
+  take_children(*m_bags);
+  while (!pending.empty()) {
+    bag_node_base_t* const n = pending.back();
+    pending.pop_back();
+    take_children(*value_of<variant_bag_t>(n).m_bags);
+    bag_impl_base_t<variant_bag_t>::destroy_node(n);
+  }
   delete m_bags;
   delete m_values;
 }
@@ -273,20 +308,10 @@ variant_bag_t::~variant_bag_t() {
 variant_bag_t& variant_bag_t::operator=(variant_bag_t const& other) {
   if (this == &other) return *this;
   // Copy first, replace after: the source may live inside this bag.
-  auto* values = new bag_impl_base_t<variant_t>();
-  auto* bags = new bag_impl_base_t<variant_bag_t>();
-  try {
-    values->append_copies(*other.m_values);
-    bags->append_copies(*other.m_bags);
-  } catch (...) {
-    delete values;
-    delete bags;
-    throw;
-  }
-  std::swap(values, m_values);
-  std::swap(bags, m_bags);
-  delete bags;
-  delete values;
+  variant_bag_t copy;
+  copy.copy_tree(other);
+  std::swap(m_values, copy.m_values);
+  std::swap(m_bags, copy.m_bags);
   adopt_visible_children(*this);
   return *this;
 }
@@ -320,9 +345,9 @@ variant_bag_t& variant_bag_t::put_entry(wchar_t const* name, variant_bag_t const
 }
 
 notype_ptr_t& variant_bag_t::put_entry(wchar_t const* name, notype_ptr_t const& value) {
-  variant_t& stored = put_entry(name, variant_t(value));
-  notype_ptr_t* const p = internal::variant_buddy_t::notype_ptr(stored);
-  QUILLON_ASSERT(stored.can_get<notype_ptr_t>());
+  variant_t& v = put_entry(name, variant_t(value));
+  notype_ptr_t* const p = internal::variant_buddy_t::notype_ptr(v);
+  QUILLON_ASSERT(v.can_get<notype_ptr_t>());
   if (!p) {
     static notype_ptr_t* none = new notype_ptr_t();
     return *none;
@@ -411,8 +436,7 @@ internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name, varian
   return n ? n : const_cast<bag_node_base_t*>(m_values->end());
 }
 
-internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name,
-                                                     variant_bag_t*) const {
+internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name, variant_bag_t*) const {
   bag_node_base_t* const n = vb_helper::find_first<variant_bag_t>(*this, name);
   return n ? n : const_cast<bag_node_base_t*>(m_bags->end());
 }
@@ -506,10 +530,21 @@ bool lists_equal(bag_node_base_t const* end_a, bag_node_base_t const* end_b, Equ
 }  // namespace
 
 bool variant_bag_t::operator==(variant_bag_t const& other) const {
+  std::vector<std::pair<variant_bag_t const*, variant_bag_t const*>> work{{this, &other}};
   auto const values_equal = [](variant_t const& x, variant_t const& y) { return x == y; };
-  auto const bags_equal = [](variant_bag_t const& x, variant_bag_t const& y) { return x == y; };
-  return lists_equal<variant_t>(m_values->end(), other.m_values->end(), values_equal) &&
-         lists_equal<variant_bag_t>(m_bags->end(), other.m_bags->end(), bags_equal);
+  // Children are matched by position here and compared when their pair comes up.
+  auto const defer = [&work](variant_bag_t const& x, variant_bag_t const& y) {
+    work.emplace_back(&x, &y);
+    return true;
+  };
+  while (!work.empty()) {
+    auto const [a, b] = work.back();
+    work.pop_back();
+    if (!lists_equal<variant_t>(a->m_values->end(), b->m_values->end(), values_equal) ||
+        !lists_equal<variant_bag_t>(a->m_bags->end(), b->m_bags->end(), defer))
+      return false;
+  }
+  return true;
 }
 
 }  // namespace quillon2

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <new>
 #include <string>
+
 #include <quillon2/das/variant_bag.hpp>
 
 namespace quillon2::internal {
@@ -165,3 +166,15 @@ class bag_impl_base_t : public bag_index_t {
 };
 
 }  // namespace quillon2::internal
+
+namespace quillon2 {
+
+// The preconditions of add and put: a name, and a value that is not the bag itself.
+template <class T>
+bool variant_bag_t::check_entry(wchar_t const* name, T const& value) const {
+  QUILLON_ASSERT(name != NULL);
+  QUILLON_ASSERT(static_cast<const void*>(&value) != static_cast<const void*>(this));
+  return name != nullptr;
+}
+
+}  // namespace quillon2

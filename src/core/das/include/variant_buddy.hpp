@@ -7,7 +7,8 @@ namespace quillon2::internal {
 
 struct variant_buddy_t {
   // Replaces the value by a new dynamic block of size bytes, filled from data unless it
-  // is null.
+  // is null. A text block must hold the terminated text and its size must be (length +
+  // 1) units: equality compares text blocks by size and bytes.
   static void set_data(variant_t& v, das_variant_type_t type, void const* data, u64_t size) {
     v.set_data(type, data, size);
   }

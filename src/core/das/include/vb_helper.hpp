@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cwchar>
+
 #include <quillon2/das/variant_bag.hpp>
 
 #include "core/das/include/bag_impl.hpp"
@@ -16,9 +17,7 @@ struct vb_helper {
 
   template <class T>
   static bool check(variant_bag_t const& bag, wchar_t const* name, T const& value) {
-    QUILLON_ASSERT(name != NULL);
-    QUILLON_ASSERT(static_cast<const void*>(&value) != static_cast<const void*>(&bag));
-    return name != nullptr;
+    return bag.check_entry(name, value);
   }
 
   template <class T>
@@ -68,7 +67,6 @@ inline bag_impl_base_t<variant_bag_t>& vb_helper::impl<variant_bag_t>(variant_ba
   return *bag.m_bags;
 }
 
-
 }  // namespace quillon2::internal
 
 namespace quillon2::internal {
@@ -76,8 +74,8 @@ namespace quillon2::internal {
 // The earliest child of a name given by pointer and length (not terminated), or null.
 inline variant_bag_t* find_child(variant_bag_t const& bag, wchar_t const* name,
                                  std::size_t length) {
-  bag_slot_t* const s = vb_helper::impl<variant_bag_t>(bag).find(name, length,
-                                                                 hash_name(name, length));
+  bag_slot_t* const s =
+      vb_helper::impl<variant_bag_t>(bag).find(name, length, hash_name(name, length));
   return s ? &static_cast<bag_node_t<variant_bag_t>*>(s->m_first)->m_value : nullptr;
 }
 
