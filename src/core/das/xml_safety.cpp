@@ -78,9 +78,10 @@ xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* e
     return nullptr;
   }
   refusal_watch_t watch;
-  xml_doc_ptr_t doc(xmlCtxtReadMemory(parser, data != nullptr ? data : "",
-                                      static_cast<int>(size), nullptr, encoding,
-                                      safe_parse_options(options)));
+  // libxml2 prints nothing of its own: the reason of a failure is kept for the caller's log.
+  xml_doc_ptr_t doc(xmlCtxtReadMemory(
+      parser, data != nullptr ? data : "", static_cast<int>(size), nullptr, encoding,
+      safe_parse_options(options) | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
   if (doc && watch.refused()) {
     doc.reset();
     t_last_error = "the document refers to external content";
