@@ -30,8 +30,8 @@ std::wstring text_of(quillon2::variant_t const& value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  std::wstring const input = KESMET_2_18::strings::utf8_to_utf16(
-      std::string(reinterpret_cast<char const*>(data), size));
+  std::wstring const input =
+      KESMET_2_18::strings::utf8_to_utf16(std::string(reinterpret_cast<char const*>(data), size));
   quillon2::variant_bag_t bag;
   if (quillon2::load_variant_bag_from_string(bag, quillon2::variant_t(input.c_str())) != 1) {
     return 0;

@@ -1,13 +1,13 @@
 // The process-wide refusing entity loader and the safe parse entry points of libxml2.
 #include "core/das/include/xml_safety.hpp"
 
-#include "core/das/include/utf8_codec.hpp"
-
 #include <climits>
 #include <cstdio>
 
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
+
+#include "core/das/include/utf8_codec.hpp"
 
 namespace quillon2::internal {
 
@@ -24,8 +24,7 @@ thread_local entity_door_t* t_innermost_door = nullptr;
 thread_local unsigned long t_refusals = 0;
 thread_local std::string t_last_error;
 
-xmlParserInputPtr refusing_entity_loader(char const* url, char const* id,
-                                         xmlParserCtxtPtr parser) {
+xmlParserInputPtr refusing_entity_loader(char const* url, char const* id, xmlParserCtxtPtr parser) {
   if (t_innermost_door != nullptr) {
     if (xmlParserInputPtr input = door_access_t::open(*t_innermost_door, url, id, parser)) {
       return input;
@@ -189,11 +188,20 @@ bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t&
     utf8_bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
     if (c >= 0x20 && c < 0x80) {
       switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '"': out += "&quot;"; break;
-        default: out.push_back(static_cast<char>(c));
+        case '&':
+          out += "&amp;";
+          break;
+        case '<':
+          out += "&lt;";
+          break;
+        case '>':
+          out += "&gt;";
+          break;
+        case '"':
+          out += "&quot;";
+          break;
+        default:
+          out.push_back(static_cast<char>(c));
       }
       continue;
     }
