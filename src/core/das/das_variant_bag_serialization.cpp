@@ -49,10 +49,12 @@ constexpr std::size_t k_max_element_depth = 257;
 // bytes and one at the end, two digits for each byte.
 std::size_t blob_text_length(std::size_t size) { return 2 * size + (size + 15) / 16 + 1; }
 
-// File options of the element form: substitute entities, no error output, compact nodes.
+// Read options: entities are substituted. Small texts are stored inside their nodes
+// (XML_PARSE_COMPACT), which saves allocations and changes nothing that the reader sees,
+// the tree being read only; the text form uses it as the file form does.
 constexpr int k_file_read_options =
     XML_PARSE_NOENT | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
-constexpr int k_string_read_options = XML_PARSE_NOENT;
+constexpr int k_string_read_options = XML_PARSE_NOENT | XML_PARSE_COMPACT;
 
 constexpr char k_hex_digits[] = "0123456789abcdef";
 
