@@ -230,31 +230,36 @@ void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t leng
     auto const c = static_cast<char32_t>(w);
     return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? char32_t{0xFFFD} : c;
   };
-  std::size_t bytes = 0;
+  std::size_t bytes = length;
   for (std::size_t i = 0; i < length; ++i) {
-    char32_t const c = scalar(text[i]);
-    bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    auto const c = static_cast<char32_t>(text[i]);
+    if (c >= 0x80) {
+      char32_t const s = scalar(text[i]);
+      bytes += s < 0x800 ? 1 : s < 0x10000 ? 2 : 3;
+    }
   }
   std::size_t const start = out.size();
   out.resize(start + bytes);
   char* p = out.data() + start;
-  for (std::size_t i = 0; i < length; ++i) {
-    char32_t const c = scalar(text[i]);
-    if (c < 0x80) {
-      *p++ = static_cast<char>(c);
-    } else if (c < 0x800) {
+  std::size_t i = 0;
+  while (i < length) {
+    // Runs of ASCII go over one unit to one byte.
+    while (i < length && static_cast<char32_t>(text[i]) < 0x80) {
+      *p++ = static_cast<char>(text[i++]);
+    }
+    if (i == length) break;
+    char32_t const c = scalar(text[i++]);
+    if (c < 0x800) {
       *p++ = static_cast<char>(0xC0 | (c >> 6));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else if (c < 0x10000) {
       *p++ = static_cast<char>(0xE0 | (c >> 12));
       *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else {
       *p++ = static_cast<char>(0xF0 | (c >> 18));
       *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
       *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     }
+    *p++ = static_cast<char>(0x80 | (c & 0x3F));
   }
 }
 
