@@ -3,6 +3,8 @@
 // The writer walks the bag with an explicit stack, so that the depth of a bag in memory
 // never reaches the depth of the call stack. The reader recurses, but only as deep as
 // libxml2 lets a document nest (its default limit, which is never lifted).
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -315,7 +317,11 @@ int element_writer_t::write_document(variant_bag_t const& bag) {
 }  // namespace
 
 int internal::write_element_form(variant_bag_t const& bag, std::string& out, std::string& why) {
+  // Documents of one program tend to be of one size: room for the last one saves the
+  // copies of a growing buffer. Untouched room costs address space only.
+  static std::atomic<std::size_t> last_size{0};
   out.clear();
+  out.reserve(std::max<std::size_t>(65536, last_size.load(std::memory_order_relaxed)));
   // The writer prints straight into `out`; libxml2 flushes its own buffer into it in
   // chunks, and on closing.
   auto const append = [](void* context, char const* data, int size) {
@@ -334,7 +340,11 @@ int internal::write_element_form(variant_bag_t const& bag, std::string& out, std
   int const result = element_writer.write_document(bag);
   xmlFreeTextWriter(writer);
   why = element_writer.why();
-  if (is_failure(result)) out.clear();
+  if (is_failure(result)) {
+    out.clear();
+  } else {
+    last_size.store(out.size() + out.size() / 8, std::memory_order_relaxed);
+  }
   return result;
 }
 
