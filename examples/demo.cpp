@@ -87,6 +87,27 @@ void objects() {
             << kesmet2::utf16_to_utf8(q2::get_fq_host_name()) << "\n";
 }
 
+// Values and bags: named values and child bags in insertion order, dotted paths,
+// overlays of one bag on another.
+void values_and_bags() {
+  section("variants and bags");
+  q2::variant_bag_t settings;
+  settings.put(L"title", q2::variant_t(L"quillon2 demo"));
+  q2::variant_bag_t& window = settings.add_variant_bag(L"window", q2::variant_bag_t());
+  window.put(L"width", q2::variant_t(800));
+  window.put(L"height", q2::variant_t(600));
+
+  q2::path_accessor_t path(settings);
+  int const width = path.get_variant(L"window.width", q2::variant_t(0)).get<q2::s32_t>();
+  q2::variant_bag_t user;
+  user.add_variant_bag(L"window", q2::variant_bag_t()).put(L"width", q2::variant_t(1024));
+  q2::merge(settings, user);
+  for (auto it = window.begin<q2::variant_t>(); !it.at_end(); it.next())
+    std::cout << kesmet2::utf16_to_utf8(it.get_name()) << " = " << it.get_value().get<q2::s64_t>()
+              << "\n";
+  std::cout << "width was " << width << " before the overlay\n";
+}
+
 }  // namespace
 
 int main() {
@@ -97,5 +118,6 @@ int main() {
   environment();
   errors();
   objects();
+  values_and_bags();
   return 0;
 }

@@ -16,3 +16,11 @@
 #include <quillon2/core/object_interface.hpp>
 #include <quillon2/core/smart_pointer.hpp>
 #include <quillon2/headers/iterator.hpp>
+
+// Data model: variants, bags, typed pointers and the registry, paths and bag algebra.
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/type_factory.hpp>
+#include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/das_proxy.hpp>
+#include <quillon2/das/path_accessor.hpp>
