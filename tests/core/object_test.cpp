@@ -300,6 +300,22 @@ TEST_F(ObjectModel, SmartPointerDeletesWithTheLastCopy) {
   EXPECT_EQ(0, living);
 }
 
+struct tracked_child_t : tracked_t {
+  int extra = 6;
+};
+
+TEST_F(ObjectModel, SmartPointerToADerivedClassSharesItsCount) {
+  smart_pointer_t<tracked_child_t> child(new tracked_child_t);
+  smart_pointer_t<tracked_t> base = child;
+  EXPECT_EQ(child.get_count(), base.get_count());
+  EXPECT_EQ(2u, *base.get_count());
+  child.reset();
+  EXPECT_EQ(1, living);
+  EXPECT_EQ(5, base->value);
+  base.reset();
+  EXPECT_EQ(0, living);
+}
+
 TEST_F(ObjectModel, NullSmartPointerCopiesHaveNoCount) {
   smart_pointer_t<tracked_t> empty(static_cast<tracked_t*>(nullptr));
   smart_pointer_t<tracked_t> copy = empty;
