@@ -16,6 +16,7 @@
 #include <boost/thread/barrier.hpp>
 #include <gtest/gtest.h>
 
+#include <quillon2/core/error_code.hpp>
 #include <quillon2/core/pool_allocator.hpp>
 
 namespace {
@@ -269,7 +270,13 @@ TEST(PoolFailure, BlockWhoseRecordPointsOutsideAPageIsIgnored) {
 TEST(PoolFailure, ImpossibleRequestThrowsAndLeavesThePoolAsItWas) {
   char* a = first_block_on_fresh_page(24);
   EXPECT_THROW(pool_allocate(~std::uint64_t{0}), std::bad_alloc);
+  quillon2::error_code_t::clean_last();
   EXPECT_THROW(pool_allocate(std::uint64_t{1} << 45), std::bad_alloc);
+  quillon2::error_code_t const reported = quillon2::error_code_t::get_last();
+  EXPECT_TRUE(reported == quillon2::error::FailedTo.Get.Enough.Memory);
+  EXPECT_NE(std::string::npos,
+            reported.as_string().find("Failed memory allocation, alloc_size=35184372088832"))
+      << reported.as_string();
   char* b = allocate(24);  // the lock was released and nothing moved
   EXPECT_EQ(a + 32, b);
   pool_deallocate(b, 24);
