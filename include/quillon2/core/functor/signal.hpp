@@ -255,10 +255,10 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   void free_all_nodes() noexcept;
   void remove_sender(subscriber_base_t* subscriber);
 
-  node_t m_head;                      // sentinel of the circular connection list
-  bool* m_is_valid_flag = nullptr;    // set while an emission runs
-  std::size_t m_invalid_count = 0;    // records cleared during the running emission
-  signal_core_t* m_core;              // its mutex guards everything above
+  node_t m_head;                    // sentinel of the circular connection list
+  bool* m_is_valid_flag = nullptr;  // set while an emission runs
+  std::size_t m_invalid_count = 0;  // records cleared during the running emission
+  signal_core_t* m_core;            // its mutex guards everything above
 };
 
 namespace signal_detail {
@@ -295,8 +295,8 @@ struct function_arity<R(P...) const> : std::integral_constant<std::size_t, sizeo
 template <class R, class... P>
 struct function_arity<R(P...) noexcept> : std::integral_constant<std::size_t, sizeof...(P)> {};
 template <class R, class... P>
-struct function_arity<R(P...) const noexcept>
-    : std::integral_constant<std::size_t, sizeof...(P)> {};
+struct function_arity<R(P...) const noexcept> : std::integral_constant<std::size_t, sizeof...(P)> {
+};
 
 template <class R, class M, class Tuple, std::size_t... I>
 inline void call_with(R* receiver, M method, Tuple& args, std::index_sequence<I...>) {
@@ -317,8 +317,7 @@ class signal_templ : public signal_base_t {
 
  public:
   // Number of arguments an emission takes.
-  static constexpr std::size_t arity =
-      signal_detail::leading_arguments<A1, A2, A3, A4, A5, A6>();
+  static constexpr std::size_t arity = signal_detail::leading_arguments<A1, A2, A3, A4, A5, A6>();
 
  private:
   template <std::size_t I, class A>
@@ -381,9 +380,10 @@ class signal_templ : public signal_base_t {
   static void invoke(void* object, bound_method_t const& method, P<A1> a1, P<A2> a2, P<A3> a3,
                      P<A4> a4, P<A5> a5, P<A6> a6) {
     auto args = std::forward_as_tuple(a1, a2, a3, a4, a5, a6);
-    signal_detail::call_with(static_cast<R*>(object), method.get<M>(), args,
-                             std::make_index_sequence<signal_detail::function_arity<
-                                 typename member_function_of<M>::type>::value>{});
+    signal_detail::call_with(
+        static_cast<R*>(object), method.get<M>(), args,
+        std::make_index_sequence<
+            signal_detail::function_arity<typename member_function_of<M>::type>::value>{});
   }
 
   template <class M>
