@@ -1,9 +1,12 @@
 // A tour of quillon2's main roads. Each section shows one capability as a client would
 // use it; run it with scripts/demo.
+#include <future>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <boost/make_shared.hpp>
 
 #include <quillon2/quillon2.hpp>
 
@@ -108,6 +111,32 @@ void values_and_bags() {
   std::cout << "width was " << width << " before the overlay\n";
 }
 
+// Tasks, stages and units: a stage runs on a pool worker, which then reports that the
+// stage has completed.
+void units() {
+  section("signals, tasks and units");
+  namespace qt = q2::threading;
+  struct listener_t : q2::_internal::subscriber_base_t {
+    std::promise<void> finished;
+    void work(boost::shared_ptr<qt::task_t> task) {
+      std::cout << task->get_display_name() << " runs on " << qt::get_thread_name() << "\n";
+    }
+    void completed(boost::shared_ptr<qt::task_t>) { finished.set_value(); }
+  } listener;
+  auto finished = listener.finished.get_future();
+
+  qt::thread_pool_unit_t pool(2);  // workers start on demand
+  pool.stage_completed.connect(&listener, &listener_t::completed);
+  qt::stage_t::signal_type work;
+  work.connect(&listener, &listener_t::work);
+  auto task = boost::make_shared<qt::default_task_t>();
+  task->set_display_name("greeting");
+  if (pool.execute(task, boost::make_shared<qt::stage_t>(qt::unit_service, work)) == qt::seOk) {
+    finished.wait();
+  }
+  pool.terminate();
+}
+
 }  // namespace
 
 int main() {
@@ -119,5 +148,6 @@ int main() {
   errors();
   objects();
   values_and_bags();
+  units();
   return 0;
 }
