@@ -137,6 +137,29 @@ void units() {
   pool.terminate();
 }
 
+// Bags go to XML and back; values compute and print with their types.
+void bags_as_xml() {
+  section("bags as XML, value arithmetic");
+  q2::variant_bag_t bag;
+  bag.add<q2::variant_t>(L"count", q2::variant_t(5));
+  bag.add<q2::variant_t>(L"title", q2::variant_t(L"Stra\u00DFe & Co"));
+  bag.add<q2::variant_t>(L"data", q2::variant_t(static_cast<void const*>("\x01\x02"), 2));
+  q2::variant_bag_t child;
+  child.add<q2::variant_t>(L"id", q2::variant_t(L"1"));
+  bag.add_variant_bag(L"child", child);
+
+  q2::variant_t text;
+  if (q2::save_variant_bag_to_string(bag, &text) != 1) return;
+  std::cout << kesmet2::utf16_to_utf8(text.get<wchar_t const*>());
+
+  q2::variant_bag_t loaded;
+  if (q2::load_variant_bag_from_string(loaded, text) != 1) return;
+  q2::variant_t const count = loaded.get_variant(L"count", q2::variant_t());
+  std::cout << "count: " << count << "; plus 2.5: "
+            << q2::variant_add(count, q2::variant_t(2.5), L"") << "\n";
+  q2::debug_print_variant_bag(loaded, true, L">");
+}
+
 }  // namespace
 
 int main() {
@@ -149,5 +172,6 @@ int main() {
   objects();
   values_and_bags();
   units();
+  bags_as_xml();
   return 0;
 }

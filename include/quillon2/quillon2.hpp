@@ -38,3 +38,7 @@
 #include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
 #include <quillon2/core/threading/units/thread_pool_unit.hpp>
 #include <quillon2/core/threading/units/threads_unit.hpp>
+
+// Bags as XML (element form), value arithmetic and printing.
+#include <quillon2/das/variant_bag_serialization.hpp>
+#include <quillon2/das/variant_operations.hpp>
