@@ -1,5 +1,7 @@
 // The POSIX side of the file system: probes, access trials, listings and the calls
 // on single objects. Every descriptor is opened close-on-exec.
+#include "core/file_system/include/file_system_os.hpp"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -8,7 +10,6 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "core/file_system/include/file_system_os.hpp"
 #include "core/file_system/posix/unique_fd.hpp"
 
 namespace quillon2::internal::fs_os {
@@ -37,7 +38,8 @@ create_t create_result(int error) {
 probe_t probe(std::string const& path) {
   if (!usable(path)) return probe_t::missing;
   struct stat st;
-  if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? probe_t::directory : probe_t::other;
+  if (::stat(path.c_str(), &st) == 0)
+    return S_ISDIR(st.st_mode) ? probe_t::directory : probe_t::other;
   switch (errno) {
     case ENOENT:
     case ENOTDIR:
@@ -111,9 +113,7 @@ bool list_directory(std::string const& path, std::vector<dir_entry_t>& entries) 
   return true;
 }
 
-bool remove_file(std::string const& path) {
-  return usable(path) && ::unlink(path.c_str()) == 0;
-}
+bool remove_file(std::string const& path) { return usable(path) && ::unlink(path.c_str()) == 0; }
 
 bool remove_empty_directory(std::string const& path) {
   if (!usable(path)) return false;
