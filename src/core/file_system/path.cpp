@@ -29,6 +29,9 @@ view_t head_of(path_data_t const& p) {
   return view_t();  // drive paths are handled by the caller: their head is not constant
 }
 
+// The drive letter as text: one character, or none.
+view_t drive_of(path_data_t const& p) { return p.drive ? view_t(&p.drive, 1) : view_t(); }
+
 // Case-insensitive comparison under the global locale, as operator== defines it.
 class ignore_case_t {
  public:
@@ -49,13 +52,14 @@ class ignore_case_t {
 }  // namespace
 
 path_t::path_t(std::wstring const& text) {
+  // A refused text leaves the path as it is: empty.
   std::size_t stop = 0;
-  if (!text.empty() && !internal::parse_path(text, false, &m_path, stop)) m_path = internal_t();
+  internal::parse_path(text, false, &m_path, stop);
 }
 
 path_t::path_t(wchar_t const* text) {
   std::size_t stop = 0;
-  if (text && *text && !internal::parse_path(text, false, &m_path, stop)) m_path = internal_t();
+  if (text) internal::parse_path(text, false, &m_path, stop);
 }
 
 bool path_t::validate(std::wstring const& text, bool no_wildcards, int& error_position) {
@@ -75,7 +79,7 @@ std::size_t path_t::printed_length() const {
   if (!p.absolute) return 0;
   std::size_t length = p.components.text_length() + n;
   if (p.windows && !p.unc) {
-    length += p.drive.size() + 1 + (n == 0 ? 1 : 0);
+    length += drive_of(p).size() + 1 + (n == 0 ? 1 : 0);
   } else {
     length += head_of(p).size();
   }
@@ -102,7 +106,7 @@ std::wstring path_t::as_string(bool no_long_prefix) const {
   }
   if (!p.absolute) return text;
   if (p.windows && !p.unc) {
-    text += p.drive;
+    text += drive_of(p);
     text += L':';
     if (p.components.empty()) text += L'\\';
   } else {
@@ -125,7 +129,7 @@ std::list<std::wstring> path_t::as_string_list() const {
     list.emplace_back(L"\\\\" + std::wstring(*it));
     ++it;
   } else if (p.windows && p.absolute) {
-    list.emplace_back(p.drive + L":");
+    list.emplace_back(std::wstring(drive_of(p)) + L":");
   }
   for (; it != p.components.end(); ++it) list.emplace_back(*it);
   return list;
@@ -168,7 +172,7 @@ std::wstring path_t::get_branch() const {
   if (p.unc) {
     text = L"\\";
   } else if (p.windows) {
-    text = p.drive + L":";
+    text = std::wstring(drive_of(p)) + L":";
   }
   if (n == 1) {
     text += L'\\';
@@ -257,8 +261,7 @@ bool path_t::normalize() {
     }
   }
   _internal::component_list_t<std::wstring> rebuilt;
-  rebuilt.reserve(m_path.components.text_length() + m_path.components.size());
-  for (view_t c : kept) rebuilt.push_back(c);
+  rebuilt.assign(m_path.components.host(), kept);
   m_path.components.swap(rebuilt);
   return true;
 }
@@ -269,7 +272,8 @@ path_t path_t::get_relative(path_t const& other) const {
   auto const& a = m_path;
   auto const& b = other.m_path;
   if (a.relative != b.relative || a.windows != b.windows || a.posix != b.posix ||
-      a.drive != b.drive || a.host != b.host || a.absolute != b.absolute || a.unc != b.unc) {
+      a.drive != b.drive || a.components.host() != b.components.host() ||
+      a.absolute != b.absolute || a.unc != b.unc) {
     return path_t();
   }
   ignore_case_t const ignore_case;
@@ -302,9 +306,12 @@ path_t path_t::get_relative(path_t const& other) const {
 }
 
 void path_t::to_lower() {
+  std::vector<std::wstring> texts;
+  texts.reserve(m_path.components.size());
+  for (view_t c : m_path.components) texts.push_back(ql2::tolower(std::wstring(c)));
+  std::vector<view_t> views(texts.begin(), texts.end());
   _internal::component_list_t<std::wstring> lowered;
-  lowered.reserve(m_path.components.text_length() + m_path.components.size());
-  for (view_t c : m_path.components) lowered.push_back(ql2::tolower(std::wstring(c)));
+  lowered.assign(m_path.components.host(), views);
   m_path.components.swap(lowered);
 }
 
@@ -324,7 +331,10 @@ bool path_t::operator==(path_t const& other) const {
     return false;
   }
   ignore_case_t const ignore_case;
-  if (!ignore_case.equal(a.host, b.host) || !ignore_case.equal(a.drive, b.drive)) return false;
+  if (!ignore_case.equal(a.components.host(), b.components.host()) ||
+      !ignore_case.equal(drive_of(a), drive_of(b))) {
+    return false;
+  }
   auto ib = b.components.begin();
   for (view_t c : a.components) {
     if (!ignore_case.equal(c, *ib)) return false;

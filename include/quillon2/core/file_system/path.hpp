@@ -16,6 +16,7 @@
 // std::wstring. Equality is case-insensitive under the global locale; order is not.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <list>
@@ -31,7 +32,9 @@ namespace _internal {
 
 // The components of a path, packed into one string so that a path of any length
 // costs a single allocation: each component is stored as one code unit holding its
-// length, followed by its characters. Components may hold any character.
+// length, followed by its characters. Components may hold any character. The UNC
+// host travels in the same string, stored the same way in front of the components
+// (with length 0 when there is none), so that a UNC path needs nothing more.
 template <class StringT>
 class component_list_t {
  public:
@@ -66,21 +69,51 @@ class component_list_t {
     char_type const* m_at = nullptr;
   };
 
+  component_list_t() : m_data(1, char_type()) {}
+  // A copy is most often made to be extended, so it leaves room for a little more.
+  component_list_t(component_list_t const& other) : m_count(other.m_count), m_last(other.m_last) {
+    if (other.m_data.size() > 1) m_data.reserve(other.m_data.size() + k_copy_room);
+    m_data.append(other.m_data);
+  }
+  component_list_t(component_list_t&&) noexcept = default;
+  component_list_t& operator=(component_list_t const&) = default;
+  component_list_t& operator=(component_list_t&&) noexcept = default;
+  ~component_list_t() = default;
+
   std::size_t size() const { return m_count; }
   bool empty() const { return m_count == 0; }
   // The number of characters of all components together, separators not counted.
-  std::size_t text_length() const { return m_data.size() - m_count; }
+  std::size_t text_length() const { return m_data.size() - m_count - host_units(); }
 
-  const_iterator begin() const { return const_iterator(m_data.data()); }
+  const_iterator begin() const { return const_iterator(m_data.data() + host_units()); }
   const_iterator end() const { return const_iterator(m_data.data() + m_data.size()); }
   view_type front() const { return *begin(); }
   view_type back() const {
     return view_type(m_data.data() + m_last + 1, length_at(m_data.data() + m_last));
   }
+  view_type host() const { return view_type(m_data.data() + 1, length_at(m_data.data())); }
 
-  void reserve(std::size_t units) { m_data.reserve(units); }
-  void clear() {
-    m_data.clear();
+  // Replaces the host and every component at once. Parts is any sequence that has
+  // size() and gives the components as views by operator[].
+  template <class Parts>
+  void assign(view_type host, Parts const& parts) {
+    std::size_t const count = parts.size();
+    std::size_t units = 1 + host.size() + count;
+    for (std::size_t i = 0; i < count; ++i) units += parts[i].size();
+    m_data.resize(units);
+    char_type* out = &m_data[0];
+    out = put(out, host);
+    m_last = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+      m_last = static_cast<std::size_t>(out - m_data.data());
+      out = put(out, parts[i]);
+    }
+    m_count = count;
+  }
+  // Keeps the host and drops the components; `units` is room for what follows.
+  void clear(std::size_t units = 0) {
+    m_data.resize(host_units());
+    m_data.reserve(host_units() + units);
     m_count = 0;
     m_last = 0;
   }
@@ -90,13 +123,13 @@ class component_list_t {
     m_data.append(text.data(), text.size());
     ++m_count;
   }
-  void push_back(char_type const* text, std::size_t length) { push_back(view_type(text, length)); }
-  // Appends every component of another list.
+  // Appends every component of another list; its host is not taken.
   void append(component_list_t const& other) {
     if (other.m_count == 0) return;
     std::size_t const base = m_data.size();
-    m_data.append(other.m_data);
-    m_last = base + other.m_last;
+    std::size_t const skip = other.host_units();
+    m_data.append(other.m_data, skip, StringT::npos);
+    m_last = base + other.m_last - skip;
     m_count += other.m_count;
   }
   // Replaces the text of the last component; the list must not be empty.
@@ -115,7 +148,13 @@ class component_list_t {
   static std::size_t length_at(char_type const* at) {
     return static_cast<std::size_t>(static_cast<std::make_unsigned_t<char_type>>(*at));
   }
+  static char_type* put(char_type* out, view_type text) {
+    *out++ = static_cast<char_type>(text.size());
+    return std::copy(text.begin(), text.end(), out);
+  }
+  std::size_t host_units() const { return 1 + length_at(m_data.data()); }
 
+  static constexpr std::size_t k_copy_room = 16;  // code units
   StringT m_data;
   std::size_t m_count = 0;
   std::size_t m_last = 0;  // offset of the last component's length unit
@@ -124,12 +163,14 @@ class component_list_t {
 // The parsed form of a path. path_t holds exactly this state.
 template <class StringT>
 struct path_internal_t {
-  component_list_t<StringT> components;  // never holds an empty string after parsing
+  using char_type = typename StringT::value_type;
+
+  component_list_t<StringT> components;  // never holds an empty string after parsing;
+                                         // components.host() is the UNC host as written
   bool relative = false;                 // began with a component: no drive, no root
   bool windows = false;                  // what is_windows() says
   bool posix = false;                    // what is_posix() says
-  StringT drive;                         // the drive letter alone, as written
-  StringT host;                          // the UNC host, as written
+  char_type drive = 0;                   // the drive letter as written; 0 without one
   bool absolute = false;                 // what is_absolute() says
   bool unc = false;                      // the path has the form of a network path
 };

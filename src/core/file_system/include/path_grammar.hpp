@@ -12,7 +12,7 @@ using path_data_t = _internal::path_internal_t<std::wstring>;
 
 // Parses a path text. Surrounding double quotes are dropped first (each end on its
 // own), then the text ends at its first NUL. With out given, the parsed form is
-// built into it (out must be empty); on failure out is left in an unspecified state.
+// built into it; on failure out is left as it was.
 // Returns true when the whole text was taken; otherwise stop is the offset, in the
 // text without its quotes, of the first character that the parse did not take.
 bool parse_path(std::wstring_view text, bool no_wildcards, path_data_t* out, std::size_t& stop);
