@@ -1,9 +1,12 @@
 // A tour of quillon2's main roads. Each section shows one capability as a client would
 // use it; run it with scripts/demo.
+#include <future>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <boost/make_shared.hpp>
 
 #include <quillon2/quillon2.hpp>
 
@@ -87,6 +90,76 @@ void objects() {
             << kesmet2::utf16_to_utf8(q2::get_fq_host_name()) << "\n";
 }
 
+// Values and bags: named values and child bags in insertion order, dotted paths,
+// overlays of one bag on another.
+void values_and_bags() {
+  section("variants and bags");
+  q2::variant_bag_t settings;
+  settings.put(L"title", q2::variant_t(L"quillon2 demo"));
+  q2::variant_bag_t& window = settings.add_variant_bag(L"window", q2::variant_bag_t());
+  window.put(L"width", q2::variant_t(800));
+  window.put(L"height", q2::variant_t(600));
+
+  q2::path_accessor_t path(settings);
+  int const width = path.get_variant(L"window.width", q2::variant_t(0)).get<q2::s32_t>();
+  q2::variant_bag_t user;
+  user.add_variant_bag(L"window", q2::variant_bag_t()).put(L"width", q2::variant_t(1024));
+  q2::merge(settings, user);
+  for (auto it = window.begin<q2::variant_t>(); !it.at_end(); it.next())
+    std::cout << kesmet2::utf16_to_utf8(it.get_name()) << " = " << it.get_value().get<q2::s64_t>()
+              << "\n";
+  std::cout << "width was " << width << " before the overlay\n";
+}
+
+// Tasks, stages and units: a stage runs on a pool worker, which then reports that the
+// stage has completed.
+void units() {
+  section("signals, tasks and units");
+  namespace qt = q2::threading;
+  struct listener_t : q2::_internal::subscriber_base_t {
+    std::promise<void> finished;
+    void work(boost::shared_ptr<qt::task_t> task) {
+      std::cout << task->get_display_name() << " runs on " << qt::get_thread_name() << "\n";
+    }
+    void completed(boost::shared_ptr<qt::task_t>) { finished.set_value(); }
+  } listener;
+  auto finished = listener.finished.get_future();
+
+  qt::thread_pool_unit_t pool(2);  // workers start on demand
+  pool.stage_completed.connect(&listener, &listener_t::completed);
+  qt::stage_t::signal_type work;
+  work.connect(&listener, &listener_t::work);
+  auto task = boost::make_shared<qt::default_task_t>();
+  task->set_display_name("greeting");
+  if (pool.execute(task, boost::make_shared<qt::stage_t>(qt::unit_service, work)) == qt::seOk) {
+    finished.wait();
+  }
+  pool.terminate();
+}
+
+// Bags go to XML and back; values compute and print with their types.
+void bags_as_xml() {
+  section("bags as XML, value arithmetic");
+  q2::variant_bag_t bag;
+  bag.add<q2::variant_t>(L"count", q2::variant_t(5));
+  bag.add<q2::variant_t>(L"title", q2::variant_t(L"Stra\u00DFe & Co"));
+  bag.add<q2::variant_t>(L"data", q2::variant_t(static_cast<void const*>("\x01\x02"), 2));
+  q2::variant_bag_t child;
+  child.add<q2::variant_t>(L"id", q2::variant_t(L"1"));
+  bag.add_variant_bag(L"child", child);
+
+  q2::variant_t text;
+  if (q2::save_variant_bag_to_string(bag, &text) != 1) return;
+  std::cout << kesmet2::utf16_to_utf8(text.get<wchar_t const*>());
+
+  q2::variant_bag_t loaded;
+  if (q2::load_variant_bag_from_string(loaded, text) != 1) return;
+  q2::variant_t const count = loaded.get_variant(L"count", q2::variant_t());
+  std::cout << "count: " << count << "; plus 2.5: "
+            << q2::variant_add(count, q2::variant_t(2.5), L"") << "\n";
+  q2::debug_print_variant_bag(loaded, true, L">");
+}
+
 }  // namespace
 
 int main() {
@@ -97,5 +170,8 @@ int main() {
   environment();
   errors();
   objects();
+  values_and_bags();
+  units();
+  bags_as_xml();
   return 0;
 }
