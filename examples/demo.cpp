@@ -160,6 +160,29 @@ void bags_as_xml() {
   q2::debug_print_variant_bag(loaded, true, L">");
 }
 
+// Files: one path type, printed with backslashes on every platform and handed to the
+// system in its native form; a fresh directory taken atomically; whole text files.
+void files() {
+  section("paths, files and text content");
+  auto utf8 = [](std::wstring const& w) { return kesmet2::utf16_to_utf8(w); };
+  std::wstring work;
+  if (q2::create_unique_dir(L"/tmp", L"q2demo-@@@@", work) != q2::RC_CREATED) return;
+  q2::path_t const dir(work);
+  q2::path_t notes = dir;
+  notes.append(q2::path_t(L"notes/today.txt"));
+  q2::create_directory(q2::path_t(notes.get_branch()));
+  q2::set_file_content(L"caf\u00e9 \u65e5\u672c", q2::CP_UTF16, notes);
+  std::cout << utf8(notes.as_string()) << " is " << notes.native_string() << " here\n"
+            << "relative to the work directory: " << utf8(notes.get_relative(dir).as_string())
+            << "\n";
+  q2::code_page_t const cp = q2::get_file_cp(notes);
+  std::cout << "content (" << (cp == q2::CP_UTF16 ? "UTF-16" : "other") << "): "
+            << utf8(q2::get_file_content(cp, notes)) << "\n"
+            << q2::find_files(dir, L"*.txt", true).size() << " text file below "
+            << utf8(dir.get_leaf()) << "\n";
+  q2::remove_directory(dir, true);
+}
+
 }  // namespace
 
 int main() {
@@ -173,5 +196,6 @@ int main() {
   values_and_bags();
   units();
   bags_as_xml();
+  files();
   return 0;
 }

@@ -42,3 +42,8 @@
 // Bags as XML (element form), value arithmetic and printing.
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/das/variant_operations.hpp>
+
+// Files: paths, file-system operations, text file content.
+#include <quillon2/core/file_system/path.hpp>
+#include <quillon2/core/file_system/file_operations.hpp>
+#include <quillon2/core/file_system/file_content.hpp>
