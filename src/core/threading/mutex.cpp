@@ -1,0 +1,29 @@
+// mutex_t over boost::recursive_mutex.
+#include <boost/thread/recursive_mutex.hpp>
+
+#include <quillon2/core/threading/mutex.hpp>
+
+namespace quillon2::threading {
+
+struct mutex_t::impl_t {
+  boost::recursive_mutex mutex;
+};
+
+mutex_t::mutex_t() : m_impl(new impl_t) {}
+
+// A copy is a new mutex: the lock of the source is not shared.
+mutex_t::mutex_t(mutex_t const&) : m_impl(new impl_t) {}
+
+mutex_t& mutex_t::operator=(mutex_t const&) { return *this; }
+
+mutex_t::~mutex_t() { delete m_impl; }
+
+void mutex_t::acquire() { m_impl->mutex.lock(); }
+
+void mutex_t::release() { m_impl->mutex.unlock(); }
+
+mutex_guard_t::mutex_guard_t(mutex_t& mutex) : m_mutex(mutex) { m_mutex.acquire(); }
+
+mutex_guard_t::~mutex_guard_t() { m_mutex.release(); }
+
+}  // namespace quillon2::threading

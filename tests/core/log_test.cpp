@@ -1,0 +1,132 @@
+// Logging configuration, tested in child processes (log4cplus is configured once per
+// process): the default on standard error, a properties file named by
+// QUILLON_LOG_CONFIG, and a program that configured log4cplus itself.
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <quillon2/core/log.hpp>
+
+#include "support/temp_dir.hpp"
+
+namespace {
+
+std::string read_file(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+int count_of(std::string const& text, std::string const& part) {
+  int n = 0;
+  for (auto pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1)) ++n;
+  return n;
+}
+
+class LogTest : public q2test::temp_dir_test {
+ protected:
+  struct result_t {
+    int exit_code = -1;
+    std::string out;
+    std::string err;
+  };
+
+  // Runs the child program in `mode`, with QUILLON_LOG_CONFIG set to `config` unless
+  // that is empty.
+  result_t run_child(std::string const& mode, std::string const& config = "") {
+    std::string command = "env -u QUILLON_LOG_CONFIG ";
+    if (!config.empty()) command += "QUILLON_LOG_CONFIG='" + config + "' ";
+    command += std::string("'") + Q2_LOG_CHILD + "' " + mode + " >'" + m_dir.file("out") + "' 2>'" +
+               m_dir.file("err") + "'";
+    int const status = std::system(command.c_str());
+    result_t result;
+    if (status != -1 && WIFEXITED(status)) result.exit_code = WEXITSTATUS(status);
+    result.out = read_file(m_dir.file("out"));
+    result.err = read_file(m_dir.file("err"));
+    return result;
+  }
+
+  std::string write_config(std::string const& root_level) {
+    std::ofstream(m_dir.file("log.properties"))
+        << "log4cplus.rootLogger=" << root_level << ", FILE\n"
+        << "log4cplus.appender.FILE=log4cplus::FileAppender\n"
+        << "log4cplus.appender.FILE.File=" << m_dir.file("log.txt") << "\n"
+        << "log4cplus.appender.FILE.layout=log4cplus::PatternLayout\n"
+        << "log4cplus.appender.FILE.layout.ConversionPattern=%c|%p|%m%n\n";
+    return m_dir.file("log.properties");
+  }
+};
+
+}  // namespace
+
+TEST_F(LogTest, DefaultsToErrorsOnStandardError) {
+  result_t const result = run_child("plain");
+  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ("", result.out);
+  EXPECT_EQ(1, count_of(result.err, "ERROR QUILLON - error \xC3\xBC"));
+  EXPECT_EQ(1, count_of(result.err, "ERROR quillon.SCHEDULER - scheduler error"));
+  // forcedLog writes without testing the level; the level test keeps INFO out.
+  EXPECT_EQ(1, count_of(result.err, "info text"));
+  EXPECT_EQ(0, count_of(result.err, "info enabled"));
+}
+
+TEST_F(LogTest, ReadsThePropertiesFileNamedByTheEnvironment) {
+  result_t const result = run_child("plain", write_config("TRACE"));
+  EXPECT_EQ(7, result.exit_code);
+  EXPECT_EQ("", result.out);
+  EXPECT_EQ("", result.err);
+  std::string const log = read_file(m_dir.file("log.txt"));
+  EXPECT_EQ(1, count_of(log, "QUILLON|ERROR|error \xC3\xBC\n"));
+  EXPECT_EQ(1, count_of(log, "QUILLON|INFO|info enabled\n"));
+  EXPECT_EQ(1, count_of(log, "QUILLON|TRACE|trace enabled\n"));
+  EXPECT_EQ(1, count_of(log, "quillon.SCHEDULER|ERROR|scheduler error\n"));
+}
+
+TEST_F(LogTest, TheFileDecidesTheLevel) {
+  result_t const result = run_child("plain", write_config("INFO"));
+  EXPECT_EQ(3, result.exit_code);
+  std::string const log = read_file(m_dir.file("log.txt"));
+  EXPECT_EQ(1, count_of(log, "info enabled"));
+  EXPECT_EQ(0, count_of(log, "trace enabled"));
+}
+
+TEST_F(LogTest, AMissingFileFallsBackToTheDefault) {
+  result_t const result = run_child("plain", m_dir.file("no-such.properties"));
+  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ("", result.out);
+  EXPECT_EQ(1, count_of(result.err, "error \xC3\xBC"));
+}
+
+TEST_F(LogTest, KeepsTheProgramsOwnConfiguration) {
+  result_t const result = run_child("preconfigured");
+  EXPECT_EQ("", result.out);
+  EXPECT_EQ(1, count_of(result.err, "own: error \xC3\xBC\n"));
+  EXPECT_EQ(1, count_of(result.err, "error \xC3\xBC"));
+}
+
+TEST_F(LogTest, ConfiguresOnceUnderConcurrentFirstUse) {
+  result_t const result = run_child("threads");
+  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ(8, count_of(result.err, "from a thread"));
+}
+
+TEST_F(LogTest, LoggingDuringExitIsSafe) {
+  result_t const result = run_child("at_exit");
+  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ("", result.out);
+}
+
+TEST(LogFrontEnd, RepeatedCallsAreHarmless) {
+  for (int i = 0; i < 3; ++i) {
+    hollin_1::log::configureComponentLogger(L"QUILLON");
+    hollin_1::log::configureComponentLogger(L"quillon.SCHEDULER");
+    hollin_1::log::configureComponentLogger(L"");
+    hollin_1::log::configureComponentLogger(L"\u00E9t\u00E9\xFFFF");
+  }
+}
