@@ -137,7 +137,9 @@ TEST_F(scheduler_test, RefusedStageIsReportedAndTheTaskGoesToItsFinalization) {
   EXPECT_EQ((kinds_t{event_t::rejected, event_t::added, event_t::completed}),
             recorder->kinds(task));
   for (auto const& e : recorder->events()) {
-    if (e.kind == event_t::rejected) EXPECT_EQ(seQueueFull, e.error);
+    if (e.kind == event_t::rejected) {
+      EXPECT_EQ(seQueueFull, e.error);
+    }
   }
 }
 
