@@ -25,6 +25,10 @@ using lock_t = std::lock_guard<spin_lock_t>;
 
 batch_cancel_t::batch_cancel_t() = default;
 
+// The end of an operation may be on its way to a unit's thread: no emission may reach
+// the members once they start to go.
+batch_cancel_t::~batch_cancel_t() { disconnect_all_signals(); }
+
 boost::shared_ptr<batch_cancel_t> batch_cancel_t::create() {
   return boost::shared_ptr<batch_cancel_t>(new batch_cancel_t());
 }

@@ -32,7 +32,7 @@ using internal::scheduler_logger;
 // really started and its finalization stages are to run.
 constexpr int started_flag = 1;
 
-// Marks the threads that run stages for a scheduler, by the scheduler's id.
+// Marks the threads that a scheduler's units started, by the scheduler's id.
 thread_local std::uint64_t t_unit_thread_of = 0;
 
 std::atomic<std::uint64_t> g_next_scheduler_id{1};
@@ -104,6 +104,7 @@ scheduler_impl_t::~scheduler_impl_t() {
     // before the tables go, so that no unit thread can reach this object any more.
     if (err != seOk) release_units_forced();
   }
+  disconnect_all_signals();
 }
 
 bool scheduler_impl_t::is_unit_thread() const { return t_unit_thread_of == m_id; }
@@ -209,7 +210,6 @@ void scheduler_impl_t::schedule_next_task_final_stage(task_ptr const& task) {
 }
 
 void scheduler_impl_t::handle_task_stage_complete(boost::shared_ptr<task_t> task) {
-  t_unit_thread_of = m_id;
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::handle_task_stage_complete. task:" << display_name(task));
   if (!task) return;
@@ -392,9 +392,13 @@ scheduler_error_t scheduler_impl_t::add_unit(std::wstring const& name,
     unit->stage_completed.connect(this, &scheduler_impl_t::handle_task_stage_complete);
     m_units.emplace(name, unit);
   }
+  {
+    // The observers go first, so that a thread the unit starts on registration is
+    // announced (and known as this scheduler's) like every later one.
+    boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
+    unit->set_status_callbacks(unit_callbacks());
+  }
   unit->on_registered();
-  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
-  unit->set_status_callbacks(unit_callbacks());
   return seOk;
 }
 
@@ -495,7 +499,11 @@ boost::shared_ptr<scheduler_t> create_default_scheduler(
       delete doomed;
       return;
     }
-    boost::thread([doomed] { delete doomed; }).detach();
+    try {
+      boost::thread([doomed] { delete doomed; }).detach();
+    } catch (boost::thread_resource_error const&) {
+      delete doomed;  // no thread to be had: tear down here after all
+    }
   });
   if (create_main_unit) impl->add_unit(unit_main, boost::make_shared<thread_pool_unit_t>(1u));
   impl->add_unit(unit_service, boost::make_shared<thread_pool_unit_t>(

@@ -31,6 +31,7 @@ class QUILLON2_API batch_cancel_t : public scheduler_status_callback_t,
                                     public boost::enable_shared_from_this<batch_cancel_t> {
  public:
   static boost::shared_ptr<batch_cancel_t> create();
+  ~batch_cancel_t() override;
 
   // Emitted once per operation, on a thread of the unit named in execute, when every
   // listed task has left the scheduler and every listed group has been canceled.

@@ -66,8 +66,8 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   // every group, "a" matches "a" and "a/b" but not "ab". Case-sensitive.
   static bool matches(std::wstring const& pattern, std::wstring const& group);
 
-  // Whether the calling thread has run stages of this scheduler for one of its units.
-  // The owner uses it to avoid tearing the units down from one of their own threads.
+  // Whether the calling thread was started by one of this scheduler's units. The owner
+  // uses it to avoid tearing the units down from one of their own threads.
   bool is_unit_thread() const;
 
  protected:
