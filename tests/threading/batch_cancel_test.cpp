@@ -15,7 +15,8 @@ class completion_t : public quillon2::_internal::subscriber_base_t {
   explicit completion_t(batch_cancel_t& batch) : m_batch(batch) {
     batch.completed.connect(this, &completion_t::on_completed);
   }
-  ~completion_t() override { disconnect_all_signals(); }
+  // Disconnected from the signal's side, in the order in which connect locks.
+  ~completion_t() override { m_batch.completed.disconnect(this, &completion_t::on_completed); }
   void on_completed() {
     in_progress_seen = in_progress_seen || m_batch.is_in_progress();
     thread = std::this_thread::get_id();

@@ -64,10 +64,14 @@ class work_t : public quillon2::_internal::subscriber_base_t {
 class works_t {
  public:
   stage_ptr stage(std::wstring const& unit, std::function<void(task_ptr const&)> fn = {}) {
-    signal_t<task_ptr> handler;
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_works.push_back(std::make_unique<work_t>(std::move(fn)));
-    handler.connect(m_works.back().get(), &work_t::run);
+    work_t* work = nullptr;
+    {
+      std::lock_guard<std::mutex> guard(m_mutex);
+      m_works.push_back(std::make_unique<work_t>(std::move(fn)));
+      work = m_works.back().get();
+    }
+    signal_t<task_ptr> handler;  // connected outside the lock: stages make stages
+    handler.connect(work, &work_t::run);
     return boost::make_shared<stage_t>(unit, handler);
   }
 

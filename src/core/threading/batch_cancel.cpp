@@ -23,11 +23,31 @@ namespace {
 using lock_t = std::lock_guard<spin_lock_t>;
 }  // namespace
 
-batch_cancel_t::batch_cancel_t() = default;
+batch_cancel_t::batch_cancel_t() { prepare_end(); }
+
+// The task that carries the end of an operation to its unit is made ahead, while no
+// lock is held: execute may run inside a notification of the scheduler or inside an
+// emission of `completed`, and connecting a new stage there would take locks in the
+// order opposite to the one in which that stage is later emitted.
+void batch_cancel_t::prepare_end() {
+  auto task = boost::make_shared<default_task_t>();
+  auto stage = boost::make_shared<stage_t>();
+  stage->signal.connect(this, &batch_cancel_t::on_stage_execution);
+  task->push_stage(stage);
+  lock_t guard(m_lock);
+  m_next_end = std::move(task);
+  m_next_end_stage = std::move(stage);
+}
 
 // The end of an operation may be on its way to a unit's thread: no emission may reach
-// the members once they start to go.
-batch_cancel_t::~batch_cancel_t() { disconnect_all_signals(); }
+// the members once they start to go. The end tasks go first, so that their stages let go
+// of this object from the signal's side, in the order in which connect locks.
+batch_cancel_t::~batch_cancel_t() {
+  m_completion_task.reset();
+  m_next_end.reset();
+  m_next_end_stage.reset();
+  disconnect_all_signals();
+}
 
 boost::shared_ptr<batch_cancel_t> batch_cancel_t::create() {
   return boost::shared_ptr<batch_cancel_t>(new batch_cancel_t());
@@ -70,6 +90,10 @@ scheduler_error_t batch_cancel_t::execute(boost::shared_ptr<scheduler_t> schedul
     m_in_progress = true;
     m_unit = unit;
     m_scheduler = scheduler;
+    // The prepared stage is not shared with anybody yet: it learns its unit here.
+    m_next_end_stage->unit = unit;
+    m_completion_task = std::move(m_next_end);
+    m_next_end_stage.reset();
     m_handing_over = false;
     m_complete_again = false;
     m_refused_groups.clear();
@@ -154,12 +178,12 @@ void batch_cancel_t::group_canceled(std::wstring const& group) {
 void batch_cancel_t::handle_complete() {
   for (;;) {
     boost::shared_ptr<scheduler_t> scheduler;
-    std::wstring unit;
+    boost::shared_ptr<task_t> task;
     {
       lock_t guard(m_lock);
       // No scheduler: the operation has ended already (a notification that came after
       // on_stage_execution let the scheduler go) or was given up. Nothing is left to do.
-      if (!m_in_progress || !m_scheduler) return;
+      if (!m_in_progress || !m_scheduler || !m_completion_task) return;
       // The end is already on its way to the unit; one hand-over is enough.
       if (m_handing_over) {
         m_complete_again = true;
@@ -168,16 +192,7 @@ void batch_cancel_t::handle_complete() {
       m_handing_over = true;
       m_complete_again = false;
       scheduler = m_scheduler;
-      unit = m_unit;
-    }
-
-    auto task = boost::make_shared<default_task_t>();
-    _internal::signal_t<boost::shared_ptr<task_t>> handler;
-    handler.connect(this, &batch_cancel_t::on_stage_execution);
-    task->push_stage(boost::make_shared<stage_t>(unit, handler));
-    {
-      lock_t guard(m_lock);
-      m_completion_task = task;
+      task = m_completion_task;
     }
 
     if (scheduler->add_task(task, std::wstring()) == seOk) {
@@ -185,14 +200,12 @@ void batch_cancel_t::handle_complete() {
       return;
     }
     // Refused: someone cancels the empty group. Its end is reported to this observer
-    // like any other, and that notification brings the hand-over back here.
+    // like any other, and that notification brings the hand-over back here; the task,
+    // never entered, still holds its stage.
     bool again = false;
     {
       lock_t guard(m_lock);
-      if (m_completion_task == task) {
-        m_completion_task.reset();
-        m_handing_over = false;
-      }
+      m_handing_over = false;
       again = m_complete_again;
       m_complete_again = false;
     }
@@ -243,6 +256,7 @@ void batch_cancel_t::on_stage_execution(boost::shared_ptr<task_t> task) {
   }
   scheduler->remove_status_callback(shared_from_this());
   scheduler.reset();
+  prepare_end();  // before the handlers, which may start the next operation
   completed();
 }
 

@@ -21,6 +21,7 @@
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/scheduler.hpp>
 #include <quillon2/core/threading/spin_lock.hpp>
+#include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/task.hpp>
 #include <quillon2/export.hpp>
 
@@ -60,6 +61,8 @@ class QUILLON2_API batch_cancel_t : public scheduler_status_callback_t,
   void on_stage_execution(boost::shared_ptr<task_t> task);
 
  private:
+  // Makes the task for the end of the next operation.
+  void prepare_end();
   // Retires the operation when the scheduler did not run the stage of `task`.
   void check_completion_ran(boost::shared_ptr<scheduler_t> const& scheduler,
                             boost::shared_ptr<task_t> const& task);
@@ -70,8 +73,11 @@ class QUILLON2_API batch_cancel_t : public scheduler_status_callback_t,
   std::list<boost::shared_ptr<task_t>> m_tasks;
   std::wstring m_unit;
   boost::shared_ptr<scheduler_t> m_scheduler;
-  // The task that carries `completed` to the unit, while it is on its way there.
+  // The task that carries `completed` to the unit, from execute until its stage runs,
+  // and the one made ready for the next operation, with its stage.
   boost::shared_ptr<task_t> m_completion_task;
+  boost::shared_ptr<default_task_t> m_next_end;
+  boost::shared_ptr<stage_t> m_next_end_stage;
   // A hand-over to the unit is being attempted, and whether a notification asked for
   // one meanwhile (it is attempted again when the first is refused).
   bool m_handing_over = false;
