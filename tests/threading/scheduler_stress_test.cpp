@@ -25,7 +25,13 @@ constexpr int window = 1000;  // tasks in flight at most
 // A task that is its own work and counts what happens to it.
 class load_task_t : public default_task_t, public quillon2::_internal::subscriber_base_t {
  public:
-  ~load_task_t() override { disconnect_all_signals(); }
+  // Stages that a cancellation left unrun still point here: they go first, from the
+  // signal's side, in the order in which connect locks.
+  ~load_task_t() override {
+    while (pop_stage()) {
+    }
+    disconnect_all_signals();
+  }
   void run(task_ptr) { ++stages_run; }
 
   int signal_stages = 0;
