@@ -180,6 +180,14 @@ bool scheduler_impl_t::dispatch_next_stage(task_ptr const& task, bool finalizati
     if (!unit) continue;  // a stage for a unit that is not registered is dropped
 
     task->merge_flags(stage->flags);
+    // A task is marked as finalizing only when a finalization stage really leaves for a
+    // unit: that mark is what routes the stage's completion, and a task that completes
+    // right away needs none.
+    if (finalization) {
+      lock_t guard(m_tasks_lock);
+      auto found = m_tasks.find(task);
+      if (found != m_tasks.end()) found->second.finalizing = true;
+    }
     scheduler_error_t const err = unit->execute(task, stage);
     if (err == seOk) return true;
 
@@ -194,11 +202,6 @@ void scheduler_impl_t::schedule_next_task_stage(task_ptr const& task) {
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::schedule_next_task_stage. task:" << display_name(task));
   if (!task->is_canceled() && dispatch_next_stage(task, false)) return;
-  {
-    lock_t guard(m_tasks_lock);
-    auto found = m_tasks.find(task);
-    if (found != m_tasks.end()) found->second.finalizing = true;
-  }
   schedule_next_task_final_stage(task);
 }
 
@@ -219,14 +222,7 @@ void scheduler_impl_t::handle_task_stage_complete(boost::shared_ptr<task_t> task
     auto found = m_tasks.find(task);
     finalizing = found != m_tasks.end() && found->second.finalizing;
   }
-  if (finalizing) {
-    schedule_next_task_final_stage(task);
-  } else if (task->is_canceled()) {
-    {
-      lock_t guard(m_tasks_lock);
-      auto found = m_tasks.find(task);
-      if (found != m_tasks.end()) found->second.finalizing = true;
-    }
+  if (finalizing || task->is_canceled()) {
     schedule_next_task_final_stage(task);
   } else {
     schedule_next_task_stage(task);
