@@ -164,8 +164,8 @@ class scheduler_test : public ::testing::Test {
   }
   // A task with one stage on "main" for each function given, added to `group`.
   boost::shared_ptr<default_task_t> queued(std::wstring const& group,
-                                           std::vector<std::function<void(task_ptr const&)>> fns =
-                                               {{}}) {
+                                           std::vector<std::function<void(task_ptr const&)>> fns = {
+                                               {}}) {
     auto task = make_task();
     for (auto& fn : fns) task->push_stage(works.stage(unit_main, std::move(fn)));
     EXPECT_EQ(seOk, scheduler->add_task(task, group));

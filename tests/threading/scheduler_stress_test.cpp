@@ -153,7 +153,7 @@ TEST(scheduler_load, EveryTaskAndEveryNotificationArrivesExactlyOnce) {
             task->push_stage(boost::make_shared<stage_t>(unit_delay_tasks, 1));
             continue;
           }
-          std::wstring const& unit = pick < 15 ? unit_long_tasks
+          std::wstring const& unit = pick < 15   ? unit_long_tasks
                                      : pick < 45 ? unit_main
                                                  : unit_service;
           signal_t<task_ptr> work;
@@ -163,8 +163,8 @@ TEST(scheduler_load, EveryTaskAndEveryNotificationArrivesExactlyOnce) {
         }
         unsigned const fate = random() % 100;
         task->cancel_by_group = fate < 5;
-        task->group = (task->cancel_by_group ? L"load/canceled/" : L"load/plain/") +
-                      std::to_wstring(i);
+        task->group =
+            (task->cancel_by_group ? L"load/canceled/" : L"load/plain/") + std::to_wstring(i);
         tasks[i] = task;
         if (!observer->enter_window()) {
           producer_failed = true;

@@ -175,9 +175,8 @@ TEST_F(scheduler_test, CancelingAGroupCancelsEverythingAtOrBelowIt) {
   EXPECT_EQ("--oO", ran);
   EXPECT_EQ(1, recorder->canceled(L"a"));
   auto const events = recorder->events();  // the end is told after the last task's end
-  auto const ended = std::find_if(events.begin(), events.end(), [](event_t const& e) {
-    return e.kind == 'g';
-  });
+  auto const ended =
+      std::find_if(events.begin(), events.end(), [](event_t const& e) { return e.kind == 'g'; });
   ASSERT_NE(events.begin(), ended);
   ASSERT_NE(events.end(), ended);
   EXPECT_EQ(ab, std::prev(ended)->task);

@@ -4,13 +4,12 @@
 // strikes each task and group off its lists as the scheduler reports them ended. The
 // spin lock guards the lists and the operation's state and is never held across a call
 // into the scheduler, a task or a signal.
-#include <quillon2/core/threading/batch_cancel.hpp>
-
 #include <mutex>
 #include <vector>
 
 #include <boost/make_shared.hpp>
 
+#include <quillon2/core/threading/batch_cancel.hpp>
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/headers/kesmet.hpp>

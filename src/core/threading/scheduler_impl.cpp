@@ -3,8 +3,6 @@
 // Every table lives behind the tasks spin lock; the unit registry behind the units spin
 // lock. The two are never held together, and neither is held while foreign code runs
 // (a task's virtual operations other than the flag reads, a unit's execute, an observer).
-#include <quillon2/core/threading/scheduler_impl.hpp>
-
 #include <algorithm>
 #include <mutex>
 
@@ -13,6 +11,7 @@
 #include <boost/weak_ptr.hpp>
 
 #include <quillon2/core/assert.hpp>
+#include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
 #include <quillon2/core/threading/units/thread_pool_unit.hpp>
@@ -149,7 +148,7 @@ scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> prev_task
   if (!prev_task || !task) return seInvalidArgument;
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::add_task. Name:" << display_name(task) << L" group:" << group
-                                               << L" prev task:" << display_name(prev_task));
+                                              << L" prev task:" << display_name(prev_task));
   lock_t guard(m_tasks_lock);
   if (is_under_canceling_group(group)) {
     Q2_LOG(scheduler_logger(), log_trace,
@@ -191,9 +190,8 @@ bool scheduler_impl_t::dispatch_next_stage(task_ptr const& task, bool finalizati
     scheduler_error_t const err = unit->execute(task, stage);
     if (err == seOk) return true;
 
-    notify([&](scheduler_status_callback_t& callback) {
-      callback.stage_rejected(task, stage, err);
-    });
+    notify(
+        [&](scheduler_status_callback_t& callback) { callback.stage_rejected(task, stage, err); });
     return false;
   }
 }
@@ -334,8 +332,8 @@ scheduler_error_t scheduler_impl_t::cancel_and_wait(
   scheduler_error_t const err = self.cancel(group);
   if (err != seOk) return err;
 
-  auto status = boost::make_shared<cancel_operation_status_t>(m_canceling_groups, m_tasks_lock,
-                                                              group);
+  auto status =
+      boost::make_shared<cancel_operation_status_t>(m_canceling_groups, m_tasks_lock, group);
   boost::weak_ptr<scheduler_operation_status_t> weak_status = status;
   (callback ? callback : m_default_wait)->wait(weak_status);
   Q2_LOG(scheduler_logger(), log_trace,
@@ -398,8 +396,7 @@ scheduler_error_t scheduler_impl_t::add_unit(std::wstring const& name,
   return seOk;
 }
 
-std::list<boost::shared_ptr<scheduler_status_callback_t>> scheduler_impl_t::unit_callbacks()
-    const {
+std::list<boost::shared_ptr<scheduler_status_callback_t>> scheduler_impl_t::unit_callbacks() const {
   callback_list callbacks = m_status_callbacks;
   callbacks.push_front(m_marker);
   return callbacks;
