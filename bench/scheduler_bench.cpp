@@ -168,7 +168,9 @@ class latency_task_t : public default_task_t, public quillon2::_internal::subscr
 };
 
 // Each iteration takes a number of hand-overs and reports their median, so that a
-// preemption by another process on a busy machine does not decide the figure.
+// preemption by another process on a busy machine does not decide the figure. A pause
+// before each hand-over lets the receiving thread fall asleep for real, so that every
+// variant pays for waking a sleeping thread, which is what the figure is about.
 std::size_t latency_samples() { return quick() ? 5 : 64; }
 
 template <typename OneSample>
@@ -176,7 +178,10 @@ void measure_latency(benchmark::State& state, OneSample one_sample) {
   std::vector<double> samples;
   for (auto _ : state) {
     samples.clear();
-    for (std::size_t i = 0; i < latency_samples(); ++i) samples.push_back(one_sample());
+    for (std::size_t i = 0; i < latency_samples(); ++i) {
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+      samples.push_back(one_sample());
+    }
     std::nth_element(samples.begin(), samples.begin() + samples.size() / 2, samples.end());
     state.SetIterationTime(samples[samples.size() / 2]);
   }
@@ -257,7 +262,7 @@ double p99(std::vector<double>& samples) {
   return samples[std::min(index, samples.size() - 1)];
 }
 
-std::size_t delay_samples() { return quick() ? 5 : 100; }
+std::size_t delay_samples() { return quick() ? 5 : 200; }
 
 // Stamps the completion of the task it waits for.
 class completion_clock_t : public scheduler_status_callback_t {
