@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 #include <boost/signals2/signal.hpp>
+
 #include <quillon2/core/functor/signal.hpp>
 
 namespace {

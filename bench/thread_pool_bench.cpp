@@ -11,6 +11,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <boost/make_shared.hpp>
+
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/task.hpp>

@@ -1,10 +1,177 @@
-// A tour of quillon2's main roads: each section shows one capability as a client
-// would use it.
+// A tour of quillon2's main roads. Each section shows one capability as a client would
+// use it; run it with scripts/demo.
+#include <future>
 #include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <boost/make_shared.hpp>
 
 #include <quillon2/quillon2.hpp>
 
+namespace q2 = quillon2;
+
+namespace {
+
+void section(char const* title) { std::cout << "\n== " << title << "\n"; }
+
+// Text: UTF-8 and wide text convert without ever failing; case mapping does not depend
+// on the process locale; code pages go through iconv; numbers parse and print.
+void text_layer() {
+  section("text layer");
+  std::wstring const name = kesmet2::utf8_to_utf16("Stra\xC3\x9F" "e M\xC3\xBCller");
+  std::cout << "upper case: " << kesmet2::utf16_to_utf8(kesmet2::to_upper(name)) << "\n";
+  kesmet2::code_page const cp1252("CP1252");
+  std::cout << "the euro sign and \" 5\" take " << cp1252.encode("\xE2\x82\xAC 5").size()
+            << " bytes in CP1252\n";
+  std::string const number = "-42";
+  std::cout << "parsed: " << kesmet2::generic::convert::str_to_int32(number.c_str(), number.size())
+            << "\n";
+}
+
+// Environment values are read once, remembered and counted.
+void environment() {
+  section("environment");
+  q2::set_environ_value(L"DEMO_VALUE", L"\u00E9t\u00E9");
+  q2::get_environ_value(L"DEMO_VALUE");
+  std::wstring const value = q2::get_environ_value(L"DEMO_VALUE");
+  struct printer_t : q2::environ_value_callback_t {
+    bool on_value(wchar_t const* name, wchar_t const* value, unsigned reads) override {
+      std::cout << kesmet2::utf16_to_utf8(name) << " = " << kesmet2::utf16_to_utf8(value)
+                << " (read " << reads << " times)\n";
+      return true;
+    }
+  } printer;
+  q2::iterate_environ_values(printer);
+}
+
+// Errors read as sentences, chain their causes and travel between threads.
+q2::error_code_t open_settings(std::wstring const& name) {
+  return QUILLON_RAISE(q2::error::FailedTo.Open.The.File(name));
+}
+q2::error_code_t load_settings() {
+  q2::error_code_t const result = open_settings(L"settings.xml");
+  if (result.failed()) return QUILLON_TRANSLATE(result, q2::error::FailedTo.Read.Full.Data);
+  return result;
+}
+void errors() {
+  section("error codes");
+  q2::error_code_t const result = load_settings();
+  std::cout << result.as_string(1) << "\n";
+  q2::error::container_t carried;
+  carried.set(result);
+  std::thread([&carried] {
+    std::cout << "on another thread: " << carried.get().as_string(1) << "\n";
+  }).join();
+  std::cout << "Ok prints " << q2::error_code_t().as_string(1) << ", False prints "
+            << q2::error_code_t::False().as_string(1) << "\n";
+}
+
+// Counted objects live in the pool and die with their last sptr_t.
+struct greeting_t : q2::object_interface_t {
+  virtual std::string text() const = 0;
+};
+struct hello_t : greeting_t {
+  std::string text() const override { return "hello from a counted object"; }
+};
+void objects() {
+  section("counted objects, pool and iterators");
+  q2::sptr_t<greeting_t> greeting(new q2::ref_counted_t<hello_t>());
+  q2::sptr_t<greeting_t> copy = greeting;
+  std::cout << copy->text() << "\n";
+  void* block = q2::alloc::pool_allocate(24);
+  q2::alloc::pool_deallocate(block, 24);
+
+  auto it = q2::iterutil::make_owned_iterator_from<std::wstring>(
+      std::vector<std::wstring>{L"one", L"two", L"three"});
+  for (; !it.at_end(); it.next()) std::cout << kesmet2::utf16_to_utf8(it.current()) << " ";
+  std::cout << "\nphysical memory: " << (q2::getPhysicalMemorySize() >> 20) << " MiB, host "
+            << kesmet2::utf16_to_utf8(q2::get_fq_host_name()) << "\n";
+}
+
+// Values and bags: named values and child bags in insertion order, dotted paths,
+// overlays of one bag on another.
+void values_and_bags() {
+  section("variants and bags");
+  q2::variant_bag_t settings;
+  settings.put(L"title", q2::variant_t(L"quillon2 demo"));
+  q2::variant_bag_t& window = settings.add_variant_bag(L"window", q2::variant_bag_t());
+  window.put(L"width", q2::variant_t(800));
+  window.put(L"height", q2::variant_t(600));
+
+  q2::path_accessor_t path(settings);
+  int const width = path.get_variant(L"window.width", q2::variant_t(0)).get<q2::s32_t>();
+  q2::variant_bag_t user;
+  user.add_variant_bag(L"window", q2::variant_bag_t()).put(L"width", q2::variant_t(1024));
+  q2::merge(settings, user);
+  for (auto it = window.begin<q2::variant_t>(); !it.at_end(); it.next())
+    std::cout << kesmet2::utf16_to_utf8(it.get_name()) << " = " << it.get_value().get<q2::s64_t>()
+              << "\n";
+  std::cout << "width was " << width << " before the overlay\n";
+}
+
+// Tasks, stages and units: a stage runs on a pool worker, which then reports that the
+// stage has completed.
+void units() {
+  section("signals, tasks and units");
+  namespace qt = q2::threading;
+  struct listener_t : q2::_internal::subscriber_base_t {
+    std::promise<void> finished;
+    void work(boost::shared_ptr<qt::task_t> task) {
+      std::cout << task->get_display_name() << " runs on " << qt::get_thread_name() << "\n";
+    }
+    void completed(boost::shared_ptr<qt::task_t>) { finished.set_value(); }
+  } listener;
+  auto finished = listener.finished.get_future();
+
+  qt::thread_pool_unit_t pool(2);  // workers start on demand
+  pool.stage_completed.connect(&listener, &listener_t::completed);
+  qt::stage_t::signal_type work;
+  work.connect(&listener, &listener_t::work);
+  auto task = boost::make_shared<qt::default_task_t>();
+  task->set_display_name("greeting");
+  if (pool.execute(task, boost::make_shared<qt::stage_t>(qt::unit_service, work)) == qt::seOk) {
+    finished.wait();
+  }
+  pool.terminate();
+}
+
+// Bags go to XML and back; values compute and print with their types.
+void bags_as_xml() {
+  section("bags as XML, value arithmetic");
+  q2::variant_bag_t bag;
+  bag.add<q2::variant_t>(L"count", q2::variant_t(5));
+  bag.add<q2::variant_t>(L"title", q2::variant_t(L"Stra\u00DFe & Co"));
+  bag.add<q2::variant_t>(L"data", q2::variant_t(static_cast<void const*>("\x01\x02"), 2));
+  q2::variant_bag_t child;
+  child.add<q2::variant_t>(L"id", q2::variant_t(L"1"));
+  bag.add_variant_bag(L"child", child);
+
+  q2::variant_t text;
+  if (q2::save_variant_bag_to_string(bag, &text) != 1) return;
+  std::cout << kesmet2::utf16_to_utf8(text.get<wchar_t const*>());
+
+  q2::variant_bag_t loaded;
+  if (q2::load_variant_bag_from_string(loaded, text) != 1) return;
+  q2::variant_t const count = loaded.get_variant(L"count", q2::variant_t());
+  std::cout << "count: " << count << "; plus 2.5: "
+            << q2::variant_add(count, q2::variant_t(2.5), L"") << "\n";
+  q2::debug_print_variant_bag(loaded, true, L">");
+}
+
+}  // namespace
+
 int main() {
+  // Logging goes to standard error unless QUILLON_LOG_CONFIG names a properties file.
+  hollin_1::log::configureComponentLogger(L"QUILLON");
   std::cout << "quillon2 demo\n";
+  text_layer();
+  environment();
+  errors();
+  objects();
+  values_and_bags();
+  units();
+  bags_as_xml();
   return 0;
 }

@@ -2,3 +2,43 @@
 #pragma once
 
 #include <quillon2/export.hpp>
+
+// Core runtime: text, logging, assertions, locks, environment, errors, memory, objects.
+#include <quillon2/headers/kesmet.hpp>
+#include <quillon2/core/assert.hpp>
+#include <quillon2/core/log.hpp>
+#include <quillon2/core/threading/mutex.hpp>
+#include <quillon2/core/environ.hpp>
+#include <quillon2/core/error_code.hpp>
+#include <quillon2/core/check.hpp>
+#include <quillon2/core/pool_allocator.hpp>
+#include <quillon2/core/system_info.hpp>
+#include <quillon2/core/object_interface.hpp>
+#include <quillon2/core/smart_pointer.hpp>
+#include <quillon2/headers/iterator.hpp>
+
+// Data model: variants, bags, typed pointers and the registry, paths and bag algebra.
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/type_factory.hpp>
+#include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/das_proxy.hpp>
+#include <quillon2/das/path_accessor.hpp>
+
+// Task scheduler: signals, tasks, stages and execution units.
+#include <quillon2/core/functor/signal.hpp>
+#include <quillon2/core/threading/scheduler_error.hpp>
+#include <quillon2/core/threading/spin_lock.hpp>
+#include <quillon2/core/threading/thread_name.hpp>
+#include <quillon2/core/threading/task.hpp>
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/unit.hpp>
+#include <quillon2/core/threading/scheduler.hpp>
+#include <quillon2/core/threading/units/queue_unit.hpp>
+#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
+#include <quillon2/core/threading/units/thread_pool_unit.hpp>
+#include <quillon2/core/threading/units/threads_unit.hpp>
+
+// Bags as XML (element form), value arithmetic and printing.
+#include <quillon2/das/variant_bag_serialization.hpp>
+#include <quillon2/das/variant_operations.hpp>

@@ -13,59 +13,44 @@
 namespace convert = kesmet2::generic::convert;
 using radix_t = kesmet2::types::radix_t;
 
-namespace {
-
-// Parses the whole text the way the library does: decimal, the full length.
+// Parses the whole text as the library does: decimal, the full length.
 #define WHOLE(parser, text) \
   [](auto const& s) { return convert::parser(s.c_str(), s.size(), radix_t::decimal, false); }(text)
 
-// A locale that writes numbers the German way: "1.234,5".
+namespace {
+// Numbers written the German way: "1.234,5".
 struct comma_punct_t : std::numpunct<char> {
   char do_decimal_point() const override { return ','; }
   char do_thousands_sep() const override { return '.'; }
   std::string do_grouping() const override { return "\3"; }
 };
-
+double classic(char const* text) { return convert::str_to_double(text, std::locale::classic()); }
 }  // namespace
 
-// --- integer parsers ------------------------------------------------------------------
-
-TEST(IntegerParsing, ReadsDecimalTextOfTheFullLength) {
-  EXPECT_EQ(42, WHOLE(str_to_int32, std::string("42")));
-  EXPECT_EQ(-17, WHOLE(str_to_int32, std::string("-17")));
-  EXPECT_EQ(5, WHOLE(str_to_int32, std::string("+5")));
-  EXPECT_EQ(7, WHOLE(str_to_int32, std::string(" \t7 \n")));
-  EXPECT_EQ(0, WHOLE(str_to_int32, std::string("000")));
-  EXPECT_EQ(12, WHOLE(str_to_int, std::wstring(L"12")));
-  EXPECT_EQ(-3, convert::str_to_int(L"-3", 2));
+TEST(IntegerParsing, ReadsSignedDecimalTextOfTheGivenLength) {
+  EXPECT_EQ(-17, WHOLE(str_to_int32, std::string(" \t-17 \n")));
+  EXPECT_EQ(5, WHOLE(str_to_int64, std::string("+5")));
+  EXPECT_EQ(12, WHOLE(str_to_int, std::wstring(L"0012")));
+  EXPECT_EQ(12, convert::str_to_int32("12345", 2));
+  EXPECT_EQ(-1, convert::str_to_int16(L"-1xyz", 2));
 }
 
 TEST(IntegerParsing, JunkGivesZero) {
-  for (char const* junk :
-       {"", " ", "-", "+", "abc", "12abc", "1 2", "--1", "0x10", "1.5", "\xD9\xA3"})
+  for (char const* junk : {"", " ", "-", "abc", "12abc", "1 2", "--1", "0x10", "1.5", "\xD9\xA3"})
     EXPECT_EQ(0, WHOLE(str_to_int32, std::string(junk))) << junk;
   EXPECT_EQ(0, WHOLE(str_to_int64, std::string("4\0"
                                                "2",
                                                3)));
+  EXPECT_EQ(0, WHOLE(str_to_int, std::wstring(L"\u0663")));  // a digit, but not ours
   EXPECT_EQ(0, convert::str_to_int32(static_cast<char const*>(nullptr), 4));
-  EXPECT_EQ(0, convert::str_to_int(static_cast<wchar_t const*>(nullptr), 4));
-  // Arabic-Indic digit three: a digit, but not one of ours.
-  EXPECT_EQ(0, WHOLE(str_to_int, std::wstring(L"\u0663")));
 }
 
-TEST(IntegerParsing, ReadsOnlyTheLengthGiven) {
-  EXPECT_EQ(12, convert::str_to_int32("12345", 2));
-  EXPECT_EQ(0, convert::str_to_int32("12345", 0));
-  EXPECT_EQ(-1, convert::str_to_int16(L"-1xyz", 2));
-}
-
-TEST(IntegerParsing, SaturatesOnOverflow) {
+TEST(IntegerParsing, SaturatesAtTheLimitsOfEachType) {
   EXPECT_EQ(INT8_MAX, WHOLE(str_to_int8, std::string("128")));
   EXPECT_EQ(INT8_MIN, WHOLE(str_to_int8, std::string("-129")));
   EXPECT_EQ(INT8_MIN, WHOLE(str_to_int8, std::string("-128")));
   EXPECT_EQ(INT16_MAX, WHOLE(str_to_int16, std::string("99999")));
   EXPECT_EQ(INT32_MIN, WHOLE(str_to_int32, std::string("-2147483649")));
-  EXPECT_EQ(INT32_MAX, WHOLE(str_to_int32, std::string("2147483647")));
   EXPECT_EQ(INT64_MAX, WHOLE(str_to_int64, std::string("9223372036854775808")));
   EXPECT_EQ(INT64_MIN, WHOLE(str_to_int64, std::string("-9223372036854775808")));
   EXPECT_EQ(INT64_MIN, WHOLE(str_to_int64, std::string("-99999999999999999999999")));
@@ -75,103 +60,59 @@ TEST(IntegerParsing, SaturatesOnOverflow) {
   EXPECT_EQ(UINT64_MAX, WHOLE(str_to_uint64, std::string("18446744073709551615")));
   EXPECT_EQ(UINT64_MAX, WHOLE(str_to_uint64, std::string("18446744073709551616")));
   EXPECT_EQ(INT_MAX, WHOLE(str_to_int, std::wstring(L"100000000000")));
-}
-
-TEST(IntegerParsing, NegativeTextGivesZeroForUnsignedTypes) {
+  // Negative text for an unsigned type.
   EXPECT_EQ(0u, WHOLE(str_to_uint32, std::string("-1")));
   EXPECT_EQ(0u, WHOLE(str_to_uint64, std::wstring(L"-18446744073709551616")));
-  EXPECT_EQ(0u, WHOLE(str_to_uint8, std::string("-0")));
 }
 
-TEST(IntegerParsing, PrefixModeStopsAtTheFirstForeignUnit) {
+TEST(IntegerParsing, PrefixModeAndOtherRadices) {
   EXPECT_EQ(12, convert::str_to_int32("12abc", 5, radix_t::decimal, true));
   EXPECT_EQ(-4, convert::str_to_int32(L" -4.5", 5, radix_t::decimal, true));
   EXPECT_EQ(0, convert::str_to_int32("abc", 3, radix_t::decimal, true));
-}
-
-TEST(IntegerParsing, ReadsOtherRadices) {
-  EXPECT_EQ(255, convert::str_to_int32("ff", 2, radix_t::hexadecimal));
   EXPECT_EQ(255, convert::str_to_int32("0xFF", 4, radix_t::hexadecimal));
-  EXPECT_EQ(8, convert::str_to_int32("10", 2, radix_t::octal));
   EXPECT_EQ(0, convert::str_to_int32("19", 2, radix_t::octal));
   EXPECT_EQ(5, convert::str_to_uint8(L"101", 3, radix_t::binary));
   EXPECT_EQ(UINT64_MAX, convert::str_to_uint64("1ffffffffffffffff", 17, radix_t::hexadecimal));
 }
 
-// --- floating-point parsers --------------------------------------------------------------
-
-TEST(FloatParsing, ReadsTheClassicForm) {
-  EXPECT_DOUBLE_EQ(1.5, convert::str_to_double("1.5", std::locale::classic()));
-  EXPECT_DOUBLE_EQ(-2.5e-3, convert::str_to_double(" -2.5E-3 ", std::locale::classic()));
-  EXPECT_DOUBLE_EQ(3.0, convert::str_to_double("3"));
-  EXPECT_FLOAT_EQ(0.25f, convert::str_to_float("0.25", std::locale::classic()));
-  EXPECT_TRUE(std::isinf(convert::str_to_double("inf")));
-  EXPECT_TRUE(std::isnan(convert::str_to_double("nan")));
-}
-
 TEST(FloatParsing, FollowsTheLocalesPunctuation) {
+  EXPECT_DOUBLE_EQ(-2.5e-3, classic(" -2.5E-3 "));
+  EXPECT_DOUBLE_EQ(3.0, convert::str_to_double("3"));
   std::locale const german(std::locale::classic(), new comma_punct_t);
-  EXPECT_DOUBLE_EQ(1.5, convert::str_to_double("1,5", german));
   EXPECT_DOUBLE_EQ(1234.5, convert::str_to_double("1.234,5", german));
   EXPECT_FLOAT_EQ(-0.75f, convert::str_to_float("-0,75", german));
-  // In the classic locale a comma is junk.
-  EXPECT_EQ(0.0, convert::str_to_double("1,5", std::locale::classic()));
-  // A second decimal point is junk.
+  EXPECT_EQ(0.0, classic("1,5"));
   EXPECT_EQ(0.0, convert::str_to_double("1,5,5", german));
 }
 
-TEST(FloatParsing, JunkGivesZero) {
+TEST(FloatParsing, JunkGivesZeroAndOutOfRangeSaturates) {
   for (char const* junk : {"", "  ", "abc", "1.5x", "--1", "1.2.3", "e5"})
-    EXPECT_EQ(0.0, convert::str_to_double(junk)) << junk;
+    EXPECT_EQ(0.0, classic(junk)) << junk;
   EXPECT_EQ(0.0, convert::str_to_double(std::string("1\0"
                                                     "5",
                                                     3)));
-}
-
-TEST(FloatParsing, OutOfRangeSaturates) {
-  EXPECT_EQ(std::numeric_limits<double>::infinity(), convert::str_to_double("1e400"));
-  EXPECT_EQ(-std::numeric_limits<double>::infinity(), convert::str_to_double("-1e400"));
-  EXPECT_EQ(0.0, convert::str_to_double("1e-400"));
+  EXPECT_TRUE(std::isnan(classic("nan")));
+  EXPECT_EQ(std::numeric_limits<double>::infinity(), classic("1e400"));
+  EXPECT_EQ(-std::numeric_limits<double>::infinity(), classic("-1e400"));
+  EXPECT_EQ(0.0, classic("1e-400"));
   EXPECT_EQ(std::numeric_limits<float>::infinity(), convert::str_to_float("1e300"));
   EXPECT_EQ(-std::numeric_limits<float>::infinity(), convert::str_to_float("-1e300"));
 }
 
-// --- number writers ------------------------------------------------------------------------
-
-TEST(NumberWriting, WritesDecimalWithSign) {
-  char buffer[80];
+TEST(NumberWriting, WritesEveryRadixAndRefusesBadOnes) {
+  char buffer[80] = "untouched";
   EXPECT_EQ(buffer, convert::ltoa(-123, buffer, 10));
   EXPECT_STREQ("-123", buffer);
-  EXPECT_STREQ("0", convert::ltoa(0, buffer, 10));
   EXPECT_STREQ("-9223372036854775808", convert::ltoa(LONG_MIN, buffer, 10));
   EXPECT_STREQ("-9223372036854775808", convert::lltoa(LLONG_MIN, buffer, 10));
   EXPECT_STREQ("18446744073709551615", convert::ulltoa(ULLONG_MAX, buffer, 10));
   EXPECT_STREQ("4294967295", convert::ultoa(4294967295ul, buffer, 10));
+  EXPECT_STREQ("ffffffffffffffff", convert::ltoa(-1, buffer, 16));  // two's complement
+  EXPECT_STREQ("z", convert::ultoa(35, buffer, 36));
+  EXPECT_EQ(std::string(64, '1'), convert::ulltoa(ULLONG_MAX, buffer, 2));
+  EXPECT_STREQ("", convert::ltoa(5, buffer, 37));
+  EXPECT_STREQ("", convert::ltoa(5, buffer, 1));
+  EXPECT_EQ(nullptr, convert::ltoa(5, static_cast<char*>(nullptr), 10));
   wchar_t wide[80];
   EXPECT_STREQ(L"-42", convert::ltoa(-42, wide, 10));
-  EXPECT_STREQ(L"9223372036854775807", convert::ltoa(LONG_MAX, wide, 10));
-}
-
-TEST(NumberWriting, WritesOtherRadices) {
-  char buffer[80];
-  EXPECT_STREQ("ff", convert::ltoa(255, buffer, 16));
-  EXPECT_STREQ("z", convert::ultoa(35, buffer, 36));
-  EXPECT_STREQ("101", convert::lltoa(5, buffer, 2));
-  EXPECT_STREQ("ffffffffffffffff", convert::ltoa(-1, buffer, 16));
-  EXPECT_EQ(std::string(64, '1'), convert::ulltoa(ULLONG_MAX, buffer, 2));
-}
-
-TEST(NumberWriting, RefusesBadRadixAndNullBuffer) {
-  char buffer[8] = "xxxxxxx";
-  EXPECT_STREQ("", convert::ltoa(5, buffer, 1));
-  EXPECT_STREQ("", convert::ltoa(5, buffer, 37));
-  EXPECT_EQ(nullptr, convert::ltoa(5, static_cast<char*>(nullptr), 10));
-}
-
-TEST(NumberWriting, RoundTripsThroughTheParsers) {
-  char buffer[80];
-  for (long long value : {0LL, 1LL, -1LL, 127LL, -128LL, 65535LL, LLONG_MAX, LLONG_MIN}) {
-    convert::lltoa(value, buffer, 10);
-    EXPECT_EQ(value, convert::str_to_int64(buffer, std::char_traits<char>::length(buffer)));
-  }
 }

@@ -12,184 +12,135 @@
 
 namespace {
 
-using entry_t = std::tuple<std::wstring, std::wstring, unsigned>;
+using quillon2::get_environ_value;
+using quillon2::set_environ_value;
+using entries_t = std::vector<std::tuple<std::wstring, std::wstring, unsigned>>;
 
 // Collects the remembered variables whose names start with a prefix.
-class collector_t : public quillon2::environ_value_callback_t {
- public:
-  explicit collector_t(std::wstring prefix, std::size_t stop_after = SIZE_MAX)
-      : m_prefix(std::move(prefix)), m_stop_after(stop_after) {}
+struct collector_t : quillon2::environ_value_callback_t {
+  std::wstring prefix;
+  std::size_t stop_after = SIZE_MAX;
+  entries_t entries;
   bool on_value(wchar_t const* name, wchar_t const* value, unsigned read_count) override {
-    ++m_calls;
-    std::wstring const text(name);
-    if (text.compare(0, m_prefix.size(), m_prefix) == 0)
-      m_entries.emplace_back(text, value, read_count);
-    return m_entries.size() < m_stop_after;
+    if (std::wstring(name).compare(0, prefix.size(), prefix) == 0)
+      entries.emplace_back(name, value, read_count);
+    return entries.size() < stop_after;
   }
-  std::vector<entry_t> m_entries;
-  std::size_t m_calls = 0;
-
- private:
-  std::wstring m_prefix;
-  std::size_t m_stop_after;
 };
 
-std::vector<entry_t> remembered(std::wstring const& prefix) {
-  collector_t collector(prefix);
+entries_t remembered(std::wstring const& prefix) {
+  collector_t collector;
+  collector.prefix = prefix;
   quillon2::iterate_environ_values(collector);
-  return collector.m_entries;
+  return collector.entries;
 }
 
-// A name of this test alone, since the table lives as long as the process.
-std::wstring unique_name(char const* suffix) {
-  auto const* info = testing::UnitTest::GetInstance()->current_test_info();
-  std::string const name = std::string("Q2_ENV_") + info->name() + "_" + suffix;
-  return std::wstring(name.begin(), name.end());
-}
-
-std::string narrow(std::wstring const& ascii) { return std::string(ascii.begin(), ascii.end()); }
+// The table lives as long as the process: each test uses names of its own.
+class EnvironTest : public testing::Test {
+ protected:
+  EnvironTest() {
+    std::string const test = testing::UnitTest::GetInstance()->current_test_info()->name();
+    m_prefix = L"Q2_ENV_" + std::wstring(test.begin(), test.end()) + L"_";
+  }
+  std::wstring name(std::wstring const& suffix = L"A") const { return m_prefix + suffix; }
+  std::string narrow(std::wstring const& suffix = L"A") const {
+    std::wstring const wide = name(suffix);
+    return std::string(wide.begin(), wide.end());
+  }
+  std::wstring m_prefix;
+};
 
 }  // namespace
 
-TEST(Environ, ReadsAVariableAndCountsReads) {
-  std::wstring const name = unique_name("A");
-  setenv(narrow(name).c_str(), "hello", 1);
-  EXPECT_EQ(L"hello", quillon2::get_environ_value(name));
-  EXPECT_EQ(L"hello", quillon2::get_environ_value(name));
-  EXPECT_EQ(L"hello", quillon2::get_environ_value(name));
-  EXPECT_EQ((std::vector<entry_t>{{name, L"hello", 3}}), remembered(name));
+TEST_F(EnvironTest, RemembersTheFirstReadAndCountsReads) {
+  setenv(narrow().c_str(), "hello", 1);
+  EXPECT_EQ(L"hello", get_environ_value(name()));
+  setenv(narrow().c_str(), "changed elsewhere", 1);  // unseen
+  EXPECT_EQ(L"hello", get_environ_value(name()));
+  EXPECT_EQ(L"", get_environ_value(name(L"UNSET")));
+  setenv(narrow(L"UNSET").c_str(), "later", 1);
+  EXPECT_EQ(L"", get_environ_value(name(L"UNSET")));
+  EXPECT_EQ((entries_t{{name(), L"hello", 2}, {name(L"UNSET"), L"", 2}}), remembered(m_prefix));
 }
 
-TEST(Environ, AnUnsetVariableReadsEmptyAndStaysRemembered) {
-  std::wstring const name = unique_name("A");
-  unsetenv(narrow(name).c_str());
-  EXPECT_EQ(L"", quillon2::get_environ_value(name));
-  // A change by other means than set_environ_value stays unseen.
-  setenv(narrow(name).c_str(), "later", 1);
-  EXPECT_EQ(L"", quillon2::get_environ_value(name));
-  EXPECT_EQ((std::vector<entry_t>{{name, L"", 2}}), remembered(name));
+TEST_F(EnvironTest, SetChangesTheEnvironmentAndOnlyRememberedValues) {
+  set_environ_value(name(), L"first");  // before any read: no entry
+  EXPECT_TRUE(remembered(m_prefix).empty());
+  EXPECT_STREQ("first", getenv(narrow().c_str()));
+  EXPECT_EQ(L"first", get_environ_value(name()));
+  set_environ_value(name(), L"\u00E9\u20AC\U0001F600");  // after a read: value, not count
+  EXPECT_STREQ("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", getenv(narrow().c_str()));
+  EXPECT_EQ((entries_t{{name(), L"\u00E9\u20AC\U0001F600", 1}}), remembered(m_prefix));
+  set_environ_value(name(), L"");  // removes the variable, keeps the entry
+  EXPECT_EQ(nullptr, getenv(narrow().c_str()));
+  EXPECT_EQ((entries_t{{name(), L"", 1}}), remembered(m_prefix));
+  setenv(narrow(L"BAD").c_str(), "bad\xFF", 1);
+  EXPECT_EQ(L"bad\uFFFD", get_environ_value(name(L"BAD")));
 }
 
-TEST(Environ, SetBeforeTheFirstReadMakesNoEntry) {
-  std::wstring const name = unique_name("A");
-  quillon2::set_environ_value(name, L"first");
-  EXPECT_TRUE(remembered(name).empty());
-  EXPECT_STREQ("first", getenv(narrow(name).c_str()));
-  EXPECT_EQ(L"first", quillon2::get_environ_value(name));
-  EXPECT_EQ((std::vector<entry_t>{{name, L"first", 1}}), remembered(name));
+TEST_F(EnvironTest, NamesAreCaseSensitiveAndOrderedByUnit) {
+  for (wchar_t const* suffix : {L"PATH", L"Path", L"path", L"PAT"}) get_environ_value(name(suffix));
+  EXPECT_EQ((entries_t{{name(L"PAT"), L"", 1},
+                       {name(L"PATH"), L"", 1},
+                       {name(L"Path"), L"", 1},
+                       {name(L"path"), L"", 1}}),
+            remembered(m_prefix));
+  collector_t first_two;
+  first_two.prefix = m_prefix;
+  first_two.stop_after = 2;
+  quillon2::iterate_environ_values(first_two);
+  EXPECT_EQ(2u, first_two.entries.size());
 }
 
-TEST(Environ, SetAfterAReadChangesTheValueButNotTheCount) {
-  std::wstring const name = unique_name("A");
-  setenv(narrow(name).c_str(), "old", 1);
-  EXPECT_EQ(L"old", quillon2::get_environ_value(name));
-  quillon2::set_environ_value(name, L"new");
-  EXPECT_STREQ("new", getenv(narrow(name).c_str()));
-  EXPECT_EQ((std::vector<entry_t>{{name, L"new", 1}}), remembered(name));
-  EXPECT_EQ(L"new", quillon2::get_environ_value(name));
+TEST_F(EnvironTest, WhatTheSystemCannotHoldStaysInTheTableOnly) {
+  unsetenv(narrow().c_str());
+  set_environ_value(name(L"A=B"), L"x");
+  set_environ_value(name(L"A") + std::wstring(1, L'\0') + L"C", L"y");
+  EXPECT_EQ(nullptr, getenv(narrow().c_str()));
+  get_environ_value(name(L"Z"));
+  set_environ_value(name(L"Z"), std::wstring(L"ab\0cd", 5));  // C text ends at the zero
+  EXPECT_STREQ("ab", getenv(narrow(L"Z").c_str()));
+  EXPECT_EQ(std::wstring(L"ab\0cd", 5), get_environ_value(name(L"Z")));
+  set_environ_value(L"", L"z");
+  EXPECT_EQ(L"", get_environ_value(L""));
 }
 
-TEST(Environ, AnEmptyValueRemovesTheVariableButKeepsTheEntry) {
-  std::wstring const name = unique_name("A");
-  setenv(narrow(name).c_str(), "x", 1);
-  quillon2::get_environ_value(name);
-  quillon2::set_environ_value(name, L"");
-  EXPECT_EQ(nullptr, getenv(narrow(name).c_str()));
-  EXPECT_EQ((std::vector<entry_t>{{name, L"", 1}}), remembered(name));
-}
-
-TEST(Environ, NamesAreCaseSensitiveAndOrderedByUnit) {
-  std::wstring const prefix = unique_name("");
-  for (wchar_t const* suffix : {L"PATH", L"Path", L"path", L"PAT"})
-    quillon2::get_environ_value(prefix + suffix);
-  EXPECT_EQ((std::vector<entry_t>{{prefix + L"PAT", L"", 1},
-                                  {prefix + L"PATH", L"", 1},
-                                  {prefix + L"Path", L"", 1},
-                                  {prefix + L"path", L"", 1}}),
-            remembered(prefix));
-}
-
-TEST(Environ, IterationStopsAtTheFirstFalse) {
-  std::wstring const prefix = unique_name("");
-  for (wchar_t const* suffix : {L"1", L"2", L"3"}) quillon2::get_environ_value(prefix + suffix);
-  collector_t collector(prefix, 2);
-  quillon2::iterate_environ_values(collector);
-  EXPECT_EQ(2u, collector.m_entries.size());
-}
-
-TEST(Environ, CallbacksMayUseTheTableAgain) {
-  std::wstring const prefix = unique_name("");
-  quillon2::get_environ_value(prefix + L"A");
+TEST_F(EnvironTest, CallbacksMayUseTheTableAgain) {
+  get_environ_value(name());
   struct reentrant_t : quillon2::environ_value_callback_t {
-    std::wstring prefix;
+    std::wstring a, b;
     bool on_value(wchar_t const* name, wchar_t const*, unsigned) override {
-      if (std::wstring(name) == prefix + L"A") {
-        quillon2::set_environ_value(name, L"changed");
-        quillon2::get_environ_value(name);
-        quillon2::get_environ_value(prefix + L"B");
+      if (name == a) {
+        set_environ_value(a, L"changed");
+        get_environ_value(a);
+        get_environ_value(b);
       }
       return true;
     }
   } callback;
-  callback.prefix = prefix;
+  callback.a = name();
+  callback.b = name(L"B");
   quillon2::iterate_environ_values(callback);
-  auto const entries = remembered(prefix);
+  entries_t const entries = remembered(m_prefix);
   ASSERT_EQ(2u, entries.size());
-  EXPECT_EQ((entry_t{prefix + L"A", L"changed", 2}), entries[0]);
-  EXPECT_EQ(prefix + L"B", std::get<0>(entries[1]));
+  EXPECT_EQ(std::make_tuple(name(), std::wstring(L"changed"), 2u), entries[0]);
 }
 
-TEST(Environ, ValuesTravelAsUtf8) {
-  std::wstring const name = unique_name("A");
-  quillon2::set_environ_value(name, L"\u00E9\u20AC\U0001F600");
-  EXPECT_STREQ("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", getenv(narrow(name).c_str()));
-  std::wstring const other = unique_name("B");
-  setenv(narrow(other).c_str(), "bad\xFF", 1);
-  EXPECT_EQ(L"bad\uFFFD", quillon2::get_environ_value(other));
-}
-
-TEST(Environ, NamesTheSystemCannotHoldLeaveTheEnvironmentAlone) {
-  std::wstring const base = unique_name("A");
-  unsetenv(narrow(base).c_str());
-  quillon2::get_environ_value(base + L"=B");
-  quillon2::set_environ_value(base + L"=B", L"x");
-  EXPECT_EQ(nullptr, getenv(narrow(base).c_str()));
-  EXPECT_EQ(L"x", quillon2::get_environ_value(base + L"=B"));
-  std::wstring const with_zero = base + std::wstring(1, L'\0') + L"C";
-  quillon2::set_environ_value(with_zero, L"y");
-  EXPECT_EQ(nullptr, getenv(narrow(base).c_str()));
-  EXPECT_EQ(L"", quillon2::get_environ_value(with_zero));
-  quillon2::set_environ_value(L"", L"z");
-  EXPECT_EQ(L"", quillon2::get_environ_value(L""));
-}
-
-TEST(Environ, AValueEndsAtAZeroUnitInTheEnvironment) {
-  std::wstring const name = unique_name("A");
-  std::wstring const value(L"ab\0cd", 5);
-  quillon2::get_environ_value(name);
-  quillon2::set_environ_value(name, value);
-  EXPECT_STREQ("ab", getenv(narrow(name).c_str()));
-  EXPECT_EQ(value, quillon2::get_environ_value(name));
-}
-
-TEST(Environ, CountsEveryReadFromManyThreads) {
-  std::wstring const prefix = unique_name("");
-  constexpr int threads = 4;
-  constexpr int rounds = 2000;
+TEST_F(EnvironTest, CountsEveryReadFromManyThreads) {
   std::vector<std::thread> workers;
-  for (int t = 0; t < threads; ++t)
+  for (int t = 0; t < 4; ++t)
     workers.emplace_back([&, t] {
-      for (int i = 0; i < rounds; ++i) {
-        quillon2::get_environ_value(prefix + L"SHARED");
-        if (i % 100 == 0) quillon2::set_environ_value(prefix + L"SHARED", std::to_wstring(t));
-        quillon2::get_environ_value(prefix + std::to_wstring(i % 10));
+      for (int i = 0; i < 2000; ++i) {
+        get_environ_value(name(L"SHARED"));
+        if (i % 100 == 0) set_environ_value(name(L"SHARED"), std::to_wstring(t));
+        get_environ_value(name(std::to_wstring(i % 10)));
       }
     });
   for (auto& worker : workers) worker.join();
-  auto const entries = remembered(prefix);
+  entries_t const entries = remembered(m_prefix);
   ASSERT_EQ(11u, entries.size());
   unsigned total = 0;
   for (auto const& entry : entries) total += std::get<2>(entry);
-  EXPECT_EQ(static_cast<unsigned>(2 * threads * rounds), total);
-  EXPECT_EQ(static_cast<unsigned>(threads * rounds), std::get<2>(entries.back()));
+  EXPECT_EQ(16000u, total);
+  EXPECT_EQ(8000u, std::get<2>(entries.back()));
 }

@@ -1,6 +1,8 @@
 // Logs through the library's front end in the way given by argv[1], and answers in its
-// exit code which levels the "QUILLON" logger has enabled: bit 0 ERROR, bit 1 INFO,
-// bit 2 TRACE. Writes nothing to standard output itself.
+// exit code which levels the "QUILLON" logger has enabled: bit 4 always, bit 0 for ERROR, bit 1
+// for INFO and bit 2 for TRACE (bit 4 keeps it apart from the codes of a sanitizer). Writes nothing
+// to standard output itself.
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -22,9 +24,19 @@ struct logs_at_exit_t {
   ~logs_at_exit_t() { logger("QUILLON").forcedLog(log4cplus::ERROR_LOG_LEVEL, "from exit"); }
 };
 
+// A client's static initialiser may use the library before main (when the variable
+// Q2_LOG_AT_START is set).
+struct logs_at_start_t {
+  logs_at_start_t() {
+    if (std::getenv("Q2_LOG_AT_START") == nullptr) return;
+    hollin_1::log::configureComponentLogger(L"QUILLON");
+    logger("QUILLON").forcedLog(log4cplus::ERROR_LOG_LEVEL, "from static init");
+  }
+} const logs_at_start;
+
 int enabled_levels() {
   log4cplus::Logger const main = logger("QUILLON");
-  return (main.isEnabledFor(40000) ? 1 : 0) | (main.isEnabledFor(20000) ? 2 : 0) |
+  return 16 | (main.isEnabledFor(40000) ? 1 : 0) | (main.isEnabledFor(20000) ? 2 : 0) |
          (main.isEnabledFor(0) ? 4 : 0);
 }
 

@@ -14,6 +14,7 @@
 #include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 #include <gtest/gtest.h>
+
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/scheduler.hpp>
 #include <quillon2/core/threading/stage.hpp>
@@ -39,10 +40,6 @@ class latch_t {
   bool wait() {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_condition.wait_for(lock, patience, [&] { return m_count == 0; });
-  }
-  bool is_open() {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_count == 0;
   }
 
  private:
@@ -112,10 +109,7 @@ class test_scheduler_t : public qt::scheduler_t, public quillon2::_internal::sub
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_completions;
   }
-  std::size_t completion_count() {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_completions.size();
-  }
+  std::size_t completion_count() { return completions().size(); }
 
   void handle_task_stage_complete(task_ptr task) {
     {
@@ -126,28 +120,19 @@ class test_scheduler_t : public qt::scheduler_t, public quillon2::_internal::sub
     if (then) then(task);
   }
 
-  qt::scheduler_error_t add_task(task_ptr, task_ptr, std::wstring const&) override {
-    return qt::seOk;
-  }
-  qt::scheduler_error_t add_task(task_ptr, std::wstring const&) override { return qt::seOk; }
-  qt::scheduler_error_t cancel(std::wstring const&) override { return qt::seOk; }
-  qt::scheduler_error_t cancel_and_wait(
-      std::wstring const&, boost::shared_ptr<qt::scheduler_wait_callback_t>) override {
-    return qt::seOk;
-  }
+  // Nothing else of a scheduler is needed here.
+  using error_t = qt::scheduler_error_t;
+  using wait_ptr = boost::shared_ptr<qt::scheduler_wait_callback_t>;
+  using callback_ptr = boost::shared_ptr<qt::scheduler_status_callback_t>;
+  error_t add_task(task_ptr, task_ptr, std::wstring const&) override { return qt::seOk; }
+  error_t add_task(task_ptr, std::wstring const&) override { return qt::seOk; }
+  error_t cancel(std::wstring const&) override { return qt::seOk; }
+  error_t cancel_and_wait(std::wstring const&, wait_ptr) override { return qt::seOk; }
   std::list<task_ptr> find_tasks(std::wstring const&) override { return {}; }
   bool find_group(task_ptr, std::wstring&) override { return false; }
-  qt::scheduler_error_t add_unit(std::wstring const&, boost::shared_ptr<qt::unit_t>) override {
-    return qt::seOk;
-  }
-  qt::scheduler_error_t add_status_callback(
-      boost::shared_ptr<qt::scheduler_status_callback_t>) override {
-    return qt::seOk;
-  }
-  qt::scheduler_error_t remove_status_callback(
-      boost::shared_ptr<qt::scheduler_status_callback_t>) override {
-    return qt::seOk;
-  }
+  error_t add_unit(std::wstring const&, boost::shared_ptr<qt::unit_t>) override { return qt::seOk; }
+  error_t add_status_callback(callback_ptr) override { return qt::seOk; }
+  error_t remove_status_callback(callback_ptr) override { return qt::seOk; }
   bool is_known_task(task_ptr) override { return false; }
   bool is_known_group(std::wstring&) override { return false; }
 
@@ -157,34 +142,31 @@ class test_scheduler_t : public qt::scheduler_t, public quillon2::_internal::sub
   std::vector<completion_t> m_completions;
 };
 
-// Counts the notifications a unit sends, and remembers the threads they came from.
-class counting_callback_t : public qt::scheduler_status_callback_t {
- public:
-  std::atomic<int> started{0};
-  std::atomic<int> finished{0};
-  std::atomic<int> exceptions{0};
-
+// Counts the notifications a unit sends.
+struct counting_callback_t : qt::scheduler_status_callback_t {
   void thread_started() override { ++started; }
   void thread_finished() override { ++finished; }
   void task_exception(task_ptr) override {
-    {
-      std::lock_guard<std::mutex> guard(m_mutex);
-      m_exception_threads.push_back(std::this_thread::get_id());
-    }
+    exception_thread = std::this_thread::get_id();
     ++exceptions;
   }
-  std::vector<std::thread::id> exception_threads() {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_exception_threads;
-  }
-
- private:
-  std::mutex m_mutex;
-  std::vector<std::thread::id> m_exception_threads;
+  std::atomic<int> started{0}, finished{0}, exceptions{0};
+  std::atomic<std::thread::id> exception_thread{};
 };
 
-inline qt::status_callbacks_t callbacks_of(boost::shared_ptr<counting_callback_t> const& c) {
-  return qt::status_callbacks_t{c};
-}
+// A unit wired as a scheduler would wire it, with an observer; terminated at the end.
+template <class Unit>
+struct rig_t {
+  template <class... Args>
+  explicit rig_t(Args... args) : unit(args...) {
+    scheduler.attach(unit);
+    unit.set_status_callbacks(qt::status_callbacks_t{observer});
+  }
+  ~rig_t() { unit.terminate(); }
+
+  boost::shared_ptr<counting_callback_t> observer = boost::make_shared<counting_callback_t>();
+  test_scheduler_t scheduler;
+  Unit unit;
+};
 
 }  // namespace q2test

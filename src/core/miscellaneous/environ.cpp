@@ -11,6 +11,7 @@
 #include <quillon2/core/threading/mutex.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
+#include "core/miscellaneous/include/environ_internal.hpp"
 #include "core/miscellaneous/include/environ_os.hpp"
 
 namespace quillon2 {
@@ -84,5 +85,15 @@ void iterate_environ_values(environ_value_callback_t& callback) {
     if (!callback.on_value(name.c_str(), entry.value.c_str(), entry.read_count)) break;
   }
 }
+
+namespace internal {
+
+bool read_environ_unrecorded(std::string const& name, std::string& value) {
+  environment_table_t& table = environment_table();
+  threading::mutex_guard_t guard(table.mutex);
+  return os_get_environ(name, value);
+}
+
+}  // namespace internal
 
 }  // namespace quillon2

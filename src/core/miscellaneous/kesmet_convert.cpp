@@ -20,7 +20,7 @@ bool is_space(Unit c) {
 
 template <typename Unit>
 int digit_value(Unit c) {
-  if (c >= '0' && c <= '9') return static_cast<int>(c - '0');
+  if (static_cast<unsigned>(c - '0') <= 9) return static_cast<int>(c - '0');
   if (c >= 'a' && c <= 'z') return static_cast<int>(c - 'a') + 10;
   if (c >= 'A' && c <= 'Z') return static_cast<int>(c - 'A') + 10;
   return 99;
@@ -45,14 +45,12 @@ bool scan_integer(Unit const* text, std::size_t length, int radix, bool prefix, 
       (text[i + 1] == 'x' || text[i + 1] == 'X') && digit_value(text[i + 2]) < 16)
     i += 2;
   std::size_t const first_digit = i;
-  u64_t const limit = std::numeric_limits<u64_t>::max();
   for (; i < length; ++i) {
-    int const d = digit_value(text[i]);
-    if (d >= radix) break;
-    if (magnitude > (limit - static_cast<u64_t>(d)) / static_cast<u64_t>(radix))
+    auto const d = static_cast<unsigned>(digit_value(text[i]));
+    if (d >= static_cast<unsigned>(radix)) break;
+    if (__builtin_mul_overflow(magnitude, static_cast<u64_t>(radix), &magnitude) ||
+        __builtin_add_overflow(magnitude, static_cast<u64_t>(d), &magnitude))
       overflow = true;
-    else
-      magnitude = magnitude * static_cast<u64_t>(radix) + static_cast<u64_t>(d);
   }
   if (i == first_digit) return false;
   if (prefix) return true;

@@ -8,50 +8,137 @@
 
 namespace KESMET_2_18::strings {
 
-using quillon2::internal::append_utf8;
 using quillon2::internal::decode_utf8;
 using quillon2::internal::replacement_character;
 
+namespace {
+
+// Conversions write into a stack buffer and append it to the result chunk by chunk:
+// that costs far less than growing the result per character or sizing it in an extra
+// pass. A chunk ends early enough that the widest character still fits.
+constexpr std::size_t chunk_units = 2048;
+
+char* write_utf8(char* out, char32_t c) {
+  if (c < 0x800) {
+    *out++ = static_cast<char>(0xC0 | (c >> 6));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    *out++ = static_cast<char>(0xE0 | (c >> 12));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    *out++ = static_cast<char>(0xF0 | (c >> 18));
+    *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return out;
+}
+
+// Appends a converted chunk; `done` of `total` input units are converted so far. The
+// first chunk sizes the result by its own ratio of output to input, so that a text
+// converts with one allocation in the common case.
+template <typename String, typename Unit>
+void append_chunk(String& out, Unit const* buffer, Unit const* end, std::size_t done,
+                  std::size_t total) {
+  auto const length = static_cast<std::size_t>(end - buffer);
+  if (out.empty() && done < total) out.reserve(length + length * (total - done) / done + 16);
+  out.append(buffer, length);
+}
+
+// Whether the eight bytes at `p` are all ASCII.
+bool ascii8(unsigned char const* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return (word & 0x8080808080808080ull) == 0;
+}
+
+}  // namespace
+
 ustring8 utf16_to_utf8(ustring16 const& text) {
-  ustring8 out;
-  out.reserve(text.size());
+  wchar_t const* const units = text.data();
   std::size_t const n = text.size();
-  for (std::size_t i = 0; i < n; ++i) {
-    auto const unit = static_cast<std::uint32_t>(text[i]);
-    if (unit < 0x80) {
-      out.push_back(static_cast<char>(unit));
-      continue;
-    }
-    char32_t c = unit;
-    if (unit >= 0xD800 && unit <= 0xDBFF && i + 1 < n) {
-      auto const next = static_cast<std::uint32_t>(text[i + 1]);
-      if (next >= 0xDC00 && next <= 0xDFFF) {
-        c = 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00);
+  ustring8 out;
+  char buffer[chunk_units * 4 + 4];
+  std::size_t i = 0;
+  while (i < n) {
+    char* dst = buffer;
+    char* const limit = buffer + chunk_units * 4;
+    while (i < n && dst < limit) {
+      if (i + 4 <= n &&
+          (static_cast<std::uint32_t>(units[i]) | static_cast<std::uint32_t>(units[i + 1]) |
+           static_cast<std::uint32_t>(units[i + 2]) | static_cast<std::uint32_t>(units[i + 3])) <
+              0x80) {
+        for (int k = 0; k < 4; ++k) dst[k] = static_cast<char>(units[i + k]);
+        dst += 4;
+        i += 4;
+        continue;
+      }
+      auto const unit = static_cast<std::uint32_t>(units[i]);
+      if (unit < 0x80) {
+        *dst++ = static_cast<char>(unit);
+        ++i;
+        continue;
+      }
+      char32_t c = unit;
+      if ((unit & 0xFFFFFC00u) == 0xD800 && i + 1 < n &&
+          (static_cast<std::uint32_t>(units[i + 1]) & 0xFFFFFC00u) == 0xDC00) {
+        c = 0x10000 + ((unit - 0xD800) << 10) + (static_cast<std::uint32_t>(units[i + 1]) - 0xDC00);
+        i += 2;
+      } else {
+        if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) c = replacement_character;
         ++i;
       }
+      dst = write_utf8(dst, c);
     }
-    if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) c = replacement_character;
-    append_utf8(out, c);
+    append_chunk(out, buffer, dst, i, n);
   }
   return out;
 }
 
 ustring16 utf8_to_utf16(ustring8 const& text) {
-  ustring16 out;
-  out.reserve(text.size());
-  auto const* p = reinterpret_cast<unsigned char const*>(text.data());
+  auto const* const p = reinterpret_cast<unsigned char const*>(text.data());
   std::size_t const n = text.size();
+  ustring16 out;
+  wchar_t buffer[chunk_units + 8];
   std::size_t i = 0;
   while (i < n) {
-    if (p[i] < 0x80) {
-      out.push_back(static_cast<wchar_t>(p[i]));
-      ++i;
-      continue;
+    wchar_t* dst = buffer;
+    wchar_t* const limit = buffer + chunk_units;
+    while (i < n && dst < limit) {
+      if (i + 8 <= n && ascii8(p + i)) {
+        for (int k = 0; k < 8; ++k) dst[k] = static_cast<wchar_t>(p[i + k]);
+        dst += 8;
+        i += 8;
+        continue;
+      }
+      unsigned const b0 = p[i];
+      if (b0 < 0x80) {
+        *dst++ = static_cast<wchar_t>(b0);
+        ++i;
+        continue;
+      }
+      // The well-formed two- and three-byte forms inline; the rest through decode_utf8.
+      if (b0 >= 0xC2 && b0 <= 0xDF && i + 1 < n && (p[i + 1] & 0xC0) == 0x80) {
+        *dst++ = static_cast<wchar_t>(((b0 & 0x1F) << 6) | (p[i + 1] & 0x3F));
+        i += 2;
+        continue;
+      }
+      if ((b0 & 0xF0) == 0xE0 && i + 2 < n && (p[i + 1] & 0xC0) == 0x80 &&
+          (p[i + 2] & 0xC0) == 0x80) {
+        unsigned const c = ((b0 & 0x0F) << 12) | ((p[i + 1] & 0x3Fu) << 6) | (p[i + 2] & 0x3F);
+        if (c >= 0x800 && (c < 0xD800 || c > 0xDFFF)) {
+          *dst++ = static_cast<wchar_t>(c);
+          i += 3;
+          continue;
+        }
+      }
+      char32_t c = 0;
+      bool valid = false;
+      i += decode_utf8(p + i, n - i, c, valid);
+      *dst++ = static_cast<wchar_t>(c);
     }
-    char32_t c = 0;
-    bool valid = false;
-    i += decode_utf8(p + i, n - i, c, valid);
-    out.push_back(static_cast<wchar_t>(c));
+    append_chunk(out, buffer, dst, i, n);
   }
   return out;
 }

@@ -18,7 +18,7 @@
 #include <quillon2/core/log.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
-#include "core/miscellaneous/include/environ_os.hpp"
+#include "core/miscellaneous/include/environ_internal.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 
 namespace {
@@ -29,7 +29,7 @@ namespace {
 void configure_process() {
   log4cplus::initialize();
   std::string path;
-  if (quillon2::internal::os_get_environ("QUILLON_LOG_CONFIG", path) && !path.empty() &&
+  if (quillon2::internal::read_environ_unrecorded("QUILLON_LOG_CONFIG", path) && !path.empty() &&
       std::ifstream(path).good()) {
     log4cplus::PropertyConfigurator::doConfigure(path);
     return;

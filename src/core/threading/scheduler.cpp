@@ -2,6 +2,7 @@
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
+
 #include <quillon2/core/threading/scheduler.hpp>
 
 namespace quillon2::threading {

@@ -9,7 +9,7 @@ namespace quillon2::threading {
 
 namespace {
 
-constexpr std::size_t name_size = 32;   // with the terminating zero
+constexpr std::size_t name_size = 32;  // with the terminating zero
 constexpr std::size_t kernel_bytes = 15;
 
 thread_local char t_name[name_size];
@@ -40,7 +40,7 @@ void set_thread_name(char const* name, bool abbreviate) {
   // Pool workers rename themselves for every job; the system call is made only when
   // what the system shows changes.
   if (std::strncmp(t_published, buffer, kernel_bytes) != 0 || t_published[0] == '\0') {
-    std::strncpy(t_published, buffer, kernel_bytes);
+    std::memcpy(t_published, buffer, kernel_bytes);  // the buffer has 32 bytes
     t_published[kernel_bytes] = '\0';
     internal::publish_thread_name(buffer);
   }

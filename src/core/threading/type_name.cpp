@@ -1,11 +1,12 @@
 // Cache of readable class names.
+#include "core/threading/include/type_name.hpp"
+
 #include <typeindex>
 #include <unordered_map>
 
 #include <quillon2/core/threading/spin_lock.hpp>
 
 #include "core/threading/include/platform.hpp"
-#include "core/threading/include/type_name.hpp"
 
 namespace quillon2::internal {
 

@@ -18,19 +18,22 @@
 // disconnect from another thread waits until the running emission has ended. On the
 // emitting thread itself a handler may connect, disconnect, emit the same signal again,
 // or destroy the signal; the emission notices each of these (see signal_base_t).
-// Two rules follow from the lock order (signal, then subscriber on connect and
-// disconnect; subscriber, then signal when a subscriber dies):
+// Locks are always taken signal first, then subscriber; a subscriber never holds its own
+// lock while it waits for a signal's. A signal and one of its subscribers may therefore
+// be destroyed on two threads at once. What remains for the user:
 // - a handler must not wait for another thread that is about to connect to, disconnect
 //   from or emit the same signal;
-// - a subscriber is destroyed only while no other thread connects it or disconnects it,
-//   and a signal only while no other thread uses it. A subscriber whose handlers run on
-//   other threads calls disconnect_all_signals() first thing in its own destructor, so
-//   that no emission can still reach its half-destroyed members.
+// - a subscriber is not connected by one thread while another destroys it, and a signal
+//   is not used by one thread while another destroys it;
+// - a subscriber whose handlers run on other threads calls disconnect_all_signals() first
+//   thing in its own destructor, so that no emission can still reach its half-destroyed
+//   members.
 //
 // The classes are templates compiled into each user; the untyped bookkeeping lives in
 // the library (signal.cpp).
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <new>
 #include <tuple>
@@ -49,6 +52,22 @@ namespace quillon2::_internal {
 struct dummy_t {};
 
 class signal_base_t;
+
+// The part of a signal that may outlive it: the mutex that guards its connections, and
+// a count of those who still need the mutex. The signal holds one reference; when it is
+// destroyed by one of its own handlers, the running emission takes that reference over.
+// A dying subscriber holds one while it detaches itself, so that a signal that dies on
+// another thread meanwhile leaves it a valid lock.
+struct QUILLON2_API signal_core_t {
+  explicit signal_core_t(signal_base_t* owner) : signal(owner) {}
+  void add_reference() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+  // Deletes the core with the last reference.
+  static void release(signal_core_t* core) noexcept;
+
+  threading::mutex_t mutex;
+  std::atomic<long> references{1};
+  signal_base_t* signal;  // null once the signal is gone; read and written under `mutex`
+};
 
 // The receiving end of connections. Keeps one entry per connection that targets it,
 // so that its destructor can remove them all.
@@ -69,7 +88,7 @@ class QUILLON2_API subscriber_base_t {
  private:
   friend class signal_base_t;
 
-  std::vector<signal_base_t*> m_senders;  // one entry per connection, in connection order
+  std::vector<signal_core_t*> m_senders;  // one entry per connection, in connection order
   threading::mutex_t m_senders_mutex;
 };
 
@@ -157,8 +176,8 @@ struct connection_t {
 };
 
 // The untyped part of every signal: the connection list, the emission state and the
-// mutex, which lives on the heap so that it can outlive a signal destroyed by one of its
-// own handlers (the running emission then releases and deletes it).
+// core with the mutex, which lives on the heap so that it can outlive a signal destroyed
+// by one of its own handlers (the running emission then releases it).
 class QUILLON2_API signal_base_t : public subscriber_base_t {
  public:
   ~signal_base_t() override;
@@ -178,8 +197,8 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   // Marks one emission; the outermost one also owns the cleanup at its end.
   class emission_t {
    public:
-    explicit emission_t(signal_base_t& signal) : m_signal(signal), m_mutex(signal.m_mutex) {
-      m_mutex->acquire();
+    explicit emission_t(signal_base_t& signal) : m_signal(signal), m_core(signal.m_core) {
+      m_core->mutex.acquire();
       m_nested = signal.m_is_valid_flag != nullptr;
       if (!m_nested) signal.m_is_valid_flag = &m_valid;
       m_flag = signal.m_is_valid_flag;
@@ -194,9 +213,9 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
           m_signal.remove_invalid_connections();
         }
       }
-      m_mutex->release();
-      // The signal is gone and this is the outermost emission: the mutex is ours.
-      if (!alive && !m_nested) delete m_mutex;
+      m_core->mutex.release();
+      // The signal is gone and this is the outermost emission: its core is ours.
+      if (!alive && !m_nested) signal_core_t::release(m_core);
     }
 
     emission_t(emission_t const&) = delete;
@@ -207,7 +226,7 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
 
    private:
     signal_base_t& m_signal;
-    threading::mutex_t* m_mutex;
+    signal_core_t* m_core;
     bool m_valid = true;  // cleared by the signal's destructor
     bool m_nested = false;
     bool* m_flag = nullptr;  // the outermost emission's m_valid
@@ -234,12 +253,12 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   bool contains(connection_t const& connection) const;
   void unlink_and_free(node_t* node) noexcept;
   void free_all_nodes() noexcept;
-  static void remove_sender(subscriber_base_t* subscriber, signal_base_t* signal);
+  void remove_sender(subscriber_base_t* subscriber);
 
-  node_t m_head;                      // sentinel of the circular connection list
-  bool* m_is_valid_flag = nullptr;    // set while an emission runs
-  std::size_t m_invalid_count = 0;    // records cleared during the running emission
-  threading::mutex_t* m_mutex;
+  node_t m_head;                    // sentinel of the circular connection list
+  bool* m_is_valid_flag = nullptr;  // set while an emission runs
+  std::size_t m_invalid_count = 0;  // records cleared during the running emission
+  signal_core_t* m_core;            // its mutex guards everything above
 };
 
 namespace signal_detail {
@@ -276,8 +295,8 @@ struct function_arity<R(P...) const> : std::integral_constant<std::size_t, sizeo
 template <class R, class... P>
 struct function_arity<R(P...) noexcept> : std::integral_constant<std::size_t, sizeof...(P)> {};
 template <class R, class... P>
-struct function_arity<R(P...) const noexcept>
-    : std::integral_constant<std::size_t, sizeof...(P)> {};
+struct function_arity<R(P...) const noexcept> : std::integral_constant<std::size_t, sizeof...(P)> {
+};
 
 template <class R, class M, class Tuple, std::size_t... I>
 inline void call_with(R* receiver, M method, Tuple& args, std::index_sequence<I...>) {
@@ -298,8 +317,7 @@ class signal_templ : public signal_base_t {
 
  public:
   // Number of arguments an emission takes.
-  static constexpr std::size_t arity =
-      signal_detail::leading_arguments<A1, A2, A3, A4, A5, A6>();
+  static constexpr std::size_t arity = signal_detail::leading_arguments<A1, A2, A3, A4, A5, A6>();
 
  private:
   template <std::size_t I, class A>
@@ -362,9 +380,10 @@ class signal_templ : public signal_base_t {
   static void invoke(void* object, bound_method_t const& method, P<A1> a1, P<A2> a2, P<A3> a3,
                      P<A4> a4, P<A5> a5, P<A6> a6) {
     auto args = std::forward_as_tuple(a1, a2, a3, a4, a5, a6);
-    signal_detail::call_with(static_cast<R*>(object), method.get<M>(), args,
-                             std::make_index_sequence<signal_detail::function_arity<
-                                 typename member_function_of<M>::type>::value>{});
+    signal_detail::call_with(
+        static_cast<R*>(object), method.get<M>(), args,
+        std::make_index_sequence<
+            signal_detail::function_arity<typename member_function_of<M>::type>::value>{});
   }
 
   template <class M>

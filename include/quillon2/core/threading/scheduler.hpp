@@ -10,6 +10,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/weak_ptr.hpp>
+
 #include <quillon2/core/threading/scheduler_error.hpp>
 #include <quillon2/export.hpp>
 
@@ -70,10 +71,8 @@ class QUILLON2_API scheduler_t {
 
   // Adds `task` to run once `prev_task` has completed.
   virtual scheduler_error_t add_task(boost::shared_ptr<task_t> prev_task,
-                                     boost::shared_ptr<task_t> task,
-                                     std::wstring const& group) = 0;
-  virtual scheduler_error_t add_task(boost::shared_ptr<task_t> task,
-                                     std::wstring const& group) = 0;
+                                     boost::shared_ptr<task_t> task, std::wstring const& group) = 0;
+  virtual scheduler_error_t add_task(boost::shared_ptr<task_t> task, std::wstring const& group) = 0;
   // Cancels every task at or below `group`; the empty group stands for all.
   virtual scheduler_error_t cancel(std::wstring const& group) = 0;
   virtual scheduler_error_t cancel_and_wait(std::wstring const& group,

@@ -6,10 +6,10 @@ namespace quillon2::threading {
 enum scheduler_error_t {
   seOk = 0,
   // 1 is reserved.
-  seQueueFull = 2,         // a unit's queue or thread limit is exhausted
-  seGroupCanceling = 3,    // the group lies under a group that is being canceled
-  seAlreadyExists = 4,     // the task, unit, callback or batch entry is already registered
-  seNotFound = 5,          // the callback to remove is not registered
+  seQueueFull = 2,       // a unit's queue or thread limit is exhausted
+  seGroupCanceling = 3,  // the group lies under a group that is being canceled
+  seAlreadyExists = 4,   // the task, unit, callback or batch entry is already registered
+  seNotFound = 5,        // the callback to remove is not registered
   // 6 is reserved.
   seTasksPending = 7,      // units cannot be released while tasks are registered
   seInvalidArgument = 8,   // a null task, stage, unit or scheduler, or an empty unit name

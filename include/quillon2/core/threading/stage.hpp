@@ -5,6 +5,7 @@
 #include <string>
 
 #include <boost/shared_ptr.hpp>
+
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/export.hpp>
 

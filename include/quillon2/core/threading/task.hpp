@@ -11,6 +11,7 @@
 #include <list>
 
 #include <boost/shared_ptr.hpp>
+
 #include <quillon2/core/threading/scheduler_error.hpp>
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/export.hpp>

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/scheduler.hpp>
 #include <quillon2/core/threading/scheduler_error.hpp>

@@ -1,11 +1,10 @@
-// UTF-8 decoding and encoding of single code points, shared by the text layer's
+// UTF-8 decoding of single code points, shared by the text layer's
 // sources. Decoding follows the well-formed byte sequences of Unicode (no overlong
 // forms, no surrogates, nothing above U+10FFFF) and reports the maximal ill-formed
 // part of a bad sequence, so that every such part becomes exactly one U+FFFD.
 #pragma once
 
 #include <cstddef>
-#include <string>
 
 namespace quillon2::internal {
 
@@ -58,27 +57,6 @@ inline std::size_t decode_utf8(unsigned char const* p, std::size_t n, char32_t& 
   code_point = value;
   valid = true;
   return used;
-}
-
-// Appends the UTF-8 form of a Unicode scalar value.
-inline void append_utf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    char const bytes[2] = {static_cast<char>(0xC0 | (c >> 6)),
-                           static_cast<char>(0x80 | (c & 0x3F))};
-    out.append(bytes, 2);
-  } else if (c < 0x10000) {
-    char const bytes[3] = {static_cast<char>(0xE0 | (c >> 12)),
-                           static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                           static_cast<char>(0x80 | (c & 0x3F))};
-    out.append(bytes, 3);
-  } else {
-    char const bytes[4] = {
-        static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-        static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
-    out.append(bytes, 4);
-  }
 }
 
 }  // namespace quillon2::internal

@@ -4,6 +4,7 @@
 
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/recursive_mutex.hpp>
+
 #include <quillon2/core/threading/scheduler.hpp>
 #include <quillon2/core/threading/task.hpp>
 

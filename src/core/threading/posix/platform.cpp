@@ -1,4 +1,7 @@
 // The operating-system side of the threading subsystem on POSIX.
+#include "core/threading/include/platform.hpp"
+
+#include <cxxabi.h>
 #include <pthread.h>
 #include <sched.h>
 #include <time.h>
@@ -7,9 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <cxxabi.h>
-
-#include "core/threading/include/platform.hpp"
 
 namespace quillon2::internal {
 
@@ -39,7 +39,7 @@ void sleep_milliseconds(unsigned milliseconds) noexcept {
 void publish_thread_name(char const* name) noexcept {
   // The kernel keeps 15 bytes and refuses longer names.
   char kernel_name[16] = {};
-  std::strncpy(kernel_name, name, sizeof kernel_name - 1);
+  std::memcpy(kernel_name, name, strnlen(name, sizeof kernel_name - 1));
   pthread_setname_np(pthread_self(), kernel_name);
 }
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include <boost/thread/thread.hpp>
+
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/task.hpp>
 #include <quillon2/core/threading/thread_name.hpp>
@@ -175,8 +176,7 @@ void delayed_tasks_unit_t::fire(job_list_t& due,
       throw;
     } catch (...) {
       // What followed the wait threw; the timer goes on with the other jobs.
-      internal::log_stage_exception("delayed_tasks_unit_t", job->task.get(), __FILE__,
-                                    __LINE__);
+      internal::log_stage_exception("delayed_tasks_unit_t", job->task.get(), __FILE__, __LINE__);
       internal::notify_status_callbacks(
           m_callbacks_mutex, m_callbacks,
           [&](scheduler_status_callback_t& c) { c.task_exception(job->task); });

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include <boost/thread/thread.hpp>
+
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/task.hpp>
 #include <quillon2/core/threading/thread_name.hpp>

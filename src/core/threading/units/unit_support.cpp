@@ -1,8 +1,9 @@
 // Helpers shared by the units.
+#include "core/threading/include/unit_support.hpp"
+
 #include <quillon2/headers/kesmet.hpp>
 
 #include "core/miscellaneous/include/logging.hpp"
-#include "core/threading/include/unit_support.hpp"
 
 namespace quillon2::internal {
 

@@ -13,6 +13,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/recursive_mutex.hpp>
+
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/core/threading/unit.hpp>
 #include <quillon2/export.hpp>

@@ -22,6 +22,7 @@
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/recursive_mutex.hpp>
+
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/core/threading/unit.hpp>
 #include <quillon2/export.hpp>

@@ -1,0 +1,550 @@
+// variant_bag_t: the list-and-index containers, the operations on entries, names and
+// parents, copying, swapping and comparison.
+#include <cstring>
+#include <cwchar>
+#include <utility>
+#include <vector>
+
+#include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/variant_bag.hpp>
+
+#include "core/das/include/bag_impl.hpp"
+#include "core/das/include/variant_bag_buddy.hpp"
+#include "core/das/include/variant_buddy.hpp"
+#include "core/das/include/vb_helper.hpp"
+
+namespace quillon2 {
+namespace internal {
+
+namespace {
+wchar_t g_no_name[1] = {0};
+constexpr wchar_t const tag_name[] = L"#tag_name";
+
+// The list of a default-constructed iterator: always empty, never written after its
+// one-time initialisation.
+bag_node_base_t* empty_sentinel() {
+  static bag_node_base_t sentinel{};
+  static bool const ready = [] {
+    sentinel.m_next = sentinel.m_prev = &sentinel;
+    sentinel.m_name = g_no_name;
+    return true;
+  }();
+  (void)ready;
+  return &sentinel;
+}
+}  // namespace
+
+std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
+  std::uint64_t h = 0xcbf29ce484222325ull;
+  for (std::size_t i = 0; i < length; ++i) {
+    h ^= static_cast<std::uint32_t>(name[i]);
+    h *= 0x100000001b3ull;
+  }
+  return static_cast<std::uint32_t>(h ^ (h >> 32));
+}
+
+bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
+  return node->m_length == length && (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
+}
+
+bag_index_t::bag_index_t()
+    : m_head(), m_size(0), m_slots(nullptr), m_mask(0), m_used(0), m_in_order(true) {
+  m_head.m_prev = m_head.m_next = &m_head;
+  m_head.m_name = g_no_name;
+}
+
+bag_index_t::~bag_index_t() { delete[] m_slots; }
+
+bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length, std::uint32_t hash) const {
+  if (!m_slots) return nullptr;
+  for (std::uint32_t i = hash & m_mask;; i = (i + 1) & m_mask) {
+    bag_slot_t* const s = &m_slots[i];
+    if (!s->m_first) return nullptr;
+    if (s->m_first->m_hash == hash && same_name(s->m_first, name, length)) return s;
+  }
+}
+
+bag_slot_t* bag_index_t::find(wchar_t const* name) const {
+  if (!name || !m_slots) return nullptr;
+  std::size_t const length = std::wcslen(name);
+  return find(name, length, hash_name(name, length));
+}
+
+void bag_index_t::grow(std::uint32_t capacity) {
+  bag_slot_t* const old = m_slots;
+  std::uint32_t const old_capacity = old ? m_mask + 1 : 0;
+  m_slots = new bag_slot_t[capacity]();
+  m_mask = capacity - 1;
+  for (std::uint32_t i = 0; i < old_capacity; ++i) {
+    if (!old[i].m_first) continue;
+    std::uint32_t j = old[i].m_first->m_hash & m_mask;
+    while (m_slots[j].m_first) j = (j + 1) & m_mask;
+    m_slots[j] = old[i];
+  }
+  delete[] old;
+}
+
+void bag_index_t::reserve(u64_t names) {
+  std::uint64_t capacity = m_slots ? m_mask + 1 : 0;
+  std::uint64_t wanted = capacity ? capacity : 8;
+  while (names * 4 > wanted * 3) wanted *= 2;
+  if (wanted > capacity) grow(static_cast<std::uint32_t>(wanted));
+}
+
+void bag_index_t::chain_append(bag_node_base_t* node) {
+  node->m_next_same = nullptr;
+  if (bag_slot_t* s = find(node->m_name, node->m_length, node->m_hash)) {
+    s->m_last->m_next_same = node;
+    s->m_last = node;
+    ++s->m_count;
+    return;
+  }
+  reserve(std::uint64_t(m_used) + 1);
+  std::uint32_t i = node->m_hash & m_mask;
+  while (m_slots[i].m_first) i = (i + 1) & m_mask;
+  m_slots[i] = bag_slot_t{node, node, 1};
+  ++m_used;
+}
+
+void bag_index_t::erase_slot(bag_slot_t* slot) {
+  // Backward-shift deletion keeps every probe sequence unbroken without tombstones.
+  std::uint32_t i = static_cast<std::uint32_t>(slot - m_slots);
+  std::uint32_t j = i;
+  for (;;) {
+    j = (j + 1) & m_mask;
+    if (!m_slots[j].m_first) break;
+    std::uint32_t const home = m_slots[j].m_first->m_hash & m_mask;
+    bool const movable = (i <= j) ? (home <= i || home > j) : (home <= i && home > j);
+    if (movable) {
+      m_slots[i] = m_slots[j];
+      i = j;
+    }
+  }
+  m_slots[i] = bag_slot_t{};
+  --m_used;
+}
+
+void bag_index_t::chain_remove(bag_node_base_t* node) {
+  bag_slot_t* const s = find(node->m_name, node->m_length, node->m_hash);
+  if (!s) return;
+  bag_node_base_t* prev = nullptr;
+  for (bag_node_base_t* n = s->m_first; n && n != node; n = n->m_next_same) prev = n;
+  if (prev) {
+    prev->m_next_same = node->m_next_same;
+  } else {
+    s->m_first = node->m_next_same;
+  }
+  if (s->m_last == node) s->m_last = prev;
+  node->m_next_same = nullptr;
+  if (--s->m_count == 0) erase_slot(s);
+}
+
+void bag_index_t::link_back(bag_node_base_t* node) {
+  chain_append(node);
+  node->m_prev = m_head.m_prev;
+  node->m_next = &m_head;
+  m_head.m_prev->m_next = node;
+  m_head.m_prev = node;
+  ++m_size;
+}
+
+void bag_index_t::unlink(bag_node_base_t* node) {
+  chain_remove(node);
+  node->m_prev->m_next = node->m_next;
+  node->m_next->m_prev = node->m_prev;
+  node->m_prev = node->m_next = nullptr;
+  --m_size;
+}
+
+void bag_index_t::set_name(bag_node_base_t* node, wchar_t const* name, std::size_t length) {
+  if (length > node->m_capacity) {
+    auto* text = new wchar_t[length + 1];
+    if (node->m_name_on_heap) delete[] node->m_name;
+    node->m_name = text;
+    node->m_name_on_heap = true;
+    node->m_capacity = static_cast<std::uint32_t>(length);
+  }
+  std::wmemmove(node->m_name, name, length);
+  node->m_name[length] = 0;
+  node->m_length = static_cast<std::uint32_t>(length);
+  node->m_hash = hash_name(node->m_name, length);
+}
+
+void bag_index_t::rename(bag_node_base_t* node, wchar_t const* name) {
+  chain_remove(node);
+  set_name(node, name, std::wcslen(name));
+  if (find(node->m_name, node->m_length, node->m_hash)) m_in_order = false;
+  chain_append(node);
+}
+
+void bag_index_t::rebuild_index() {
+  if (m_slots) {
+    for (std::uint32_t i = 0; i <= m_mask; ++i) m_slots[i] = bag_slot_t{};
+  }
+  m_used = 0;
+  for (bag_node_base_t* n = m_head.m_next; n != &m_head; n = n->m_next) chain_append(n);
+  m_in_order = true;
+}
+
+void bag_index_t::reset() {
+  m_head.m_prev = m_head.m_next = &m_head;
+  m_size = 0;
+  delete[] m_slots;
+  m_slots = nullptr;
+  m_mask = 0;
+  m_used = 0;
+  m_in_order = true;
+}
+
+bag_node_base_t* bag_next_same(bag_node_base_t const* node, bag_node_base_t const* end) {
+  bag_index_t const* const index = index_of(end);
+  if (index->in_order()) {
+    return node->m_next_same ? node->m_next_same : const_cast<bag_node_base_t*>(end);
+  }
+  bag_node_base_t* n = node->m_next;
+  while (n != end && !(n->m_hash == node->m_hash && same_name(n, node->m_name, node->m_length)))
+    n = n->m_next;
+  return n;
+}
+
+bag_node_base_t* bag_first_visible(bag_node_base_t const* end) {
+  bag_node_base_t* n = end->m_next;
+  while (n != end && is_hidden_name(n->m_name)) n = n->m_next;
+  return n;
+}
+
+bag_node_base_t* bag_first_of_name(bag_node_base_t const* end, wchar_t const* name) {
+  if (end == empty_sentinel()) return const_cast<bag_node_base_t*>(end);
+  bag_slot_t* const s = index_of(end)->find(name);
+  return s ? s->m_first : const_cast<bag_node_base_t*>(end);
+}
+
+bag_node_base_t const* bag_empty_list() { return empty_sentinel(); }
+
+variant_t& bag_end_value(variant_t*) {
+  static variant_t empty;
+  return empty;
+}
+
+variant_bag_t& bag_end_value(variant_bag_t*) {
+  static variant_bag_t* empty = new variant_bag_t();
+  return *empty;
+}
+
+void variant_bag_buddy_t::set_parent(variant_bag_t& child, variant_bag_t* parent,
+                                     wchar_t const* name) {
+  QUILLON_ASSERT(parent);
+  child.m_parent = parent;
+  child.put<variant_t>(tag_name, variant_t(name ? name : L""));
+}
+
+}  // namespace internal
+
+using internal::bag_impl_base_t;
+using internal::bag_node_base_t;
+using internal::bag_node_t;
+using internal::vb_helper;
+
+namespace {
+
+template <class T>
+T& value_of(bag_node_base_t* n) {
+  return static_cast<bag_node_t<T>*>(n)->m_value;
+}
+
+// Sets the parent of every child reached by the whole-kind iteration.
+void adopt_visible_children(variant_bag_t& bag) {
+  for (auto it = bag.begin<variant_bag_t>(); !it.at_end(); it.next())
+    internal::variant_bag_buddy_t::set_parent_only(it.get_value(), &bag);
+}
+
+}  // namespace
+
+variant_bag_t::variant_bag_t()
+    : m_values(new bag_impl_base_t<variant_t>()),
+      m_bags(new bag_impl_base_t<variant_bag_t>()),
+      m_parent(nullptr) {}
+
+// Deep bags are copied, destroyed and compared with work lists rather than recursion, so
+// that the depth of a bag is bounded by memory, not by the stack.
+
+void variant_bag_t::copy_tree(variant_bag_t const& source) {
+  static variant_bag_t const empty;
+  std::vector<std::pair<variant_bag_t const*, variant_bag_t*>> work{{&source, this}};
+  while (!work.empty()) {
+    auto const [from, to] = work.back();
+    work.pop_back();
+    to->m_values->append_copies(*from->m_values);
+    to->m_bags->reserve(from->m_bags->size());
+    for (bag_node_base_t* n = from->m_bags->first(); n != from->m_bags->end(); n = n->m_next) {
+      auto* const node =
+          bag_impl_base_t<variant_bag_t>::make_node(n->m_name, n->m_length, n->m_hash, empty);
+      to->m_bags->link_back(node);
+      if (!internal::is_hidden_name(n->m_name)) node->m_value.m_parent = to;
+      work.emplace_back(&value_of<variant_bag_t>(n), &node->m_value);
+    }
+  }
+}
+
+variant_bag_t::variant_bag_t(variant_bag_t const& other) : variant_bag_t() { copy_tree(other); }
+
+variant_bag_t::~variant_bag_t() {
+  std::vector<bag_node_base_t*> pending;
+  auto const take_children = [&pending](bag_impl_base_t<variant_bag_t>& bags) {
+    for (bag_node_base_t* n = bags.first(); n != bags.end(); n = n->m_next) pending.push_back(n);
+    bags.reset();
+  };
+  take_children(*m_bags);
+  while (!pending.empty()) {
+    bag_node_base_t* const n = pending.back();
+    pending.pop_back();
+    take_children(*value_of<variant_bag_t>(n).m_bags);
+    bag_impl_base_t<variant_bag_t>::destroy_node(n);
+  }
+  delete m_bags;
+  delete m_values;
+}
+
+variant_bag_t& variant_bag_t::operator=(variant_bag_t const& other) {
+  if (this == &other) return *this;
+  // Copy first, replace after: the source may live inside this bag.
+  variant_bag_t copy;
+  copy.copy_tree(other);
+  std::swap(m_values, copy.m_values);
+  std::swap(m_bags, copy.m_bags);
+  adopt_visible_children(*this);
+  return *this;
+}
+
+void variant_bag_t::add_entry(wchar_t const* name, variant_t const& value) {
+  vb_helper::add(*this, name, value);
+}
+
+void variant_bag_t::add_entry(wchar_t const* name, variant_bag_t const& value) {
+  vb_helper::add(*this, name, value);
+}
+
+variant_bag_t& variant_bag_t::add_variant_bag(wchar_t const* name, variant_bag_t const& value) {
+  bag_node_t<variant_bag_t>* const node = vb_helper::add(*this, name, value);
+  if (!node) return internal::bag_end_value(static_cast<variant_bag_t*>(nullptr));
+  internal::variant_bag_buddy_t::set_parent(node->m_value, this, name);
+  return node->m_value;
+}
+
+variant_t& variant_bag_t::put_entry(wchar_t const* name, variant_t const& value) {
+  bag_node_t<variant_t>* const node = vb_helper::put(*this, name, value);
+  if (!node) return internal::bag_end_value(static_cast<variant_t*>(nullptr));
+  return node->m_value;
+}
+
+variant_bag_t& variant_bag_t::put_entry(wchar_t const* name, variant_bag_t const& value) {
+  bag_node_t<variant_bag_t>* const node = vb_helper::put(*this, name, value);
+  if (!node) return internal::bag_end_value(static_cast<variant_bag_t*>(nullptr));
+  internal::variant_bag_buddy_t::set_parent(node->m_value, this, name);
+  return node->m_value;
+}
+
+notype_ptr_t& variant_bag_t::put_entry(wchar_t const* name, notype_ptr_t const& value) {
+  variant_t& v = put_entry(name, variant_t(value));
+  notype_ptr_t* const p = internal::variant_buddy_t::notype_ptr(v);
+  QUILLON_ASSERT(v.can_get<notype_ptr_t>());
+  if (!p) {
+    static notype_ptr_t* none = new notype_ptr_t();
+    return *none;
+  }
+  return *p;
+}
+
+variant_t* variant_bag_t::get_entry(wchar_t const* name, variant_t*) {
+  bag_node_base_t* const n = vb_helper::find_first<variant_t>(*this, name);
+  return n ? &value_of<variant_t>(n) : nullptr;
+}
+
+variant_bag_t* variant_bag_t::get_entry(wchar_t const* name, variant_bag_t*) {
+  bag_node_base_t* const n = vb_helper::find_first<variant_bag_t>(*this, name);
+  return n ? &value_of<variant_bag_t>(n) : nullptr;
+}
+
+notype_ptr_t* variant_bag_t::get_entry(wchar_t const* name, notype_ptr_t*) {
+  variant_t* const v = get_entry(name, static_cast<variant_t*>(nullptr));
+  return v ? internal::variant_buddy_t::notype_ptr(*v) : nullptr;
+}
+
+bool variant_bag_t::has_entry(wchar_t const* name, variant_t*) const {
+  return vb_helper::find_first<variant_t>(*this, name) != nullptr;
+}
+
+bool variant_bag_t::has_entry(wchar_t const* name, variant_bag_t*) const {
+  return vb_helper::find_first<variant_bag_t>(*this, name) != nullptr;
+}
+
+bool variant_bag_t::has_entry(wchar_t const* name, notype_ptr_t*) const {
+  bag_node_base_t* const n = vb_helper::find_first<variant_t>(*this, name);
+  return n && value_of<variant_t>(n).get_type() == vtNotypePtr;
+}
+
+u64_t variant_bag_t::count_entries(wchar_t const* name, variant_t*) const {
+  if (!name) return m_values->size();
+  internal::bag_slot_t* const s = m_values->find(name);
+  return s ? s->m_count : 0;
+}
+
+u64_t variant_bag_t::count_entries(wchar_t const* name, variant_bag_t*) const {
+  if (!name) return m_bags->size();
+  internal::bag_slot_t* const s = m_bags->find(name);
+  return s ? s->m_count : 0;
+}
+
+void variant_bag_t::remove_entries(wchar_t const* name, variant_t*) {
+  vb_helper::remove<variant_t>(*this, name);
+}
+
+void variant_bag_t::remove_entries(wchar_t const* name, variant_bag_t*) {
+  vb_helper::remove<variant_bag_t>(*this, name);
+}
+
+void variant_bag_t::remove_entries(wchar_t const* name, notype_ptr_t*) {
+  vb_helper::remove<variant_t>(*this, name);
+}
+
+void variant_bag_t::remove_entry(variant_t const* value) {
+  QUILLON_ASSERT(value);
+  if (!value) return;
+  if (auto* node = m_values->find_address(value)) m_values->remove_node(node);
+}
+
+void variant_bag_t::remove_entry(variant_bag_t const* value) {
+  QUILLON_ASSERT(value);
+  if (!value) return;
+  if (auto* node = m_bags->find_address(value)) m_bags->remove_node(node);
+}
+
+void variant_bag_t::remove_all_entries(variant_t*) { m_values->remove_all(); }
+
+void variant_bag_t::remove_all_entries(variant_bag_t*) { m_bags->remove_all(); }
+
+internal::bag_node_base_t const* variant_bag_t::list_of(variant_t*) const {
+  return m_values->end();
+}
+
+internal::bag_node_base_t const* variant_bag_t::list_of(variant_bag_t*) const {
+  return m_bags->end();
+}
+
+internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name, variant_t*) const {
+  bag_node_base_t* const n = vb_helper::find_first<variant_t>(*this, name);
+  return n ? n : const_cast<bag_node_base_t*>(m_values->end());
+}
+
+internal::bag_node_base_t* variant_bag_t::find_first(wchar_t const* name, variant_bag_t*) const {
+  bag_node_base_t* const n = vb_helper::find_first<variant_bag_t>(*this, name);
+  return n ? n : const_cast<bag_node_base_t*>(m_bags->end());
+}
+
+variant_t variant_bag_t::get_variant(wchar_t const* name, variant_t const& default_value) const {
+  bag_node_base_t* const n = vb_helper::find_first<variant_t>(*this, name);
+  return n ? value_of<variant_t>(n) : default_value;
+}
+
+wchar_t const* variant_bag_t::get_name() const {
+  if (variant_t const* tag = get<variant_t>(internal::tag_name)) {
+    QUILLON_ASSERT(tag->can_get<const wchar_t*>());
+    if (tag->can_get<const wchar_t*>()) return tag->get<const wchar_t*>();
+  }
+  if (m_parent) {
+    if (auto* node = m_parent->m_bags->find_address(this)) {
+      auto* self = const_cast<variant_bag_t*>(this);
+      return self->put<variant_t>(internal::tag_name, variant_t(node->m_name))
+          .get<const wchar_t*>();
+    }
+  }
+  QUILLON_ASSERT(false);
+  return nullptr;
+}
+
+void variant_bag_t::rename(wchar_t const* name) {
+  QUILLON_ASSERT(name != NULL);
+  if (!name) return;
+  if (m_parent) {
+    if (auto* node = m_parent->m_bags->find_address(this)) m_parent->m_bags->rename(node, name);
+  }
+  put<variant_t>(internal::tag_name, variant_t(name));
+}
+
+bool variant_bag_t::is_empty() const {
+  return internal::bag_first_visible(m_values->end()) == m_values->end() &&
+         internal::bag_first_visible(m_bags->end()) == m_bags->end();
+}
+
+void variant_bag_t::clear() {
+  m_values->remove_all();
+  m_bags->remove_all();
+}
+
+void variant_bag_t::swap(variant_bag_t& other) {
+  if (this == &other) return;
+  for (variant_bag_t const* p = other.m_parent; p; p = p->m_parent) {
+    QUILLON_ASSERT(p != this);
+    if (p == this) return;
+  }
+  for (variant_bag_t const* p = m_parent; p; p = p->m_parent) {
+    QUILLON_ASSERT(p != &other);
+    if (p == &other) return;
+  }
+  std::swap(m_parent, other.m_parent);
+  std::swap(m_values, other.m_values);
+  std::swap(m_bags, other.m_bags);
+  for (variant_bag_t* bag : {this, &other}) {
+    if (!bag->m_values->in_order()) bag->m_values->rebuild_index();
+    if (!bag->m_bags->in_order()) bag->m_bags->rebuild_index();
+    for (bag_node_base_t* n = bag->m_bags->first(); n != bag->m_bags->end(); n = n->m_next)
+      internal::variant_bag_buddy_t::set_parent_only(value_of<variant_bag_t>(n), bag);
+  }
+}
+
+namespace {
+
+// Walks two lists by position: hidden names are passed over, empty names are compared
+// apart (the last of each list), and both lists must end together.
+template <class T, class Equal>
+bool lists_equal(bag_node_base_t const* end_a, bag_node_base_t const* end_b, Equal equal) {
+  bag_node_base_t* a = end_a->m_next;
+  bag_node_base_t* b = end_b->m_next;
+  bag_node_base_t* empty_a = nullptr;
+  bag_node_base_t* empty_b = nullptr;
+  for (;;) {
+    for (; a != end_a && (a->m_length == 0 || internal::is_hidden_name(a->m_name)); a = a->m_next)
+      if (a->m_length == 0) empty_a = a;
+    for (; b != end_b && (b->m_length == 0 || internal::is_hidden_name(b->m_name)); b = b->m_next)
+      if (b->m_length == 0) empty_b = b;
+    if (a == end_a || b == end_b) break;
+    if (!equal(value_of<T>(a), value_of<T>(b))) return false;
+    a = a->m_next;
+    b = b->m_next;
+  }
+  if ((empty_a == nullptr) != (empty_b == nullptr)) return false;
+  if (empty_a && !equal(value_of<T>(empty_a), value_of<T>(empty_b))) return false;
+  return a == end_a && b == end_b;
+}
+
+}  // namespace
+
+bool variant_bag_t::operator==(variant_bag_t const& other) const {
+  std::vector<std::pair<variant_bag_t const*, variant_bag_t const*>> work{{this, &other}};
+  auto const values_equal = [](variant_t const& x, variant_t const& y) { return x == y; };
+  // Children are matched by position here and compared when their pair comes up.
+  auto const defer = [&work](variant_bag_t const& x, variant_bag_t const& y) {
+    work.emplace_back(&x, &y);
+    return true;
+  };
+  while (!work.empty()) {
+    auto const [a, b] = work.back();
+    work.pop_back();
+    if (!lists_equal<variant_t>(a->m_values->end(), b->m_values->end(), values_equal) ||
+        !lists_equal<variant_bag_t>(a->m_bags->end(), b->m_bags->end(), defer))
+      return false;
+  }
+  return true;
+}
+
+}  // namespace quillon2

@@ -1,0 +1,180 @@
+// The containers behind variant_bag_t: one kind of entries (values or child bags) as a
+// circular doubly linked list in insertion order, plus an open-addressing hash index
+// from name to the chain of entries of that name.
+//
+// The chain of a name runs in insertion order, so its first entry is the one a lookup
+// answers with. A rename appends the renamed entry at the end of its new chain (as if it
+// had just been added to the index); from then on the chains may disagree with the list
+// order, which m_in_order records, and the name iterators walk the list instead until
+// the index is rebuilt from the list.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <string>
+
+#include <quillon2/das/variant_bag.hpp>
+
+namespace quillon2::internal {
+
+struct bag_slot_t {
+  bag_node_base_t* m_first;
+  bag_node_base_t* m_last;
+  u64_t m_count;
+};
+
+std::uint32_t hash_name(wchar_t const* name, std::size_t length);
+bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length);
+inline bool is_hidden_name(wchar_t const* name) { return name[0] == L'#'; }
+
+class bag_index_t {
+ public:
+  bag_index_t();
+  ~bag_index_t();
+  bag_index_t(bag_index_t const&) = delete;
+  bag_index_t& operator=(bag_index_t const&) = delete;
+
+  bag_node_base_t* end() { return &m_head; }
+  bag_node_base_t const* end() const { return &m_head; }
+  bag_node_base_t* first() const { return m_head.m_next; }
+  u64_t size() const { return m_size; }
+  bool in_order() const { return m_in_order; }
+
+  bag_slot_t* find(wchar_t const* name, std::size_t length, std::uint32_t hash) const;
+  bag_slot_t* find(wchar_t const* name) const;
+  // Appends a node at the end of the list and of its name's chain.
+  void link_back(bag_node_base_t* node);
+  // Takes a node out of the list and the index; the node itself is left alone.
+  void unlink(bag_node_base_t* node);
+  // Gives a node a new name in place, keeping its place in the list.
+  void rename(bag_node_base_t* node, wchar_t const* name);
+  // Makes the chains follow the list order again.
+  void rebuild_index();
+  void reserve(u64_t names);
+  // Forgets every node (the caller frees them).
+  void reset();
+
+  static void set_name(bag_node_base_t* node, wchar_t const* name, std::size_t length);
+
+ private:
+  void chain_append(bag_node_base_t* node);
+  void chain_remove(bag_node_base_t* node);
+  void erase_slot(bag_slot_t* slot);
+  void grow(std::uint32_t capacity);
+
+  bag_node_base_t m_head;  // sentinel of the circular list; must stay the first member
+  u64_t m_size;
+  bag_slot_t* m_slots;
+  std::uint32_t m_mask;  // capacity - 1; the capacity is 0 or a power of two
+  std::uint32_t m_used;
+  bool m_in_order;
+};
+
+// The index of the list that a sentinel belongs to.
+inline bag_index_t* index_of(bag_node_base_t const* sentinel) {
+  return reinterpret_cast<bag_index_t*>(const_cast<bag_node_base_t*>(sentinel));
+}
+
+template <class T>
+class bag_impl_base_t : public bag_index_t {
+ public:
+  using node_t = bag_node_t<T>;
+
+  bag_impl_base_t() = default;
+  ~bag_impl_base_t() { remove_all(); }
+
+  static node_t* node_of(bag_node_base_t* n) { return static_cast<node_t*>(n); }
+
+  // Makes a detached node holding a copy of value; the name text follows the node.
+  static node_t* make_node(wchar_t const* name, std::size_t length, std::uint32_t hash,
+                           T const& value) {
+    std::size_t const bytes = sizeof(node_t) + (length + 1) * sizeof(wchar_t);
+    void* raw = ::operator new(bytes);
+    node_t* node;
+    try {
+      node = new (raw) node_t(value);
+    } catch (...) {
+      ::operator delete(raw);
+      throw;
+    }
+    node->m_name = reinterpret_cast<wchar_t*>(static_cast<char*>(raw) + sizeof(node_t));
+    for (std::size_t i = 0; i < length; ++i) node->m_name[i] = name[i];
+    node->m_name[length] = 0;
+    node->m_length = static_cast<std::uint32_t>(length);
+    node->m_capacity = static_cast<std::uint32_t>(length);
+    node->m_hash = hash;
+    node->m_name_on_heap = false;
+    return node;
+  }
+
+  static void destroy_node(bag_node_base_t* n) {
+    node_t* node = node_of(n);
+    if (node->m_name_on_heap) delete[] node->m_name;
+    node->~node_t();
+    ::operator delete(static_cast<void*>(node));
+  }
+
+  node_t* append(wchar_t const* name, T const& value) {
+    std::size_t const length = std::char_traits<wchar_t>::length(name);
+    node_t* node = make_node(name, length, hash_name(name, length), value);
+    link_back(node);
+    return node;
+  }
+
+  void remove_node(bag_node_base_t* node) {
+    unlink(node);
+    destroy_node(node);
+  }
+
+  // Removes every entry of the name.
+  void remove_name(wchar_t const* name) {
+    bag_slot_t* slot = find(name);
+    if (!slot) return;
+    bag_node_base_t* n = slot->m_first;
+    while (n) {
+      bag_node_base_t* const next = n->m_next_same;
+      remove_node(n);
+      n = next;
+    }
+  }
+
+  void remove_all() {
+    bag_node_base_t* n = first();
+    bag_node_base_t* const stop = end();
+    reset();
+    while (n != stop) {
+      bag_node_base_t* const next = n->m_next;
+      destroy_node(n);
+      n = next;
+    }
+  }
+
+  // Appends copies of all entries of other, hidden ones included, in list order.
+  void append_copies(bag_impl_base_t const& other) {
+    reserve(size() + other.size());
+    for (bag_node_base_t* n = other.first(); n != other.end(); n = n->m_next)
+      link_back(make_node(n->m_name, n->m_length, n->m_hash, node_of(n)->m_value));
+  }
+
+  // The node that holds the value at that address, or null.
+  node_t* find_address(T const* value) const {
+    for (bag_node_base_t* n = first(); n != end(); n = n->m_next)
+      if (&node_of(n)->m_value == value) return node_of(n);
+    return nullptr;
+  }
+};
+
+}  // namespace quillon2::internal
+
+namespace quillon2 {
+
+// The preconditions of add and put: a name, and a value that is not the bag itself.
+template <class T>
+bool variant_bag_t::check_entry(wchar_t const* name, T const& value) const {
+  QUILLON_ASSERT(name != NULL);
+  QUILLON_ASSERT(static_cast<const void*>(&value) != static_cast<const void*>(this));
+  return name != nullptr;
+}
+
+}  // namespace quillon2
