@@ -183,6 +183,31 @@ void files() {
   q2::remove_directory(dir, true);
 }
 
+// The scheduler: a task of two stages ("service", then a 20 ms wait on "delay tasks")
+// in a group; an observer hears of its end; cancel_and_wait waits for the group.
+void scheduler() {
+  section("the scheduler");
+  namespace qt = q2::threading;
+  struct greeter_t : q2::_internal::subscriber_base_t {
+    void greet(boost::shared_ptr<qt::task_t>) { std::cout << "hello from " << qt::get_thread_name() << "\n"; }
+  } greeter;
+  struct watcher_t : qt::scheduler_status_callback_t {
+    void task_completed(boost::shared_ptr<qt::task_t> task) override {
+      std::cout << "completed: " << task->get_display_name() << "\n";
+    }
+  };
+  auto scheduler = qt::create_default_scheduler(
+      boost::make_shared<watcher_t>(), boost::make_shared<qt::default_scheduler_wait_callback_t>());
+  auto task = boost::make_shared<qt::default_task_t>();
+  qt::stage_t::signal_type work;
+  work.connect(&greeter, &greeter_t::greet);
+  task->push_stage(boost::make_shared<qt::stage_t>(qt::unit_service, work));
+  task->push_stage(boost::make_shared<qt::stage_t>(qt::unit_delay_tasks, 20));
+  task->set_display_name("greeting");
+  scheduler->add_task(task, L"demo/greetings");
+  scheduler->cancel_and_wait(L"demo", nullptr);
+}
+
 }  // namespace
 
 int main() {
@@ -197,5 +222,6 @@ int main() {
   units();
   bags_as_xml();
   files();
+  scheduler();
   return 0;
 }

@@ -47,3 +47,7 @@
 #include <quillon2/core/file_system/path.hpp>
 #include <quillon2/core/file_system/file_operations.hpp>
 #include <quillon2/core/file_system/file_content.hpp>
+
+// The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
+#include <quillon2/core/threading/scheduler_impl.hpp>
+#include <quillon2/core/threading/batch_cancel.hpp>
