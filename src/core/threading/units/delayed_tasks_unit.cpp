@@ -23,8 +23,12 @@ class boost_timer_t : public delayed_tasks_unit_t::task_timer_t {
   void restart() override { m_start = internal::process_clock_milliseconds(); }
   double elapsed_min() const override { return 0.001; }
   double elapsed_max() const override { return (2147483647.0 - m_start) / 1000.0; }
+  // Both readings are whole milliseconds rounded down, so the true time between them
+  // can be up to a millisecond shorter than their difference: one is taken off, so that
+  // a wait never ends early.
   double elapsed() const override {
-    return (static_cast<double>(internal::process_clock_milliseconds()) - m_start) / 1000.0;
+    double const ms = static_cast<double>(internal::process_clock_milliseconds()) - m_start - 1;
+    return ms > 0 ? ms / 1000.0 : 0.0;
   }
 
  private:
