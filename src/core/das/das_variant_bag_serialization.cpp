@@ -1,0 +1,695 @@
+// The element form of bags: writing with libxml2's text writer, reading from its tree.
+//
+// The writer walks the bag with an explicit stack, so that the depth of a bag in memory
+// never reaches the depth of the call stack. The reader recurses, but only as deep as
+// libxml2 lets a document nest (its default limit, which is never lifted).
+#include <climits>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <libxml/xmlwriter.h>
+
+#include <quillon2/das/das_proxy.hpp>
+#include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/variant_bag_serialization.hpp>
+
+#include "core/das/include/das_assert.hpp"
+#include "core/das/include/element_form.hpp"
+#include "core/das/include/variant_text.hpp"
+#include "core/das/include/xml_file_io.hpp"
+#include "core/das/include/xml_safety.hpp"
+#include "core/miscellaneous/include/logging.hpp"
+
+namespace quillon2 {
+namespace {
+
+using internal::text_type_t;
+
+constexpr int k_success = 1;
+constexpr int k_general_failure = 0x40000001;
+
+bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
+
+// What libxml2 reads back without XML_PARSE_HUGE, with a margin for how it splits long
+// texts. The writer refuses anything larger, so that every saved document loads, and the
+// reader refuses it too, so that everything loaded can be saved again.
+constexpr std::size_t k_max_text_bytes = 9900000;  // UTF-8 bytes of one text, unescaped
+constexpr std::size_t k_max_name_bytes = 50000;
+
+// The length of the text of a blob of `size` bytes: a line feed before every run of 16
+// bytes and one at the end, two digits for each byte.
+std::size_t blob_text_length(std::size_t size) { return 2 * size + (size + 15) / 16 + 1; }
+// "root" is level 1; libxml2 refuses documents nested deeper than this.
+constexpr std::size_t k_max_element_depth = 257;
+
+// File options of the element form: substitute entities, no error output, compact nodes.
+constexpr int k_file_read_options =
+    XML_PARSE_NOENT | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
+constexpr int k_string_read_options = XML_PARSE_NOENT;
+
+constexpr char k_hex_digits[] = "0123456789abcdef";
+
+xmlChar const* xml_text(char const* text) { return reinterpret_cast<xmlChar const*>(text); }
+
+// Writes a bag as the children of the element that is open in the text writer.
+class element_writer_t {
+ public:
+  explicit element_writer_t(xmlTextWriterPtr writer) : m_writer(writer) {}
+
+  // The whole document: declaration, "root", the bag.
+  int write_document(variant_bag_t const& bag);
+  std::string const& why() const { return m_why; }
+
+ private:
+  struct frame_t {
+    variant_bag_t const* bag = nullptr;
+    variant_bag_t object_data;  // what a pointer's object saved, when the frame is one
+    int pass = 0;               // 0: plain values, 1: pointers, 2: child bags
+    variant_bag_t::const_iterator_t<variant_t> values;
+    variant_bag_t::const_iterator_t<variant_bag_t> children;
+  };
+
+  int write_bag(variant_bag_t const& bag);
+  int fail(char const* why) {
+    if (m_why.empty()) m_why = why;
+    return k_general_failure;
+  }
+  bool start_element(wchar_t const* name);
+  bool attribute(char const* name, char const* value);
+  bool wide_attribute(char const* name, wchar_t const* value);
+  bool end_element();
+  int write_value(wchar_t const* name, variant_t const& value);
+  int write_blob(variant_t const& value);
+  // Opens the element of a pointer; `data` receives what the object saved and `open` says
+  // whether the element stays open for that data.
+  int start_pointer(wchar_t const* name, variant_t const& value, variant_bag_t& data,
+                    bool& open);
+
+  xmlTextWriterPtr m_writer;
+  std::size_t m_depth = 0;
+  std::string m_scratch;
+  std::vector<unsigned char> m_bytes;
+  std::string m_why;
+};
+
+bool element_writer_t::start_element(wchar_t const* name) {
+  if (m_depth + 1 > k_max_element_depth) {
+    m_why = "nesting deeper than a document may be";
+    return false;
+  }
+  m_scratch.clear();
+  if (!internal::append_xml_name_utf8(m_scratch, name)) {
+    m_why = "an entry name that XML cannot hold";
+    return false;
+  }
+  if (m_scratch.size() > k_max_name_bytes) {
+    m_why = "an entry name too long for a document";
+    return false;
+  }
+  if (xmlTextWriterStartElement(m_writer, xml_text(m_scratch.c_str())) < 0) return false;
+  ++m_depth;
+  return true;
+}
+
+bool element_writer_t::attribute(char const* name, char const* value) {
+  return xmlTextWriterWriteAttribute(m_writer, xml_text(name), xml_text(value)) >= 0;
+}
+
+bool element_writer_t::wide_attribute(char const* name, wchar_t const* value) {
+  m_scratch.clear();
+  if (value != nullptr && !internal::append_xml_text_utf8(m_scratch, value, std::wcslen(value))) {
+    m_why = "a type name with characters that XML cannot hold";
+    return false;
+  }
+  if (m_scratch.size() > k_max_text_bytes) {
+    m_why = "a type name too long for a document";
+    return false;
+  }
+  return attribute(name, m_scratch.c_str());
+}
+
+bool element_writer_t::end_element() {
+  --m_depth;
+  return xmlTextWriterEndElement(m_writer) >= 0;
+}
+
+int element_writer_t::write_blob(variant_t const& value) {
+  u64_t const size = value.get_blob_size();
+  if (size > k_max_text_bytes || blob_text_length(static_cast<std::size_t>(size)) > k_max_text_bytes) {
+    return fail("a blob too large for a document");
+  }
+  m_bytes.resize(static_cast<std::size_t>(size));
+  if (size != 0) value.get_blob_data(m_bytes.data(), size);
+  m_scratch.clear();
+  m_scratch.reserve(static_cast<std::size_t>(size) * 2 + static_cast<std::size_t>(size) / 16 + 2);
+  for (std::size_t i = 0; i < m_bytes.size(); ++i) {
+    if (i % 16 == 0) m_scratch.push_back('\n');
+    m_scratch.push_back(k_hex_digits[m_bytes[i] >> 4]);
+    m_scratch.push_back(k_hex_digits[m_bytes[i] & 0xF]);
+  }
+  m_scratch.push_back('\n');
+  if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) return k_general_failure;
+  return k_success;
+}
+
+int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
+  das_variant_type_t const type = value.get_type();
+  if (type == vtString || type == vtCharPtr) {
+    Q2_DAS_ASSERT_TEXT("\"vtString type is deprecated on windows!\" == NULL");
+    return k_success;
+  }
+  char const* word = type == vtDummy ? "dummy"
+                     : type == vtBlob ? "blob"
+                                      : internal::element_type_word(type);
+  if (word == nullptr && type == vtWCharPtr) word = "";
+  if (word == nullptr) return k_success;  // no element form for this type
+
+  if (!start_element(name)) return fail("an entry name that XML cannot hold");
+  if (*word != '\0' && !attribute("type", word)) return k_general_failure;
+
+  if (type == vtBlob) {
+    int const result = write_blob(value);
+    if (is_failure(result)) return result;
+  } else if (type == vtWString || type == vtWCharPtr) {
+    wchar_t const* text = value.get<wchar_t const*>();
+    if (text != nullptr && *text != L'\0') {
+      // Escaped here as the writer would escape it, in the same pass that checks it.
+      m_scratch.clear();
+      std::size_t utf8_bytes = 0;
+      if (!internal::append_escaped_xml_text(m_scratch, text, utf8_bytes)) {
+        return fail("text with characters that XML cannot hold");
+      }
+      if (utf8_bytes > k_max_text_bytes) return fail("a text too long for a document");
+      if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) {
+        return k_general_failure;
+      }
+    }
+  } else if (type != vtNull && type != vtDummy) {
+    m_scratch.clear();
+    internal::append_number_text(m_scratch, value);
+    if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) {
+      return k_general_failure;
+    }
+  }
+  return end_element() ? k_success : k_general_failure;
+}
+
+int element_writer_t::start_pointer(wchar_t const* name, variant_t const& value,
+                                    variant_bag_t& data, bool& open) {
+  open = false;
+  notype_ptr_t const pointer = value.get<notype_ptr_t>();
+  if (!start_element(name)) return fail("an entry name that XML cannot hold");
+  if (!attribute("type", "pointer")) return k_general_failure;
+  if (pointer.is_null()) {
+    wchar_t const* ptr_type = pointer.get_ptr_type_as_string();
+    if (!attribute("type_id", "dasID_None") ||
+        !wide_attribute("ptr_type", ptr_type != nullptr ? ptr_type : L"dasID_None")) {
+      return fail("a type name with characters that XML cannot hold");
+    }
+    return end_element() ? k_success : k_general_failure;
+  }
+  if (!wide_attribute("type_id", pointer.get_obj_type_as_string())) {
+    return fail("a type name with characters that XML cannot hold");
+  }
+  if (pointer.get_ptr_type() != pointer.get_object_type()) {
+    if (wchar_t const* ptr_type = pointer.get_ptr_type_as_string()) {
+      if (!wide_attribute("ptr_type", ptr_type)) {
+        return fail("a type name with characters that XML cannot hold");
+      }
+    }
+  }
+  sptr_t<serializable_object_interface_t> object;
+  int result = pointer.get_serializable_object(object);
+  if (is_failure(result)) {
+    m_why = "an object that cannot be saved";
+    return result;
+  }
+  result = object->save(data);
+  if (is_failure(result)) {
+    m_why = "an object whose save failed";
+    return result;
+  }
+  open = true;
+  return k_success;
+}
+
+int element_writer_t::write_bag(variant_bag_t const& top) {
+  std::deque<frame_t> stack;
+  stack.emplace_back();
+  stack.back().bag = &top;
+  while (!stack.empty()) {
+    frame_t& frame = stack.back();
+    variant_bag_t const& bag = *frame.bag;
+    if (frame.pass == 0) {
+      for (auto it = bag.begin<variant_t>(); !it.at_end(); it.next()) {
+        if (it.get_value().get_type() == vtNotypePtr) continue;
+        int const result = write_value(it.get_name(), it.get_value());
+        if (is_failure(result)) return result;
+      }
+      frame.values = bag.begin<variant_t>();
+      frame.pass = 1;
+    }
+    if (frame.pass == 1) {
+      while (!frame.values.at_end() && frame.values.get_value().get_type() != vtNotypePtr) {
+        frame.values.next();
+      }
+      if (!frame.values.at_end()) {
+        variant_t const& value = frame.values.get_value();
+        wchar_t const* name = frame.values.get_name();
+        frame.values.next();
+        frame_t inner;
+        bool open = false;
+        int const result = start_pointer(name, value, inner.object_data, open);
+        if (is_failure(result)) return result;
+        if (open) {
+          stack.push_back(std::move(inner));
+          stack.back().bag = &stack.back().object_data;
+        }
+        continue;
+      }
+      frame.children = bag.begin<variant_bag_t>();
+      frame.pass = 2;
+    }
+    if (!frame.children.at_end()) {
+      variant_bag_t const& child = frame.children.get_value();
+      wchar_t const* name = frame.children.get_name();
+      frame.children.next();
+      if (!start_element(name)) return fail("an entry name that XML cannot hold");
+      if (child.is_empty()) {
+        if (!attribute("type", "bag") || !end_element()) return k_general_failure;
+      } else {
+        stack.emplace_back();
+        stack.back().bag = &child;
+      }
+      continue;
+    }
+    stack.pop_back();
+    if (!stack.empty() && !end_element()) return k_general_failure;
+  }
+  return k_success;
+}
+
+int element_writer_t::write_document(variant_bag_t const& bag) {
+  if (xmlTextWriterSetIndent(m_writer, 1) < 0 ||
+      xmlTextWriterStartDocument(m_writer, nullptr, "UTF-8", nullptr) < 0 ||
+      xmlTextWriterStartElement(m_writer, xml_text("root")) < 0) {
+    return k_general_failure;
+  }
+  m_depth = 1;
+  int const result = write_bag(bag);
+  if (is_failure(result)) return result;
+  if (xmlTextWriterEndElement(m_writer) < 0 || xmlTextWriterEndDocument(m_writer) < 0) {
+    return k_general_failure;
+  }
+  return k_success;
+}
+
+}  // namespace
+
+int internal::write_element_form(variant_bag_t const& bag, std::string& out, std::string& why) {
+  out.clear();
+  // The writer prints straight into `out`; libxml2 flushes its own buffer into it in
+  // chunks, and on closing.
+  auto const append = [](void* context, char const* data, int size) {
+    static_cast<std::string*>(context)->append(data, static_cast<std::size_t>(size));
+    return size;
+  };
+  auto const close = [](void*) { return 0; };
+  xmlOutputBufferPtr output = xmlOutputBufferCreateIO(append, close, &out, nullptr);
+  if (output == nullptr) return k_general_failure;
+  xmlTextWriterPtr writer = xmlNewTextWriter(output);  // owns `output` from here on
+  if (writer == nullptr) {
+    xmlOutputBufferClose(output);
+    return k_general_failure;
+  }
+  element_writer_t element_writer(writer);
+  int const result = element_writer.write_document(bag);
+  xmlFreeTextWriter(writer);
+  why = element_writer.why();
+  if (is_failure(result)) out.clear();
+  return result;
+}
+
+namespace {
+
+// ---------------------------------------------------------------------------------------
+// Reading
+
+class element_reader_t {
+ public:
+  int read_children(xmlNode* parent, variant_bag_t& bag);
+  std::string const& why() const { return m_why; }
+
+ private:
+  std::wstring const& wide_name(xmlNode const* node);
+  static xmlChar const* attribute_text(xmlNode const* node, char const* name);
+  // Whether the element's name, text and type names fit in what a save may write.
+  static bool within_limits(xmlNode const* node, xmlChar const* text);
+  static bool blob_from_text(char const* text, std::vector<unsigned char>& bytes);
+
+  // libxml2 keeps names in a dictionary, so one name is one pointer: converted once.
+  // The maps never drop an entry, so a returned name stays valid for the whole read.
+  std::unordered_map<xmlChar const*, std::wstring> m_names;
+  std::unordered_map<std::string, std::wstring> m_qualified;
+  std::vector<unsigned char> m_bytes;
+  std::string m_why;
+};
+
+std::wstring const& element_reader_t::wide_name(xmlNode const* node) {
+  if (node->ns != nullptr && node->ns->prefix != nullptr) {
+    // A name with a bound prefix is kept whole, as the entry was named.
+    std::string qualified = reinterpret_cast<char const*>(node->ns->prefix);
+    qualified += ':';
+    qualified += reinterpret_cast<char const*>(node->name);
+    auto found = m_qualified.find(qualified);
+    if (found == m_qualified.end()) {
+      std::wstring wide;
+      internal::append_utf8_as_wide(wide, qualified.data(), qualified.size());
+      found = m_qualified.emplace(std::move(qualified), std::move(wide)).first;
+    }
+    return found->second;
+  }
+  auto found = m_names.find(node->name);
+  if (found == m_names.end()) {
+    std::wstring wide;
+    char const* name = reinterpret_cast<char const*>(node->name);
+    internal::append_utf8_as_wide(wide, name, std::strlen(name));
+    found = m_names.emplace(node->name, std::move(wide)).first;
+  }
+  return found->second;
+}
+
+xmlChar const* element_reader_t::attribute_text(xmlNode const* node, char const* name) {
+  for (xmlAttr const* attribute = node->properties; attribute != nullptr;
+       attribute = attribute->next) {
+    if (attribute->ns != nullptr || std::strcmp(reinterpret_cast<char const*>(attribute->name), name) != 0) {
+      continue;
+    }
+    xmlNode const* value = attribute->children;
+    if (value != nullptr && value->next == nullptr && value->type == XML_TEXT_NODE) {
+      return value->content;
+    }
+    return nullptr;
+  }
+  return nullptr;
+}
+
+bool element_reader_t::within_limits(xmlNode const* node, xmlChar const* text) {
+  auto const length = [](xmlChar const* s) {
+    return s != nullptr ? std::strlen(reinterpret_cast<char const*>(s)) : 0;
+  };
+  std::size_t name = length(node->name);
+  if (node->ns != nullptr && node->ns->prefix != nullptr) name += length(node->ns->prefix) + 1;
+  return name <= k_max_name_bytes && length(text) <= k_max_text_bytes &&
+         length(attribute_text(node, "type_id")) <= k_max_text_bytes &&
+         length(attribute_text(node, "ptr_type")) <= k_max_text_bytes;
+}
+
+// Hexadecimal digits, two to a byte; every character that is neither a letter nor a
+// digit is passed over. A pair that is no hexadecimal number gives 0, and a pair whose
+// second character is none gives the value of the first.
+bool element_reader_t::blob_from_text(char const* text, std::vector<unsigned char>& bytes) {
+  auto hex_value = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  auto is_alnum = [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  };
+  bytes.clear();
+  char pending = 0;
+  bool have_pending = false;
+  for (char const* p = text != nullptr ? text : ""; *p != '\0'; ++p) {
+    if (!is_alnum(*p)) continue;
+    if (!have_pending) {
+      pending = *p;
+      have_pending = true;
+      continue;
+    }
+    int const high = hex_value(pending);
+    int const low = hex_value(*p);
+    int byte = 0;
+    if (high >= 0) byte = low >= 0 ? high * 16 + low : high;
+    bytes.push_back(static_cast<unsigned char>(byte));
+    have_pending = false;
+  }
+  return !have_pending;
+}
+
+int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
+  for (xmlNode* node = parent->children; node != nullptr; node = node->next) {
+    if (node->type != XML_ELEMENT_NODE) continue;
+    xmlChar const* type_word = attribute_text(node, "type");
+    xmlChar const* text = nullptr;
+    if (node->children != nullptr && node->children->type == XML_TEXT_NODE) {
+      text = node->children->content;
+    }
+    bool has_elements = false;
+    for (xmlNode const* child = node->children; child != nullptr; child = child->next) {
+      if (child->type == XML_ELEMENT_NODE) {
+        has_elements = true;
+        break;
+      }
+    }
+    char const* word = reinterpret_cast<char const*>(type_word);
+    if (!within_limits(node, text)) {
+      m_why = "a name or text longer than a save may write";
+      return k_general_failure;
+    }
+    text_type_t const type =
+        internal::text_type_from_word(word, word != nullptr ? std::strlen(word) : 0);
+    std::wstring const& name = wide_name(node);
+
+    if (type == text_type_t::pointer) {
+      variant_bag_t data;
+      if (has_elements) {
+        int const result = read_children(node, data);
+        if (is_failure(result)) return result;
+      }
+      std::wstring type_id;
+      std::wstring ptr_type;
+      xmlChar const* type_id_text = attribute_text(node, "type_id");
+      xmlChar const* ptr_type_text = attribute_text(node, "ptr_type");
+      if (type_id_text != nullptr) {
+        char const* s = reinterpret_cast<char const*>(type_id_text);
+        internal::append_utf8_as_wide(type_id, s, std::strlen(s));
+      }
+      if (ptr_type_text != nullptr) {
+        char const* s = reinterpret_cast<char const*>(ptr_type_text);
+        internal::append_utf8_as_wide(ptr_type, s, std::strlen(s));
+      }
+      notype_ptr_t pointer;
+      pointer.create_from_runtime_info(data, type_id_text != nullptr ? type_id.c_str() : nullptr,
+                                       ptr_type_text != nullptr ? ptr_type.c_str() : nullptr);
+      bag.put<variant_t>(name.c_str(), variant_t(pointer));
+      continue;
+    }
+    if (type == text_type_t::bag || has_elements) {
+      variant_bag_t& child = bag.add_variant_bag(name.c_str(), variant_bag_t());
+      if (has_elements) {
+        int const result = read_children(node, child);
+        if (is_failure(result)) {
+          bag.remove<variant_bag_t>(&child);
+          return result;
+        }
+      }
+      continue;
+    }
+    char const* s = reinterpret_cast<char const*>(text);
+    std::size_t const length = s != nullptr ? std::strlen(s) : 0;
+    variant_t value;
+    if (type == text_type_t::blob) {
+      if (!blob_from_text(s, m_bytes)) {
+        m_why = "a blob with an odd number of hexadecimal digits";
+        return k_general_failure;
+      }
+      if (blob_text_length(m_bytes.size()) > k_max_text_bytes) {
+        m_why = "a blob larger than a save may write";
+        return k_general_failure;
+      }
+      value = variant_t(static_cast<void const*>(m_bytes.data()), static_cast<u64_t>(m_bytes.size()));
+    } else if (type == text_type_t::wide_string || type == text_type_t::unknown) {
+      value = internal::wide_variant_from_utf8(s, length);
+    } else {
+      internal::scalar_from_text(value, type, s, length);
+    }
+    // Stored as a null first and then swapped in: no second reference to count.
+    bag.put<variant_t>(name.c_str(), variant_t()).swap(value);
+  }
+  return k_success;
+}
+
+std::wstring wide_text(std::string const& utf8) {
+  std::wstring wide;
+  internal::append_utf8_as_wide(wide, utf8.data(), utf8.size());
+  return wide;
+}
+
+bool is_root(xmlDoc* doc, xmlNode*& root) {
+  root = xmlDocGetRootElement(doc);
+  return root != nullptr && root->ns == nullptr &&
+         std::strcmp(reinterpret_cast<char const*>(root->name), "root") == 0;
+}
+
+// The element that `path` names below "root": steps separated by ".", each the first
+// child element of exactly that name. The empty path names "root" itself.
+xmlNode* find_start(xmlNode* root, std::string const& path) {
+  xmlNode* current = root;
+  if (path.empty()) return current;
+  std::string::size_type begin = 0;
+  for (;;) {
+    std::string::size_type const end = path.find('.', begin);
+    std::string const step = path.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+    xmlNode* next = nullptr;
+    for (xmlNode* child = current->children; child != nullptr; child = child->next) {
+      if (child->type != XML_ELEMENT_NODE) continue;
+      std::string name;
+      if (child->ns != nullptr && child->ns->prefix != nullptr) {
+        name = reinterpret_cast<char const*>(child->ns->prefix);
+        name += ':';
+      }
+      name += reinterpret_cast<char const*>(child->name);
+      if (name == step) {
+        next = child;
+        break;
+      }
+    }
+    if (next == nullptr) return nullptr;
+    current = next;
+    if (end == std::string::npos) return current;
+    begin = end + 1;
+  }
+}
+
+}  // namespace
+
+int internal::read_element_form_file(variant_bag_t& bag, std::string const& native_name,
+                                     char const* path, std::string& why) {
+  ensure_xml_safety();
+  std::string content;
+  if (!read_file_locked(native_name, content, why)) return k_general_failure;
+  xml_doc_ptr_t doc = safe_read_memory(content.data(), content.size(), nullptr,
+                                       k_file_read_options);
+  xmlNode* root = nullptr;
+  if (!doc) {
+    why = last_xml_parse_error();
+    return k_general_failure;
+  }
+  if (!is_root(doc.get(), root)) {
+    why = "the document element is not \"root\"";
+    return k_general_failure;
+  }
+  if (path == nullptr) {
+    why = "no path";
+    return k_general_failure;
+  }
+  xmlNode* start = find_start(root, path);
+  if (start == nullptr) {
+    why = std::string("no element at the path \"") + path + "\"";
+    return k_general_failure;
+  }
+  element_reader_t reader;
+  int const result = reader.read_children(start, bag);
+  if (is_failure(result)) why = reader.why();
+  return result;
+}
+
+int internal::read_element_form_text(variant_bag_t& bag, char const* utf8, std::size_t size,
+                                     std::string& why) {
+  // The bytes are UTF-8 whatever the declaration says.
+  xml_doc_ptr_t doc = safe_read_memory(utf8, size, "UTF-8", k_string_read_options);
+  xmlNode* root = nullptr;
+  if (!doc) {
+    why = last_xml_parse_error();
+    return k_general_failure;
+  }
+  if (!is_root(doc.get(), root)) {
+    why = "the document element is not \"root\"";
+    return k_general_failure;
+  }
+  element_reader_t reader;
+  int const result = reader.read_children(root, bag);
+  if (is_failure(result)) why = reader.why();
+  return result;
+}
+
+int save_variant_bag(variant_bag_t const& bag, wchar_t const* file_name) {
+  if (file_name == nullptr) return k_general_failure;
+  internal::ensure_xml_safety();
+  std::string text;
+  std::string why;
+  int const result = internal::write_element_form(bag, text, why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot save a bag to " << file_name << L": " << wide_text(why));
+    return result;
+  }
+  internal::atomic_file_writer_t file;
+  if (!file.open(internal::native_file_name(file_name)) ||
+      !file.write(text.data(), text.size()) || !file.commit()) {
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot save a bag to " << file_name << L": " << wide_text(file.why()));
+    return k_general_failure;
+  }
+  return k_success;
+}
+
+int save_variant_bag_to_string(variant_bag_t const& bag, variant_t* text) {
+  if (text == nullptr) return k_general_failure;
+  internal::ensure_xml_safety();
+  std::string utf8;
+  std::string why;
+  int const result = internal::write_element_form(bag, utf8, why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot save a bag to text: " << wide_text(why));
+    return result;
+  }
+  *text = internal::wide_variant_from_utf8(utf8.data(), utf8.size());
+  return k_success;
+}
+
+int load_variant_bag(variant_bag_t& bag, wchar_t const* file_name, wchar_t const* path) {
+  if (file_name == nullptr) return k_general_failure;
+  bag.clear();
+  std::string utf8_path;
+  if (path != nullptr) internal::append_wide_as_utf8(utf8_path, path, std::wcslen(path));
+  std::string why;
+  int const result = internal::read_element_form_file(
+      bag, internal::native_file_name(file_name), path != nullptr ? utf8_path.c_str() : nullptr,
+      why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from " << file_name << L": " << wide_text(why));
+  }
+  return result;
+}
+
+int load_variant_bag_from_string(variant_bag_t& bag, variant_t const& text) {
+  bag.clear();
+  if (!text.can_get<wchar_t const*>()) {
+    Q2_DAS_ASSERT_TEXT("can_get<const wchar_t*>()");
+    return k_general_failure;
+  }
+  wchar_t const* wide = text.get<wchar_t const*>();
+  std::string utf8;
+  if (wide != nullptr) internal::append_wide_as_utf8(utf8, wide, std::wcslen(wide));
+  std::string why;
+  int const result = internal::read_element_form_text(bag, utf8.data(), utf8.size(), why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from text: " << wide_text(why));
+  }
+  return result;
+}
+
+}  // namespace quillon2

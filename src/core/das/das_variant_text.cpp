@@ -1,0 +1,327 @@
+// Text form of single values: type words, number texts and their parsing.
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag_serialization.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+#include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/variant_buddy.hpp"
+#include "core/das/include/variant_text.hpp"
+
+namespace quillon2::internal {
+namespace {
+
+struct type_word_t {
+  char const* word;
+  wchar_t const* wide;
+  text_type_t type;
+};
+
+constexpr type_word_t k_type_words[] = {
+    {"bool", L"bool", text_type_t::boolean},   {"dummy", L"dummy", text_type_t::dummy},
+    {"s8_t", L"s8_t", text_type_t::s8},        {"u8_t", L"u8_t", text_type_t::u8},
+    {"s16_t", L"s16_t", text_type_t::s16},     {"u16_t", L"u16_t", text_type_t::u16},
+    {"s32_t", L"s32_t", text_type_t::s32},     {"u32_t", L"u32_t", text_type_t::u32},
+    {"s64_t", L"s64_t", text_type_t::s64},     {"u64_t", L"u64_t", text_type_t::u64},
+    {"float", L"float", text_type_t::single},  {"double", L"double", text_type_t::dbl},
+    {"blob", L"blob", text_type_t::blob},      {"null", L"null", text_type_t::null},
+    {"pointer", L"pointer", text_type_t::pointer}, {"bag", L"bag", text_type_t::bag},
+    {"wstring", L"wstring", text_type_t::wide_string},
+};
+
+template <class Char>
+bool word_equals(Char const* text, std::size_t length, char const* word) {
+  std::size_t i = 0;
+  for (; i < length; ++i) {
+    if (word[i] == '\0' || static_cast<char32_t>(text[i]) != static_cast<unsigned char>(word[i])) {
+      return false;
+    }
+  }
+  return word[i] == '\0';
+}
+
+template <class Char>
+text_type_t lookup_word(Char const* word, std::size_t length) {
+  if (word == nullptr || length == 0) return text_type_t::wide_string;
+  // Every word is short and most differ in their first letter: look only where it fits.
+  for (auto const& entry : k_type_words) {
+    if (static_cast<char32_t>(word[0]) == static_cast<unsigned char>(entry.word[0]) &&
+        word_equals(word, length, entry.word)) {
+      return entry.type;
+    }
+  }
+  return text_type_t::unknown;
+}
+
+// Copies the ASCII part of a text into a narrow buffer for the number parsers; any other
+// character ends a number anyway, so it is replaced by one that no number holds.
+template <class Char>
+std::string narrow_number_text(Char const* text, std::size_t length) {
+  std::string narrow(length, ' ');
+  for (std::size_t i = 0; i < length; ++i) {
+    auto const c = static_cast<char32_t>(text[i]);
+    narrow[i] = c < 0x80 ? static_cast<char>(c) : '~';
+  }
+  return narrow;
+}
+
+bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// from_chars cannot tell an overflow from an underflow; the decimal exponent of the
+// first significant digit can.
+bool beyond_range_is_large(char const* first, char const* last) {
+  long exponent10 = 0;
+  bool seen_point = false;
+  bool seen_digit = false;
+  char const* p = first;
+  for (; p != last; ++p) {
+    if (*p == '.') {
+      seen_point = true;
+    } else if (*p >= '0' && *p <= '9') {
+      if (*p != '0' && !seen_digit) seen_digit = true;
+      if (seen_digit && !seen_point) ++exponent10;
+      if (!seen_digit && seen_point) --exponent10;
+    } else {
+      break;
+    }
+  }
+  if (p != last && (*p == 'e' || *p == 'E')) {
+    ++p;
+    bool negative = false;
+    if (p != last && (*p == '+' || *p == '-')) negative = *p++ == '-';
+    long e = 0;
+    for (; p != last && *p >= '0' && *p <= '9'; ++p) {
+      if (e < 100000000) e = e * 10 + (*p - '0');
+    }
+    exponent10 += negative ? -e : e;
+  }
+  return exponent10 > 0;
+}
+
+template <class Float>
+Float parse_floating(char const* text, std::size_t length) {
+  char const* first = text;
+  char const* last = text + length;
+  while (first != last && is_space(*first)) ++first;
+  bool negative = false;
+  if (first != last && (*first == '+' || *first == '-')) {
+    negative = *first == '-';
+    ++first;
+    if (first != last && (*first == '+' || *first == '-')) return 0;
+  }
+  Float value = 0;
+  auto const result = std::from_chars(first, last, value, std::chars_format::general);
+  if (result.ec == std::errc::result_out_of_range) {
+    value = beyond_range_is_large(first, last) ? std::numeric_limits<Float>::infinity() : 0;
+  } else if (result.ec != std::errc()) {
+    return 0;
+  }
+  return negative ? -value : value;
+}
+
+template <class Char>
+bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
+  using namespace KESMET_2_18::generic::convert;
+  using KESMET_2_18::types::radix_t;
+  if (text == nullptr) length = 0;
+  Char const empty[1] = {0};
+  Char const* const s = text != nullptr ? text : empty;
+  switch (type) {
+    case text_type_t::wide_string: {
+      std::wstring wide(s, s + length);
+      out = variant_t(wide.c_str(), false);
+      return true;
+    }
+    case text_type_t::boolean:
+      out = variant_t(word_equals(s, length, "true"));
+      return true;
+    case text_type_t::dummy:
+    case text_type_t::null:
+      out = variant_t();
+      return true;
+    case text_type_t::s8:
+      out = variant_t(static_cast<char>(str_to_int8(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::u8:
+      out = variant_t(static_cast<unsigned char>(str_to_uint8(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::s16:
+      out = variant_t(static_cast<short>(str_to_int16(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::u16:
+      out = variant_t(
+          static_cast<unsigned short>(str_to_uint16(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::s32:
+      out = variant_t(static_cast<int>(str_to_int32(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::u32:
+      out = variant_t(static_cast<unsigned int>(str_to_uint32(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::s64:
+      out = variant_t(static_cast<s64_t>(str_to_int64(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::u64:
+      out = variant_t(static_cast<u64_t>(str_to_uint64(s, length, radix_t::decimal, false)));
+      return true;
+    case text_type_t::single: {
+      std::string const narrow = narrow_number_text(s, length);
+      out = variant_t(parse_float(narrow.data(), narrow.size()));
+      return true;
+    }
+    case text_type_t::dbl: {
+      std::string const narrow = narrow_number_text(s, length);
+      out = variant_t(parse_double(narrow.data(), narrow.size()));
+      return true;
+    }
+    case text_type_t::blob:
+    case text_type_t::pointer:
+    case text_type_t::bag:
+    case text_type_t::unknown:
+      break;
+  }
+  return false;
+}
+
+}  // namespace
+
+text_type_t text_type_from_word(char const* word, std::size_t length) {
+  return lookup_word(word, length);
+}
+
+text_type_t text_type_from_word(wchar_t const* word, std::size_t length) {
+  return lookup_word(word, length);
+}
+
+char const* element_type_word(das_variant_type_t type) {
+  switch (type) {
+    case vtBool: return "bool";
+    case vtSByte: return "s8_t";
+    case vtUByte: return "u8_t";
+    case vtSShort: return "s16_t";
+    case vtUShort: return "u16_t";
+    case vtSInt: return "s32_t";
+    case vtUInt: return "u32_t";
+    case vtSInt64: return "s64_t";
+    case vtUInt64: return "u64_t";
+    case vtFloat: return "float";
+    case vtDouble: return "double";
+    case vtWString: return "";
+    case vtNull: return "null";
+    default: return nullptr;
+  }
+}
+
+wchar_t const* element_type_word_wide(das_variant_type_t type) {
+  switch (type) {
+    case vtBool: return L"bool";
+    case vtSByte: return L"s8_t";
+    case vtUByte: return L"u8_t";
+    case vtSShort: return L"s16_t";
+    case vtUShort: return L"u16_t";
+    case vtSInt: return L"s32_t";
+    case vtUInt: return L"u32_t";
+    case vtSInt64: return L"s64_t";
+    case vtUInt64: return L"u64_t";
+    case vtFloat: return L"float";
+    case vtDouble: return L"double";
+    case vtWString: return L"";
+    case vtNull: return L"null";
+    default: return nullptr;
+  }
+}
+
+bool append_number_text(std::string& out, variant_t const& value, int precision) {
+  char buffer[64];
+  std::to_chars_result result{};
+  das_variant_type_t const type = value.get_type();
+  switch (type) {
+    case vtBool:
+      out += value.get<bool>() ? "true" : "false";
+      return true;
+    case vtSByte:
+    case vtSShort:
+    case vtSInt:
+    case vtSInt64:
+      result = std::to_chars(buffer, buffer + sizeof buffer, value.get<s64_t>());
+      break;
+    case vtUByte:
+    case vtUShort:
+    case vtUInt:
+    case vtUInt64:
+      result = std::to_chars(buffer, buffer + sizeof buffer, value.get<u64_t>());
+      break;
+    case vtFloat:
+    case vtDouble:
+      result = std::to_chars(buffer, buffer + sizeof buffer, value.get<double>(),
+                             std::chars_format::general, precision);
+      break;
+    default:
+      return false;
+  }
+  out.append(buffer, result.ptr);
+  return true;
+}
+
+bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length) {
+  return scalar_from(out, type, text, length);
+}
+
+bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text,
+                      std::size_t length) {
+  return scalar_from(out, type, text, length);
+}
+
+variant_t wide_variant_from_utf8(char const* text, std::size_t length) {
+  std::size_t units = 0;
+  decode_utf8(text, length, [&units](char32_t) { ++units; });
+  variant_t value;
+  variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
+  // The block is new and not shared yet: this is its one and only filling.
+  auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
+  if (out == nullptr) return variant_t(L"", false);
+  decode_utf8(text, length, [&out](char32_t c) { *out++ = static_cast<wchar_t>(c); });
+  *out = L'\0';
+  return value;
+}
+
+double parse_double(char const* text, std::size_t length) {
+  return parse_floating<double>(text, length);
+}
+
+float parse_float(char const* text, std::size_t length) {
+  return parse_floating<float>(text, length);
+}
+
+}  // namespace quillon2::internal
+
+namespace quillon2 {
+
+bool create_variant_from_string(variant_t& out, wchar_t const* type, wchar_t const* value) {
+  std::size_t const type_length = type != nullptr ? std::wcslen(type) : 0;
+  internal::text_type_t const kind = internal::text_type_from_word(type, type_length);
+  return internal::scalar_from_text(out, kind, value, value != nullptr ? std::wcslen(value) : 0);
+}
+
+wchar_t const* get_type_string(variant_t const& value) {
+  return internal::element_type_word_wide(value.get_type());
+}
+
+variant_t get_value_string(variant_t const& value) {
+  std::string narrow;
+  if (internal::append_number_text(narrow, value)) {
+    std::wstring const wide(narrow.begin(), narrow.end());
+    return variant_t(wide.c_str(), false);
+  }
+  // Only a wide string has a text of its own here; a by-reference one, like every other
+  // type, gives the empty text.
+  if (value.get_type() == vtWString) return value;
+  return variant_t(L"", false);
+}
+
+}  // namespace quillon2

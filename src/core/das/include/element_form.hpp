@@ -1,0 +1,28 @@
+// The element form of bags as building blocks for the public calls and for the readers
+// that accept more than one form. Nothing here logs: a failure comes back as the result
+// and, where it helps a log message, a reason in `why`.
+#pragma once
+
+#include <string>
+
+namespace quillon2 {
+class variant_bag_t;
+}
+
+namespace quillon2::internal {
+
+// The whole document in UTF-8, declaration included. A failure leaves `utf8` empty.
+int write_element_form(variant_bag_t const& bag, std::string& utf8, std::string& why);
+
+// Reads an element-form file into `bag` (which the caller has cleared): the file is
+// locked while it is read, the document element must be "root", and `path` (UTF-8,
+// steps separated by "."; empty for "root" itself; null is a failure) names the element
+// whose children are read.
+int read_element_form_file(variant_bag_t& bag, std::string const& native_name,
+                           char const* path, std::string& why);
+
+// Reads a whole element-form document from UTF-8 text into `bag`.
+int read_element_form_text(variant_bag_t& bag, char const* utf8, std::size_t size,
+                           std::string& why);
+
+}  // namespace quillon2::internal

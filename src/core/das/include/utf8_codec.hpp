@@ -1,0 +1,59 @@
+// UTF-8 decoding shared by the readers: one decoder, whatever receives the code points,
+// so that counting and writing always agree. Malformed sequences give U+FFFD, one for
+// each maximal bad run that the decoder steps over.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace quillon2::internal {
+
+template <class Sink>
+inline void decode_utf8(char const* text, std::size_t length, Sink&& sink) {
+  auto const* s = reinterpret_cast<unsigned char const*>(text);
+  std::size_t i = 0;
+  while (i < length) {
+    // Runs of ASCII, eight bytes at a time.
+    while (i + 8 <= length) {
+      std::uint64_t word;
+      std::memcpy(&word, s + i, sizeof word);
+      if ((word & 0x8080808080808080ull) != 0) break;
+      for (int k = 0; k < 8; ++k) sink(static_cast<char32_t>(s[i + k]));
+      i += 8;
+    }
+    if (i >= length) break;
+    unsigned char const b = s[i];
+    if (b < 0x80) {
+      sink(static_cast<char32_t>(b));
+      ++i;
+      continue;
+    }
+    std::size_t need;
+    char32_t c;
+    char32_t min;
+    if ((b & 0xE0) == 0xC0) {
+      need = 1, c = b & 0x1F, min = 0x80;
+    } else if ((b & 0xF0) == 0xE0) {
+      need = 2, c = b & 0x0F, min = 0x800;
+    } else if ((b & 0xF8) == 0xF0) {
+      need = 3, c = b & 0x07, min = 0x10000;
+    } else {
+      sink(char32_t{0xFFFD});
+      ++i;
+      continue;
+    }
+    std::size_t j = 1;
+    for (; j <= need && i + j < length && (s[i + j] & 0xC0) == 0x80; ++j) {
+      c = (c << 6) | (s[i + j] & 0x3F);
+    }
+    if (j <= need || c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
+      sink(char32_t{0xFFFD});
+    } else {
+      sink(c);
+    }
+    i += j;
+  }
+}
+
+}  // namespace quillon2::internal

@@ -1,0 +1,117 @@
+// Safe use of libxml2, shared by every part of the library that reads or writes XML.
+//
+// libxml2 substitutes entities when asked to (XML_PARSE_NOENT), and with that it also
+// reads external entities and DTDs from file:// URLs, XML_PARSE_NONET or not. The first
+// call of any function here installs, once for the whole process, an external entity
+// loader that refuses every such load, unless the calling thread has opened a door for
+// content it supplies itself (entity_door_t). A parse that asked the loader for anything
+// it refused counts as failed, so that a document never loads with silent holes.
+//
+// Parser options always get XML_PARSE_NONET and never XML_PARSE_HUGE, so libxml2's own
+// limits on entity expansion and nesting depth stay in force.
+//
+// Thread safety: everything here may be used from any thread; the door and the refusal
+// count are per thread.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+
+namespace quillon2::internal {
+
+// Initialises libxml2 and installs the refusing external entity loader. Idempotent and
+// cheap after the first call; every function below calls it.
+void ensure_xml_safety();
+
+// The options a parse really runs with: `options` plus XML_PARSE_NONET, less XML_PARSE_HUGE.
+int safe_parse_options(int options);
+
+struct xml_doc_deleter_t {
+  void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
+};
+using xml_doc_ptr_t = std::unique_ptr<xmlDoc, xml_doc_deleter_t>;
+
+// Why the last safe parse on this thread failed, for log messages; empty after a success.
+std::string const& last_xml_parse_error();
+
+// Parses a document held in memory. `encoding` may be null (detect from the document).
+// Null when the text is not well formed, exceeds libxml2's limits, or needed an external
+// load that was refused.
+xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
+                               int options);
+
+// Counts the external loads refused on this thread while it lives. A SAX-driven parse
+// (which cannot use safe_read_memory) wraps itself in one and fails when refused() holds.
+class refusal_watch_t {
+ public:
+  refusal_watch_t();
+  refusal_watch_t(refusal_watch_t const&) = delete;
+  refusal_watch_t& operator=(refusal_watch_t const&) = delete;
+  bool refused() const;
+
+ private:
+  unsigned long m_start;
+};
+
+// A door in the loader for content that the caller supplies itself: while an entity_door_t
+// lives, the loader first asks `open` on this thread. A null result falls back to the
+// refusal. Doors nest; the innermost one is asked first and only it.
+class entity_door_t {
+ public:
+  using open_fn_t = xmlParserInputPtr (*)(void* context, char const* url, char const* id,
+                                          xmlParserCtxtPtr parser);
+  entity_door_t(open_fn_t open, void* context);
+  entity_door_t(entity_door_t const&) = delete;
+  entity_door_t& operator=(entity_door_t const&) = delete;
+  ~entity_door_t();
+
+ private:
+  friend struct door_access_t;
+  open_fn_t m_open;
+  void* m_context;
+  entity_door_t* m_outer;
+};
+
+// XML 1.0 character classes. A document can hold only characters for which is_xml_char
+// is true; libxml2's writer copies any other character and so writes a document that no
+// parser reads back.
+inline bool is_xml_char(char32_t c) {
+  if (c < 0x20) return c == 0x9 || c == 0xA || c == 0xD;
+  if (c <= 0xD7FF) return true;
+  if (c < 0xE000) return false;  // surrogates
+  if (c <= 0xFFFD) return true;
+  return c >= 0x10000 && c <= 0x10FFFF;
+}
+
+bool is_xml_name_start_char(char32_t c);
+bool is_xml_name_char(char32_t c);
+
+// Whether `name` is a Name of XML 1.0, so that it can stand as an element or attribute name.
+bool is_xml_name(wchar_t const* name, std::size_t length);
+
+// Appends `text` in UTF-8 to `out`. False, with `out` partly extended, when the text holds
+// a character that XML cannot hold.
+bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t length);
+
+// The same for a terminated text, escaped as libxml2's text writer escapes element
+// content ("&", "<", ">", the quotation mark and carriage return become references), so
+// that it can go to the writer as raw text. `utf8_bytes` receives the length of the text
+// in UTF-8 before escaping, which is what a parser counts against its limits.
+bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes);
+
+// Appends a terminated name in UTF-8 to `out` if it is a Name of XML 1.0; false otherwise.
+bool append_xml_name_utf8(std::string& out, wchar_t const* name);
+
+// Appends `text` in UTF-8 to `out`; a character that is no Unicode scalar value gives
+// U+FFFD.
+void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t length);
+
+// Appends UTF-8 text (as libxml2 hands it out) to a wide string; malformed sequences give
+// U+FFFD.
+void append_utf8_as_wide(std::wstring& out, char const* text, std::size_t length);
+
+}  // namespace quillon2::internal

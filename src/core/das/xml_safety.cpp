@@ -1,0 +1,257 @@
+// The process-wide refusing entity loader and the safe parse entry points of libxml2.
+#include "core/das/include/xml_safety.hpp"
+
+#include "core/das/include/utf8_codec.hpp"
+
+#include <climits>
+#include <cstdio>
+
+#include <libxml/parserInternals.h>
+#include <libxml/xmlerror.h>
+
+namespace quillon2::internal {
+
+struct door_access_t {
+  static xmlParserInputPtr open(entity_door_t const& door, char const* url, char const* id,
+                                xmlParserCtxtPtr parser) {
+    return door.m_open ? door.m_open(door.m_context, url, id, parser) : nullptr;
+  }
+};
+
+namespace {
+
+thread_local entity_door_t* t_innermost_door = nullptr;
+thread_local unsigned long t_refusals = 0;
+thread_local std::string t_last_error;
+
+xmlParserInputPtr refusing_entity_loader(char const* url, char const* id,
+                                         xmlParserCtxtPtr parser) {
+  if (t_innermost_door != nullptr) {
+    if (xmlParserInputPtr input = door_access_t::open(*t_innermost_door, url, id, parser)) {
+      return input;
+    }
+  }
+  ++t_refusals;
+  return nullptr;
+}
+
+void describe_failure(xmlParserCtxtPtr parser) {
+  xmlErrorPtr error = parser != nullptr ? xmlCtxtGetLastError(parser) : nullptr;
+  if (error == nullptr || error->message == nullptr) {
+    t_last_error = "not well formed";
+    return;
+  }
+  std::string message = error->message;
+  while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) {
+    message.pop_back();
+  }
+  t_last_error = "line " + std::to_string(error->line) + ": " + message;
+}
+
+}  // namespace
+
+void ensure_xml_safety() {
+  static bool const installed = [] {
+    xmlCheckVersion(20910);
+    xmlInitParser();
+    xmlSetExternalEntityLoader(refusing_entity_loader);
+    return true;
+  }();
+  (void)installed;
+}
+
+int safe_parse_options(int options) { return (options | XML_PARSE_NONET) & ~XML_PARSE_HUGE; }
+
+std::string const& last_xml_parse_error() { return t_last_error; }
+
+xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
+                               int options) {
+  ensure_xml_safety();
+  t_last_error.clear();
+  if (size > static_cast<std::size_t>(INT_MAX)) {
+    t_last_error = "document too large";
+    return nullptr;
+  }
+  xmlParserCtxtPtr parser = xmlNewParserCtxt();
+  if (parser == nullptr) {
+    t_last_error = "out of memory";
+    return nullptr;
+  }
+  refusal_watch_t watch;
+  xml_doc_ptr_t doc(xmlCtxtReadMemory(parser, data != nullptr ? data : "",
+                                      static_cast<int>(size), nullptr, encoding,
+                                      safe_parse_options(options)));
+  if (doc && watch.refused()) {
+    doc.reset();
+    t_last_error = "the document refers to external content";
+  } else if (!doc) {
+    describe_failure(parser);
+  }
+  xmlFreeParserCtxt(parser);
+  return doc;
+}
+
+refusal_watch_t::refusal_watch_t() : m_start(t_refusals) { ensure_xml_safety(); }
+
+bool refusal_watch_t::refused() const { return t_refusals != m_start; }
+
+entity_door_t::entity_door_t(open_fn_t open, void* context)
+    : m_open(open), m_context(context), m_outer(t_innermost_door) {
+  ensure_xml_safety();
+  t_innermost_door = this;
+}
+
+entity_door_t::~entity_door_t() { t_innermost_door = m_outer; }
+
+bool is_xml_name_start_char(char32_t c) {
+  if (c < 0x80) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':';
+  }
+  return (c >= 0xC0 && c <= 0xD6) || (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) ||
+         (c >= 0x370 && c <= 0x37D) || (c >= 0x37F && c <= 0x1FFF) ||
+         (c >= 0x200C && c <= 0x200D) || (c >= 0x2070 && c <= 0x218F) ||
+         (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) ||
+         (c >= 0xF900 && c <= 0xFDCF) || (c >= 0xFDF0 && c <= 0xFFFD) ||
+         (c >= 0x10000 && c <= 0xEFFFF);
+}
+
+bool is_xml_name_char(char32_t c) {
+  if (c < 0x80) {
+    return is_xml_name_start_char(c) || c == '-' || c == '.' || (c >= '0' && c <= '9');
+  }
+  return is_xml_name_start_char(c) || c == 0xB7 || (c >= 0x300 && c <= 0x36F) ||
+         (c >= 0x203F && c <= 0x2040);
+}
+
+bool is_xml_name(wchar_t const* name, std::size_t length) {
+  if (name == nullptr || length == 0) return false;
+  if (!is_xml_name_start_char(static_cast<char32_t>(name[0]))) return false;
+  for (std::size_t i = 1; i < length; ++i) {
+    if (!is_xml_name_char(static_cast<char32_t>(name[i]))) return false;
+  }
+  return true;
+}
+
+bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t length) {
+  out.reserve(out.size() + length);
+  for (std::size_t i = 0; i < length; ++i) {
+    auto const c = static_cast<char32_t>(text[i]);
+    if (c < 0x80) {
+      if (c < 0x20 && c != 0x9 && c != 0xA && c != 0xD) return false;
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+      if (!is_xml_char(c)) return false;
+      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+      if (c > 0x10FFFF) return false;
+      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+  }
+  return true;
+}
+
+namespace {
+
+inline void put_utf8(std::string& out, char32_t c) {
+  if (c < 0x80) {
+    out.push_back(static_cast<char>(c));
+  } else if (c < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else if (c < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  }
+}
+
+}  // namespace
+
+bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes) {
+  utf8_bytes = 0;
+  if (text == nullptr) return true;
+  for (; *text != L'\0'; ++text) {
+    auto const c = static_cast<char32_t>(*text);
+    utf8_bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    if (c >= 0x20 && c < 0x80) {
+      switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default: out.push_back(static_cast<char>(c));
+      }
+      continue;
+    }
+    if (c == '\r') {
+      out += "&#13;";
+      continue;
+    }
+    if (!is_xml_char(c)) return false;
+    put_utf8(out, c);
+  }
+  return true;
+}
+
+bool append_xml_name_utf8(std::string& out, wchar_t const* name) {
+  if (name == nullptr || !is_xml_name_start_char(static_cast<char32_t>(*name))) return false;
+  for (; *name != L'\0'; ++name) {
+    auto const c = static_cast<char32_t>(*name);
+    if (!is_xml_name_char(c)) return false;
+    put_utf8(out, c);
+  }
+  return true;
+}
+
+void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t length) {
+  auto const scalar = [](wchar_t w) {
+    auto const c = static_cast<char32_t>(w);
+    return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? char32_t{0xFFFD} : c;
+  };
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < length; ++i) {
+    char32_t const c = scalar(text[i]);
+    bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+  }
+  std::size_t const start = out.size();
+  out.resize(start + bytes);
+  char* p = out.data() + start;
+  for (std::size_t i = 0; i < length; ++i) {
+    char32_t const c = scalar(text[i]);
+    if (c < 0x80) {
+      *p++ = static_cast<char>(c);
+    } else if (c < 0x800) {
+      *p++ = static_cast<char>(0xC0 | (c >> 6));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      *p++ = static_cast<char>(0xE0 | (c >> 12));
+      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      *p++ = static_cast<char>(0xF0 | (c >> 18));
+      *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+}
+
+void append_utf8_as_wide(std::wstring& out, char const* text, std::size_t length) {
+  out.reserve(out.size() + length);
+  decode_utf8(text, length, [&out](char32_t c) { out.push_back(static_cast<wchar_t>(c)); });
+}
+
+}  // namespace quillon2::internal
