@@ -1,0 +1,474 @@
+// File-system operations on real files, each test in a fresh temporary directory.
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <boost/thread/barrier.hpp>
+#include <gtest/gtest.h>
+
+#include <quillon2/core/assert.hpp>
+#include <quillon2/core/file_system/file_operations.hpp>
+#include <quillon2/core/file_system/path.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+#include "file_system/private_mount.hpp"
+#include "support/temp_dir.hpp"
+
+namespace {
+
+using quillon2::path_t;
+namespace q2 = quillon2;
+
+std::wstring wide(std::string const& s) { return kesmet2::utf8_to_utf16(s); }
+
+class FileOps : public q2test::temp_dir_test {
+ protected:
+  std::string native(std::string const& name) const { return m_dir.file(name); }
+  path_t at(std::string const& name) const { return path_t(wide(native(name))); }
+  path_t root() const { return path_t(wide(m_dir.path())); }
+
+  void write(std::string const& name, std::string const& content = "x") const {
+    std::ofstream(native(name), std::ios::binary) << content;
+  }
+  std::string read(std::string const& name) const {
+    std::ifstream in(native(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+  void mkdir(std::string const& name) const { ASSERT_EQ(0, ::mkdir(native(name).c_str(), 0777)); }
+  void symlink(std::string const& target, std::string const& name) const {
+    ASSERT_EQ(0, ::symlink(target.c_str(), native(name).c_str()));
+  }
+  bool present(std::string const& name) const {
+    struct stat st;
+    return ::lstat(native(name).c_str(), &st) == 0;
+  }
+  mode_t mode_of(std::string const& name) const {
+    struct stat st {};
+    ::lstat(native(name).c_str(), &st);
+    return st.st_mode;
+  }
+  // The hits of a search, as names relative to the temporary directory, sorted.
+  std::vector<std::wstring> relative(std::vector<path_t> const& found) const {
+    std::vector<std::wstring> names;
+    std::wstring const prefix = root().as_string() + L"\\";
+    for (auto const& p : found) {
+      std::wstring const text = p.as_string();
+      EXPECT_EQ(0u, text.rfind(prefix, 0)) << "not a full path: " << p.as_string();
+      names.push_back(text.substr(prefix.size()));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+};
+
+using names_t = std::vector<std::wstring>;
+
+TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
+  write("f.txt");
+  mkdir("d.dir");
+  symlink(native("nowhere"), "dangling");
+  EXPECT_TRUE(path_t::exists(wide(native("f.txt"))));
+  EXPECT_TRUE(at("f.txt").is_exists());
+  EXPECT_FALSE(at("f.txt").is_directory());
+  EXPECT_TRUE(at("d.dir").is_directory());
+  EXPECT_EQ(L"", at("d.dir").get_ext());  // a directory has no extension
+  EXPECT_EQ(L"txt", at("f.txt").get_ext());
+  EXPECT_FALSE(at("missing").is_exists());
+  EXPECT_FALSE(at("f.txt/below").is_exists());
+  EXPECT_FALSE(at("dangling").is_exists());
+  EXPECT_FALSE(path_t::exists(L"C:\\Windows"));
+  EXPECT_FALSE(path_t::exists(L"\\\\srv\\share"));
+  EXPECT_FALSE(path_t::exists(L"a|b"));
+  // Backslashes in text reach the system as slashes.
+  std::wstring backslashed = wide(native("d.dir"));
+  std::replace(backslashed.begin(), backslashed.end(), L'/', L'\\');
+  EXPECT_TRUE(path_t::is_directory(backslashed));
+}
+
+TEST_F(FileOps, ReadonlyTrialsOnWritableThings) {
+  write("f");
+  mkdir("d");
+  EXPECT_FALSE(at("f").is_readonly(0));
+  EXPECT_FALSE(at("d").is_readonly(path_t::readonly_try_directory | path_t::readonly_try_file));
+  bool read_only = true;
+  bool failed = true;
+  path_t::readonly(wide(native("d")), read_only, failed, 0);
+  EXPECT_FALSE(read_only);
+  EXPECT_FALSE(failed);
+  path_t::readonly(wide(native("missing")), read_only, failed, 3);
+  EXPECT_FALSE(read_only);
+  EXPECT_TRUE(failed);
+  EXPECT_TRUE(q2::find_files(at("d"), L"*", false).empty()) << "a trial left something behind";
+}
+
+std::vector<std::string> g_reports;
+void capture_report(char const* condition, char const*, unsigned, char const* function) {
+  g_reports.push_back(std::string(condition) + " in " + function);
+}
+
+TEST_F(FileOps, ReadonlyOfAMissingPathIsReported) {
+  g_reports.clear();
+  auto const previous = quillon2::internal::set_assert_hook(&capture_report);
+  bool const missing_read_only = at("missing").is_readonly(3);
+  bool const empty_read_only = path_t().is_readonly(3);  // no trial, no report
+  quillon2::internal::set_assert_hook(previous);
+  EXPECT_FALSE(missing_read_only);
+  EXPECT_FALSE(empty_read_only);
+  EXPECT_EQ(std::vector<std::string>{"fail == false in quillon2::path_t::is_readonly"}, g_reports);
+}
+
+TEST_F(FileOps, ReadonlyTrialsOnAReadOnlyFileSystem) {
+  mkdir("ro");
+  std::string const mount = native("ro");
+  Q2_EXPECT_ON_READ_ONLY_MOUNT(
+      mount, [&] { std::ofstream(mount + "/f") << "old"; },
+      [&]() -> std::string {
+        std::string failures;
+        auto expect = [&](bool ok, char const* what) {
+          if (!ok) failures += std::string(what) + "; ";
+        };
+        path_t const dir(wide(mount));
+        path_t file = dir;
+        file.append(path_t(L"f"));
+        expect(file.is_readonly(0), "file is read-only");
+        expect(dir.is_readonly(path_t::readonly_try_directory), "directory trial");
+        expect(dir.is_readonly(path_t::readonly_try_file), "file trial");
+        expect(!dir.is_readonly(0), "no trial, no verdict");
+        expect(q2::create_new_directory(dir.as_string()) == q2::RC_ACCESS_DENIED,
+               "create_new_directory on a read-only directory");
+        path_t sub = dir;
+        sub.append(path_t(L"sub"));
+        expect(!q2::create_directory(sub), "create_directory below it");
+        expect(q2::create_new_directory(sub.as_string()) == q2::RC_ACCESS_DENIED,
+               "create_new_directory below it");
+        expect(!q2::remove_file(file), "remove_file");
+        expect(!q2::copy_file(file, sub), "copy_file into it");
+        return failures;
+      });
+}
+
+TEST_F(FileOps, FindFilesWithoutRecursion) {
+  for (auto const* name : {"a.txt", "b.TXT", "c.log", "with blank.txt", "\xc3\xa9t\xc3\xa9.txt",
+                           "x:y.txt", "q\\r.txt"}) {
+    write(name);
+  }
+  mkdir("sub.txt");
+  symlink(native("sub.txt"), "link.txt");
+  EXPECT_EQ((names_t{L"a.txt", L"link.txt", L"sub.txt", L"with blank.txt", L"\u00e9t\u00e9.txt"}),
+            relative(q2::find_files(root(), L"*.txt", false)));
+  EXPECT_EQ((names_t{L"link.txt", L"sub.txt"}),
+            relative(q2::find_directories(root(), L"*.txt", false)));
+  EXPECT_EQ((names_t{L"c.log"}), relative(q2::find_files(root(), L"?.log", false)));
+  EXPECT_EQ(names_t{}, relative(q2::find_files(root(), L"*.TXT.x", false)));
+}
+
+TEST_F(FileOps, FindFilesRefusesBadInput) {
+  write("a.txt");
+  EXPECT_TRUE(q2::find_files(at("missing"), L"*", false).empty());
+  EXPECT_TRUE(q2::find_files(at("a.txt"), L"*", false).empty());
+  EXPECT_TRUE(q2::find_files(path_t(), L"*", true).empty());
+  EXPECT_TRUE(q2::find_files(root(), L"", false).empty());
+  EXPECT_TRUE(q2::find_files(root(), L"a|b", false).empty());
+  EXPECT_TRUE(q2::find_files(root(), L"\\*.txt", false).empty());
+}
+
+TEST_F(FileOps, FindFilesRecursively) {
+  mkdir("sub");
+  mkdir("sub/deep");
+  mkdir("outside");
+  write("a.txt");
+  write("sub/b.txt");
+  write("sub/deep/c.txt");
+  write("sub/deep/c.log");
+  write("outside/o.txt");
+  symlink(native("outside"), "sub/link");  // never descended into
+  EXPECT_EQ((names_t{L"a.txt", L"outside\\o.txt", L"sub\\b.txt", L"sub\\deep\\c.txt"}),
+            relative(q2::find_files(root(), L"*.txt", true)));
+  // The pattern applies below each directory: "?.txt" there is one character long.
+  EXPECT_EQ((names_t{L"a.txt", L"outside\\o.txt", L"sub\\b.txt", L"sub\\deep\\c.txt"}),
+            relative(q2::find_files(root(), L"?.txt", true)));
+  EXPECT_EQ((names_t{L"sub\\deep\\c.log"}), relative(q2::find_files(at("sub"), L"*.log", true)));
+}
+
+TEST_F(FileOps, FindDirectoriesStopsAtEachHit) {
+  mkdir("a");
+  mkdir("a/a");
+  mkdir("b");
+  mkdir("b/a");
+  write("b/a.txt");
+  EXPECT_EQ((names_t{L"a", L"b\\a"}), relative(q2::find_directories(root(), L"a", true)));
+  EXPECT_EQ((names_t{L"a"}), relative(q2::find_directories(root(), L"a", false)));
+}
+
+TEST_F(FileOps, RemoveFile) {
+  write("f");
+  mkdir("d");
+  symlink(native("f"), "link");
+  EXPECT_TRUE(q2::remove_file(at("link")));
+  EXPECT_TRUE(present("f"));
+  EXPECT_TRUE(q2::remove_file(at("f")));
+  EXPECT_FALSE(present("f"));
+  EXPECT_FALSE(q2::remove_file(at("f")));
+  EXPECT_FALSE(q2::remove_file(at("d")));
+  EXPECT_FALSE(q2::remove_file(path_t()));
+}
+
+TEST_F(FileOps, RemoveDirectory) {
+  mkdir("empty");
+  mkdir("full");
+  write("full/f");
+  write("file");
+  EXPECT_TRUE(q2::remove_directory(at("empty"), false));
+  EXPECT_FALSE(present("empty"));
+  EXPECT_FALSE(q2::remove_directory(at("full"), false));
+  EXPECT_FALSE(q2::remove_directory(at("file"), true));
+  EXPECT_FALSE(q2::remove_directory(at("missing"), true));
+  EXPECT_FALSE(q2::remove_directory(path_t(), true));
+  EXPECT_TRUE(present("full/f"));
+}
+
+TEST_F(FileOps, RemoveDirectoryRecursivelyClearsReadOnlyEntries) {
+  mkdir("t");
+  mkdir("t/ro");
+  mkdir("t/a b");
+  write("t/ro/locked");
+  write("t/a b/\xc3\xa9");
+  write("t/x:y");
+  ::chmod(native("t/ro/locked").c_str(), 0444);
+  ::chmod(native("t/ro").c_str(), 0555);
+  EXPECT_TRUE(q2::remove_directory(at("t"), true));
+  EXPECT_FALSE(present("t"));
+}
+
+TEST_F(FileOps, RemoveDirectoryNeverFollowsLinks) {
+  mkdir("outside");
+  write("outside/keep");
+  mkdir("t");
+  mkdir("t/sub");
+  symlink(native("outside"), "t/sub/link");
+  symlink(native("outside/keep"), "t/file_link");
+  symlink(native("outside"), "top_link");
+  // A link named as the top goes itself.
+  EXPECT_TRUE(q2::remove_directory(at("top_link"), true));
+  EXPECT_FALSE(present("top_link"));
+  EXPECT_TRUE(q2::remove_directory(at("t"), true));
+  EXPECT_FALSE(present("t"));
+  EXPECT_EQ("x", read("outside/keep"));
+}
+
+TEST_F(FileOps, RemoveDirectoryGoesOnPastWhatCantBeRemoved) {
+  mkdir("t");
+  for (auto const* name : {"t/a", "t/stuck", "t/z"}) mkdir(name);
+  write("t/a/f");
+  write("t/z/f");
+  std::string const stuck = native("t/stuck");
+  path_t const top = at("t");
+  Q2_EXPECT_ON_READ_ONLY_MOUNT(
+      stuck, [&] { std::ofstream(stuck + "/f") << "x"; },
+      [&]() -> std::string {
+        std::string failures;
+        if (q2::remove_directory(top, true)) failures += "the removal reported success; ";
+        struct stat st;
+        if (::stat((stuck + "/f").c_str(), &st) != 0) failures += "the stuck file went; ";
+        for (auto const* gone : {"/a", "/z"}) {
+          if (::stat((m_dir.path() + "/t" + gone).c_str(), &st) == 0) {
+            failures += std::string(gone) + " is still there; ";
+          }
+        }
+        return failures;
+      });
+}
+
+TEST_F(FileOps, CopyFileKeepsModeAndNeverOverwrites) {
+  write("src", "content");
+  ::chmod(native("src").c_str(), 0750);
+  write("other", "mine");
+  mkdir("d");
+  EXPECT_TRUE(q2::copy_file(at("src"), at("copy")));
+  EXPECT_EQ("content", read("copy"));
+  EXPECT_EQ(0750u, mode_of("copy") & 07777);
+  EXPECT_FALSE(q2::copy_file(at("src"), at("other")));
+  EXPECT_EQ("mine", read("other"));
+  EXPECT_FALSE(q2::copy_file(at("missing"), at("new")));
+  EXPECT_FALSE(q2::copy_file(at("d"), at("new")));
+  EXPECT_FALSE(q2::copy_file(at("src"), path_t()));
+  EXPECT_FALSE(present("new"));
+}
+
+TEST_F(FileOps, CopyDirectoryCopiesTheTreeAndLinksAsLinks) {
+  mkdir("outside");
+  write("outside/o", "outside");
+  mkdir("src");
+  mkdir("src/sub");
+  mkdir("src/empty");
+  write("src/f", "f");
+  write("src/sub/\xc3\xa9 g", "g");
+  ::chmod(native("src/sub/\xc3\xa9 g").c_str(), 0400);
+  symlink("../f", "src/sub/rel_link");
+  symlink(native("outside"), "src/out_link");
+  EXPECT_TRUE(q2::copy_directory(at("src"), at("dst/level")));
+  EXPECT_EQ("f", read("dst/level/f"));
+  EXPECT_EQ("g", read("dst/level/sub/\xc3\xa9 g"));
+  EXPECT_EQ(0400u, mode_of("dst/level/sub/\xc3\xa9 g") & 07777);
+  EXPECT_TRUE(S_ISDIR(mode_of("dst/level/empty")));
+  EXPECT_TRUE(S_ISLNK(mode_of("dst/level/out_link")));
+  EXPECT_TRUE(S_ISLNK(mode_of("dst/level/sub/rel_link")));
+  EXPECT_EQ("f", read("dst/level/sub/rel_link"));
+  // Again onto the copy: the files are there, and nothing is replaced.
+  write("src/f", "changed");
+  EXPECT_FALSE(q2::copy_directory(at("src"), at("dst/level")));
+  EXPECT_EQ("f", read("dst/level/f"));
+  EXPECT_FALSE(q2::copy_directory(at("src/f"), at("x")));
+  EXPECT_FALSE(q2::copy_directory(at("missing"), at("x")));
+}
+
+TEST_F(FileOps, CopyDirectoryIntoItselfEnds) {
+  mkdir("src");
+  write("src/f");
+  EXPECT_TRUE(q2::copy_directory(at("src"), at("src/inner")));
+  EXPECT_EQ("x", read("src/inner/f"));
+  EXPECT_FALSE(present("src/inner/inner"));
+}
+
+TEST_F(FileOps, CreateDirectory) {
+  write("file");
+  EXPECT_TRUE(q2::create_directory(at("a/b/c")));
+  EXPECT_TRUE(S_ISDIR(mode_of("a/b/c")));
+  EXPECT_TRUE(q2::create_directory(at("a/b")));
+  EXPECT_TRUE(q2::create_directory(at("file")));
+  EXPECT_FALSE(q2::create_directory(at("file/below")));
+  EXPECT_FALSE(q2::create_directory(path_t()));
+  EXPECT_FALSE(q2::create_directory(path_t(L"C:\\a\\b")));
+}
+
+TEST_F(FileOps, RenameDirectory) {
+  mkdir("d");
+  write("d/f");
+  mkdir("taken");
+  write("file");
+  EXPECT_FALSE(q2::rename_directory(at("d"), at("taken")));
+  EXPECT_FALSE(q2::rename_directory(at("missing"), at("new")));
+  EXPECT_TRUE(q2::rename_directory(at("d"), at("moved")));
+  EXPECT_EQ("x", read("moved/f"));
+  EXPECT_TRUE(q2::rename_directory(at("file"), at("file2")));  // a file moves too
+  EXPECT_TRUE(present("file2"));
+}
+
+TEST_F(FileOps, RenameDirectoryAcrossFileSystems) {
+  struct stat here {
+  }, shm{};
+  if (::stat("/dev/shm", &shm) != 0 || ::stat(m_dir.path().c_str(), &here) != 0 ||
+      here.st_dev == shm.st_dev) {
+    GTEST_SKIP() << "needs /dev/shm on a file system other than the temporary directory's";
+  }
+  std::string other = "/dev/shm/q2test-XXXXXX";
+  ASSERT_NE(nullptr, ::mkdtemp(other.data()));
+  mkdir("d");
+  mkdir("d/sub");
+  write("d/sub/f", "moved");
+  path_t const target(wide(other + "/d"));
+  EXPECT_TRUE(q2::rename_directory(at("d"), target));
+  EXPECT_FALSE(present("d"));
+  std::ifstream in(other + "/d/sub/f");
+  EXPECT_EQ("moved", std::string(std::istreambuf_iterator<char>(in), {}));
+  q2::remove_directory(path_t(wide(other)), true);
+}
+
+TEST_F(FileOps, NameTemplates) {
+  path_t const name = q2::get_unique_file_name(root(), L"log-@@@@.txt");
+  std::wstring const leaf = name.get_leaf();
+  ASSERT_GE(leaf.size(), 12u) << leaf;
+  EXPECT_EQ(L"log-", leaf.substr(0, 4));
+  EXPECT_EQ(L".txt", leaf.substr(leaf.size() - 4));
+  EXPECT_EQ(root().as_string(), name.get_branch());
+  EXPECT_FALSE(name.is_exists());
+  EXPECT_FALSE(q2::get_unique_file_name(root(), L"tmp").is_empty());
+  EXPECT_TRUE(q2::get_unique_file_name(root(), L"a@@@b@").is_empty());
+  EXPECT_TRUE(q2::get_unique_file_name(root(), L"@@@@@@@@@").is_empty());
+  EXPECT_FALSE(q2::get_unique_file_name(root(), L"@@@@@@@@").is_empty());
+  EXPECT_TRUE(q2::get_unique_file_name(root(), L"bad|@").is_empty());
+
+  std::wstring created = L"stale";
+  EXPECT_EQ(q2::RC_INVALID, q2::create_unique_dir(root().as_string(), L"@@@@@@@@@", created));
+  EXPECT_EQ(L"", created);
+  EXPECT_EQ(q2::RC_INVALID, q2::create_unique_dir(root().as_string(), L"x:@", created));
+  ASSERT_EQ(q2::RC_CREATED, q2::create_unique_dir(root().as_string(), L"run-@@@", created));
+  EXPECT_TRUE(path_t(created).is_directory());
+  EXPECT_EQ(root(), path_t(path_t(created).get_branch()));
+}
+
+TEST_F(FileOps, CreateNewDirectoryResults) {
+  write("file");
+  mkdir("dir");
+  EXPECT_EQ(q2::RC_CREATED, q2::create_new_directory(wide(native("new/level"))));
+  EXPECT_EQ(q2::RC_ALREADY_EXISTS, q2::create_new_directory(wide(native("new/level"))));
+  EXPECT_EQ(q2::RC_ALREADY_EXISTS, q2::create_new_directory(wide(native("dir"))));
+  EXPECT_EQ(q2::RC_ALREADY_EXISTS, q2::create_new_directory(wide(native("file"))));
+  EXPECT_EQ(q2::RC_INVALID, q2::create_new_directory(wide(native("file/below"))));
+  EXPECT_EQ(q2::RC_INVALID, q2::create_new_directory(L""));
+  EXPECT_EQ(q2::RC_PATH_NOT_FOUND, q2::create_new_directory(L"C:\\x"));
+}
+
+TEST_F(FileOps, UniqueDirectoriesAcrossThreads) {
+  constexpr int threads = 4;
+  constexpr int each = 10;
+  boost::barrier start(threads);
+  std::vector<std::vector<std::wstring>> made(threads);
+  std::vector<std::thread> workers;
+  for (int t = 0; t < threads; ++t) {
+    workers.emplace_back([&, t] {
+      start.wait();
+      for (int i = 0; i < each; ++i) {
+        std::wstring created;
+        if (q2::create_unique_dir(root().as_string(), L"u-@@", created) == q2::RC_CREATED) {
+          made[t].push_back(created);
+        }
+      }
+    });
+  }
+  for (auto& w : workers) w.join();
+  std::set<std::wstring> distinct;
+  for (auto const& list : made) {
+    EXPECT_EQ(static_cast<std::size_t>(each), list.size());
+    distinct.insert(list.begin(), list.end());
+  }
+  EXPECT_EQ(static_cast<std::size_t>(threads * each), distinct.size());
+}
+
+TEST_F(FileOps, UniqueDirectoriesAcrossProcesses) {
+  // Forked children start from the same random state, so they all try the same
+  // names in the same order: only mkdir keeps them apart.
+  constexpr int children = 3;
+  constexpr int each = 8;
+  std::vector<pid_t> pids;
+  for (int c = 0; c < children; ++c) {
+    pid_t const pid = ::fork();
+    if (pid == 0) {
+      int made = 0;
+      for (int i = 0; i < each; ++i) {
+        std::wstring created;
+        made += q2::create_unique_dir(root().as_string(), L"p-@@@", created) == q2::RC_CREATED;
+      }
+      ::_exit(made == each ? 0 : 1);
+    }
+    ASSERT_GT(pid, 0);
+    pids.push_back(pid);
+  }
+  for (pid_t pid : pids) {
+    int status = -1;
+    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  EXPECT_EQ(static_cast<std::size_t>(children * each),
+            q2::find_directories(root(), L"p-*", false).size());
+}
+
+}  // namespace

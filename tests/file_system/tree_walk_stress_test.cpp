@@ -1,0 +1,113 @@
+// Recursive removal and copy while another thread keeps swapping a directory of the
+// tree for a symbolic link to a directory outside it, and back. Whatever the timing,
+// nothing outside the tree may be removed, and nothing outside it may be copied.
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include <boost/thread/barrier.hpp>
+#include <gtest/gtest.h>
+
+#include <quillon2/core/file_system/file_operations.hpp>
+#include <quillon2/core/file_system/path.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+#include "support/temp_dir.hpp"
+
+namespace {
+
+namespace q2 = quillon2;
+
+constexpr int k_rounds = 30;
+constexpr int k_directories = 8;
+constexpr int k_files = 6;
+
+class TreeWalkRace : public q2test::temp_dir_test {
+ protected:
+  std::string file(std::string const& name) const { return m_dir.file(name); }
+  q2::path_t at(std::string const& name) const {
+    return q2::path_t(kesmet2::utf8_to_utf16(file(name)));
+  }
+
+  void make_outside() const {
+    ::mkdir(file("outside").c_str(), 0777);
+    for (int i = 0; i < k_files; ++i) std::ofstream(file("outside/keep" + std::to_string(i))) << i;
+  }
+  void make_tree() const {
+    ::mkdir(file("t").c_str(), 0777);
+    for (int d = 0; d < k_directories; ++d) {
+      std::string const dir = "t/d" + std::to_string(d);
+      ::mkdir(file(dir).c_str(), 0777);
+      for (int i = 0; i < k_files; ++i) std::ofstream(file(dir + "/f" + std::to_string(i))) << i;
+    }
+    ::mkdir(file("t/victim").c_str(), 0777);
+    std::ofstream(file("t/victim/mine")) << "mine";
+  }
+  int outside_files_left() const {
+    int left = 0;
+    struct stat st;
+    for (int i = 0; i < k_files; ++i) {
+      left += ::stat(file("outside/keep" + std::to_string(i)).c_str(), &st) == 0;
+    }
+    return left;
+  }
+
+  // Runs `walk` while a second thread swaps t/victim for a link to outside and back.
+  template <class Walk>
+  void race(Walk walk) {
+    std::atomic<bool> stop{false};
+    boost::barrier start(2);
+    std::string const victim = file("t/victim");
+    std::string const parked = file("t/parked");
+    std::string const outside = file("outside");
+    std::thread swapper([&] {
+      start.wait();
+      while (!stop.load()) {
+        // Errors are expected once the walk has taken things away.
+        if (::rename(victim.c_str(), parked.c_str()) == 0) {
+          if (::symlink(outside.c_str(), victim.c_str()) == 0) ::unlink(victim.c_str());
+          ::rename(parked.c_str(), victim.c_str());
+        } else {
+          ::symlink(outside.c_str(), victim.c_str());
+          ::unlink(victim.c_str());
+        }
+      }
+    });
+    start.wait();
+    walk();
+    stop.store(true);
+    swapper.join();
+  }
+};
+
+TEST_F(TreeWalkRace, RemovalNeverLeavesTheTree) {
+  make_outside();
+  for (int round = 0; round < k_rounds; ++round) {
+    make_tree();
+    race([&] { q2::remove_directory(at("t"), true); });
+    ASSERT_EQ(k_files, outside_files_left()) << "in round " << round;
+    // Clear what the race left, with nothing swapping now.
+    ::unlink(file("t/victim").c_str());
+    q2::remove_directory(at("t"), true);
+  }
+}
+
+TEST_F(TreeWalkRace, CopyNeverTakesWhatIsOutside) {
+  make_outside();
+  make_tree();
+  for (int round = 0; round < k_rounds; ++round) {
+    std::string const target = "copy" + std::to_string(round);
+    race([&] { q2::copy_directory(at("t"), at(target)); });
+    // A followed link would have brought the outside files along as files.
+    EXPECT_TRUE(q2::find_files(at(target), L"*keep*", true).empty()) << "in round " << round;
+    q2::remove_directory(at(target), true);
+    ASSERT_EQ(k_files, outside_files_left());
+  }
+}
+
+}  // namespace
