@@ -1,0 +1,487 @@
+// The visitor that writes the attribute form: events build a tree of tags, and libxml2's
+// text writer prints the tree.
+//
+// A tree is needed because a bag's values and its object pointers come interleaved while
+// an element's attributes must all precede its children, because a value may replace an
+// earlier one of the same name, and because the namespace declarations on the document
+// element depend on the whole document.
+//
+// The tree is flat: tags and attributes live in vectors and refer to each other by index,
+// and all their texts live in one character arena, already escaped and checked, so that
+// building costs few allocations and printing hands the writer finished text. Printing
+// walks the tree without recursion.
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <libxml/xmlwriter.h>
+
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag_visitor.hpp>
+
+#include "core/das/include/attribute_form.hpp"
+#include "core/das/include/das_assert.hpp"
+#include "core/das/include/xml_file_io.hpp"
+#include "core/das/include/xml_safety.hpp"
+#include "core/das/include/xml_tag_writer.hpp"
+#include "core/miscellaneous/include/logging.hpp"
+
+namespace quillon2 {
+
+namespace {
+
+constexpr int k_success = 1;
+constexpr int k_general_failure = 0x40000001;
+constexpr std::uint32_t k_none = 0xFFFFFFFFu;
+// From this many attributes on, a tag finds its attributes through a hash index.
+constexpr std::uint32_t k_indexed_attributes = 12;
+
+xmlChar const* xml_text(char const* text) { return reinterpret_cast<xmlChar const*>(text); }
+
+bool has_forbidden_character(char const* name) {
+  return std::strpbrk(name, " </>") != nullptr;
+}
+
+// A name split at ":": with exactly two parts the first is the prefix.
+void split_qualified(char const* name, std::size_t length, char const*& prefix,
+                     std::size_t& prefix_length, char const*& local, std::size_t& local_length) {
+  prefix = nullptr;
+  prefix_length = 0;
+  local = name;
+  local_length = length;
+  char const* colon = static_cast<char const*>(std::memchr(name, ':', length));
+  if (colon == nullptr) return;
+  char const* after = colon + 1;
+  if (std::memchr(after, ':', static_cast<std::size_t>(name + length - after)) != nullptr) return;
+  prefix = name;
+  prefix_length = static_cast<std::size_t>(colon - name);
+  local = after;
+  local_length = static_cast<std::size_t>(name + length - after);
+}
+
+}  // namespace
+
+// One element in the making.
+struct xml_tag_t {
+  struct text_t {
+    std::size_t offset = 0;
+    std::uint32_t size = 0;
+  };
+  std::uint32_t parent = k_none;
+  std::uint32_t first_child = k_none;
+  std::uint32_t last_child = k_none;
+  std::uint32_t next_sibling = k_none;
+  std::uint32_t first_attribute = k_none;
+  std::uint32_t last_attribute = k_none;
+  std::uint32_t attribute_count = 0;
+  std::uint32_t depth = 1;
+  text_t prefix;
+  text_t name;
+  text_t text;  // escaped element content
+  bool hidden = false;
+};
+
+struct xml_attribute_t {
+  xml_tag_t::text_t qualified_name;  // "prefix:name", zero-terminated in the arena
+  xml_tag_t::text_t value;           // escaped
+  std::uint32_t next = k_none;
+};
+
+class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
+ public:
+  visitor_variant_bag_to_string_t() { m_tags.emplace_back(); }
+
+  bool on_start_variant_bag(char const* name) override;
+  bool on_end_variant_bag() override;
+  bool on_start_pointer(char const* name, char const* type_id, char const* ptr_type) override;
+  bool on_end_pointer() override;
+  bool on_variant(char const* name, variant_t const& value) override;
+  int to_xml_string(KESMET_2_18::strings::ustring8& out) override;
+  int to_xml_file(wchar_t const* file_name, char const* encoding) override;
+
+ private:
+  using text_t = xml_tag_t::text_t;
+
+  bool have_current() const {
+    if (m_current != k_none) return true;
+    Q2_DAS_ASSERT_TEXT("m_current_tag_ptr");
+    return false;
+  }
+  text_t store(char const* text, std::size_t length, bool terminate) {
+    text_t ref;
+    ref.offset = m_chars.size();
+    ref.size = static_cast<std::uint32_t>(length);
+    m_chars.append(text, length);
+    if (terminate) m_chars.push_back('\0');
+    return ref;
+  }
+  char const* chars(text_t ref) const { return m_chars.data() + ref.offset; }
+  void mark_used(char const* prefix, std::size_t length) {
+    int const row = internal::namespace_row_of(prefix, length);
+    if (row >= 0) m_used |= 1u << row;
+  }
+  void set_attribute(std::uint32_t tag_index, char const* qualified_name, std::size_t name_length,
+                     char const* value, std::size_t value_length);
+  std::uint32_t find_attribute(std::uint32_t tag_index, char const* qualified_name,
+                               std::size_t name_length) const;
+  std::string qualified_tag_name(xml_tag_t const& tag) const;
+  std::uint32_t first_visible(std::uint32_t index) const {
+    while (index != k_none && m_tags[index].hidden) index = m_tags[index].next_sibling;
+    return index;
+  }
+  bool open_tag(xmlTextWriterPtr writer, std::uint32_t index);
+  int write_document(xmlTextWriterPtr writer, char const* encoding);
+  int print(std::string& out, char const* encoding, bool cut_declaration);
+
+  std::vector<xml_tag_t> m_tags;
+  std::vector<xml_attribute_t> m_attributes;
+  std::string m_chars;
+  // Hash indexes of the tags with many attributes, by tag.
+  std::unordered_map<std::uint32_t, std::unordered_map<std::string, std::uint32_t>> m_indexes;
+  std::uint32_t m_current = 0;
+  std::uint32_t m_used = 0;  // the rows of the namespace table that were used
+  std::string m_scratch;
+  std::string m_name;
+};
+
+bool visitor_variant_bag_to_string_t::on_start_variant_bag(char const* name) {
+  if (!have_current()) return false;
+  if (name == nullptr || *name == '\0' || has_forbidden_character(name)) return false;
+  std::size_t const length = std::strlen(name);
+  bool const hidden = name[0] == '#';
+  if (!hidden && (length > internal::k_max_name_bytes || !internal::is_xml_name_utf8(name, length))) {
+    return false;
+  }
+  std::uint32_t index = m_current;
+  if (m_tags[index].name.size != 0) {
+    if (m_tags[index].depth >= internal::k_max_element_depth) return false;
+    std::uint32_t const child = static_cast<std::uint32_t>(m_tags.size());
+    m_tags.emplace_back();
+    xml_tag_t& tag = m_tags.back();
+    xml_tag_t& parent = m_tags[index];
+    tag.parent = index;
+    tag.depth = parent.depth + 1;
+    tag.hidden = parent.hidden;
+    if (parent.last_child == k_none) {
+      parent.first_child = child;
+    } else {
+      m_tags[parent.last_child].next_sibling = child;
+    }
+    parent.last_child = child;
+    index = m_current = child;
+  }
+  char const* prefix;
+  std::size_t prefix_length;
+  char const* local;
+  std::size_t local_length;
+  split_qualified(name, length, prefix, prefix_length, local, local_length);
+  xml_tag_t& tag = m_tags[index];
+  tag.hidden = tag.hidden || hidden || (local_length != 0 && local[0] == '#');
+  if (prefix_length != 0) {
+    mark_used(prefix, prefix_length);
+    tag.prefix = store(prefix, prefix_length, false);
+  }
+  tag.name = store(local, local_length, false);
+  return true;
+}
+
+bool visitor_variant_bag_to_string_t::on_end_variant_bag() {
+  if (!have_current()) return false;
+  m_current = m_tags[m_current].parent;
+  return true;
+}
+
+bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char const* type_id,
+                                                       char const* ptr_type) {
+  if (!on_start_variant_bag(name)) return false;
+  static char const k_pointer[] = "pointer";
+  xml_tag_t& tag = m_tags[m_current];
+  tag.prefix = store(k_pointer, sizeof k_pointer - 1, false);
+  char const* texts[2] = {type_id != nullptr ? type_id : "", ptr_type != nullptr ? ptr_type : ""};
+  static char const* const k_names[2] = {"pointer:type_id", "pointer:ptr_type"};
+  for (int i = 0; i < 2; ++i) {
+    std::size_t const length = std::strlen(texts[i]);
+    if (!internal::is_xml_text_utf8(texts[i], length)) return false;
+    m_scratch.clear();
+    internal::append_escaped_attribute_utf8(m_scratch, texts[i], length);
+    if (m_scratch.size() > internal::k_max_attribute_bytes) return false;
+    set_attribute(m_current, k_names[i], std::strlen(k_names[i]), m_scratch.data(),
+                  m_scratch.size());
+  }
+  return true;
+}
+
+bool visitor_variant_bag_to_string_t::on_end_pointer() { return on_end_variant_bag(); }
+
+bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t const& value) {
+  if (!have_current()) return false;
+  if (name == nullptr) name = "";
+  if (has_forbidden_character(name)) return false;
+  std::size_t const length = std::strlen(name);
+
+  internal::value_text_t text;
+  m_scratch.clear();
+  internal::get_type_and_value_as_string(value, text, m_scratch);
+  char const* prefix = text.prefix;
+  std::size_t prefix_length = text.prefix_length;
+  char const* local = name;
+  std::size_t local_length = length;
+  if (prefix_length == 0) {
+    split_qualified(name, length, prefix, prefix_length, local, local_length);
+  }
+  if (prefix_length != 0) mark_used(prefix, prefix_length);
+
+  if (local_length == 0) {
+    // The text of the element, which takes the value's prefix unless it has one.
+    if (text.wide != nullptr) {
+      m_scratch.clear();
+      std::size_t utf8_bytes = 0;
+      if (!internal::append_escaped_xml_text(m_scratch, text.wide, utf8_bytes)) return false;
+    }
+    xml_tag_t& tag = m_tags[m_current];
+    if (tag.prefix.size == 0 && prefix_length != 0) {
+      tag.prefix = store(prefix, prefix_length, false);
+    }
+    tag.text = store(m_scratch.data(), m_scratch.size(), false);
+    return true;
+  }
+  if (name[0] == '#' || local[0] == '#') return true;  // hidden entries are not written
+
+  m_name.clear();
+  if (prefix_length != 0) m_name.append(prefix, prefix_length).push_back(':');
+  m_name.append(local, local_length);
+  if (m_name.size() > internal::k_max_name_bytes ||
+      !internal::is_xml_name_utf8(m_name.data(), m_name.size())) {
+    return false;
+  }
+  if (text.wide != nullptr) {
+    m_scratch.clear();
+    if (!internal::append_escaped_attribute(m_scratch, text.wide)) return false;
+    if (m_scratch.size() > internal::k_max_attribute_bytes) return false;
+  }
+  set_attribute(m_current, m_name.data(), m_name.size(), m_scratch.data(), m_scratch.size());
+  return true;
+}
+
+std::uint32_t visitor_variant_bag_to_string_t::find_attribute(std::uint32_t tag_index,
+                                                              char const* qualified_name,
+                                                              std::size_t name_length) const {
+  xml_tag_t const& tag = m_tags[tag_index];
+  if (tag.attribute_count >= k_indexed_attributes) {
+    auto const index = m_indexes.find(tag_index);
+    if (index == m_indexes.end()) return k_none;
+    auto const found = index->second.find(std::string(qualified_name, name_length));
+    return found != index->second.end() ? found->second : k_none;
+  }
+  for (std::uint32_t a = tag.first_attribute; a != k_none; a = m_attributes[a].next) {
+    text_t const name = m_attributes[a].qualified_name;
+    if (name.size == name_length && std::memcmp(chars(name), qualified_name, name_length) == 0) {
+      return a;
+    }
+  }
+  return k_none;
+}
+
+void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index,
+                                                    char const* qualified_name,
+                                                    std::size_t name_length, char const* value,
+                                                    std::size_t value_length) {
+  std::uint32_t const existing = find_attribute(tag_index, qualified_name, name_length);
+  if (existing != k_none) {
+    // A later value of the same name keeps the attribute's place.
+    m_attributes[existing].value = store(value, value_length, false);
+    return;
+  }
+  auto const index = static_cast<std::uint32_t>(m_attributes.size());
+  m_attributes.emplace_back();
+  m_attributes.back().qualified_name = store(qualified_name, name_length, true);
+  m_attributes.back().value = store(value, value_length, false);
+  xml_tag_t& tag = m_tags[tag_index];
+  if (tag.last_attribute == k_none) {
+    tag.first_attribute = index;
+  } else {
+    m_attributes[tag.last_attribute].next = index;
+  }
+  tag.last_attribute = index;
+  ++tag.attribute_count;
+  if (tag.attribute_count == k_indexed_attributes) {
+    auto& names = m_indexes[tag_index];
+    for (std::uint32_t a = tag.first_attribute; a != k_none; a = m_attributes[a].next) {
+      text_t const name = m_attributes[a].qualified_name;
+      names.emplace(std::string(chars(name), name.size), a);
+    }
+  } else if (tag.attribute_count > k_indexed_attributes) {
+    m_indexes[tag_index].emplace(std::string(qualified_name, name_length), index);
+  }
+}
+
+std::string visitor_variant_bag_to_string_t::qualified_tag_name(xml_tag_t const& tag) const {
+  std::string name;
+  if (tag.prefix.size != 0) name.append(chars(tag.prefix), tag.prefix.size).push_back(':');
+  name.append(chars(tag.name), tag.name.size);
+  return name;
+}
+
+bool visitor_variant_bag_to_string_t::open_tag(xmlTextWriterPtr writer, std::uint32_t index) {
+  xml_tag_t const& tag = m_tags[index];
+  m_name.clear();
+  if (tag.prefix.size != 0) m_name.append(chars(tag.prefix), tag.prefix.size).push_back(':');
+  m_name.append(chars(tag.name), tag.name.size);
+  // An empty name is refused by the writer itself; a name made of parts that are each
+  // fine can still be none as a whole (":1" split into "" and "1").
+  if (!m_name.empty() && !internal::is_xml_name_utf8(m_name.data(), m_name.size())) return false;
+  if (xmlTextWriterStartElement(writer, xml_text(m_name.c_str())) < 0) return false;
+  if (index == 0) {
+    internal::namespace_row_t const* rows = internal::namespace_table();
+    for (std::size_t row = 0; row < internal::namespace_table_size(); ++row) {
+      if ((m_used & (1u << row)) == 0) continue;
+      m_name.assign("xmlns:").append(rows[row].prefix, rows[row].prefix_length);
+      if (xmlTextWriterWriteAttribute(writer, xml_text(m_name.c_str()), xml_text(rows[row].uri)) <
+          0) {
+        return false;
+      }
+    }
+  }
+  for (std::uint32_t a = tag.first_attribute; a != k_none; a = m_attributes[a].next) {
+    xml_attribute_t const& attribute = m_attributes[a];
+    if (xmlTextWriterStartAttribute(writer, xml_text(chars(attribute.qualified_name))) < 0) {
+      return false;
+    }
+    if (attribute.value.size != 0 &&
+        xmlTextWriterWriteRawLen(writer, xml_text(chars(attribute.value)),
+                                 static_cast<int>(attribute.value.size)) < 0) {
+      return false;
+    }
+    if (xmlTextWriterEndAttribute(writer) < 0) return false;
+  }
+  if (tag.text.size != 0 &&
+      xmlTextWriterWriteRawLen(writer, xml_text(chars(tag.text)), static_cast<int>(tag.text.size)) <
+          0) {
+    return false;
+  }
+  return true;
+}
+
+int visitor_variant_bag_to_string_t::write_document(xmlTextWriterPtr writer,
+                                                    char const* encoding) {
+  if (xmlTextWriterSetIndent(writer, 1) < 0 ||
+      xmlTextWriterStartDocument(writer, nullptr, encoding, nullptr) < 0) {
+    return k_general_failure;
+  }
+  if (m_tags[0].hidden) return k_general_failure;
+  std::uint32_t index = 0;
+  if (!open_tag(writer, index)) return k_general_failure;
+  for (;;) {
+    std::uint32_t const child = first_visible(m_tags[index].first_child);
+    if (child != k_none) {
+      index = child;
+      if (!open_tag(writer, index)) return k_general_failure;
+      continue;
+    }
+    // Close this tag and the ancestors that have no further children.
+    for (;;) {
+      if (xmlTextWriterEndElement(writer) < 0) return k_general_failure;
+      if (index == 0) {
+        return xmlTextWriterEndDocument(writer) < 0 ? k_general_failure : k_success;
+      }
+      std::uint32_t const sibling = first_visible(m_tags[index].next_sibling);
+      if (sibling != k_none) {
+        index = sibling;
+        if (!open_tag(writer, index)) return k_general_failure;
+        break;
+      }
+      index = m_tags[index].parent;
+    }
+  }
+}
+
+int visitor_variant_bag_to_string_t::print(std::string& out, char const* encoding,
+                                           bool cut_declaration) {
+  internal::ensure_xml_safety();
+  struct sink_t {
+    std::string* out;
+    bool cut;
+    bool failed;
+  } sink{&out, cut_declaration, false};
+  out.clear();
+  out.reserve(m_chars.size() + m_chars.size() / 2 + 64 * m_tags.size());
+  // libxml2 hands its buffer over in chunks; the declaration stands in the first one, so
+  // it is cut while the text is still short.
+  auto const write = [](void* context, char const* data, int size) -> int {
+    auto* s = static_cast<sink_t*>(context);
+    try {
+      s->out->append(data, static_cast<std::size_t>(size));
+      if (s->cut) {
+        std::size_t const end = s->out->find("?>");
+        if (end != std::string::npos) {
+          s->out->erase(0, end + 2);
+          s->cut = false;
+        }
+      }
+      return size;
+    } catch (std::exception const&) {
+      s->failed = true;
+      return -1;
+    }
+  };
+  auto const close = [](void*) -> int { return 0; };
+  xmlOutputBufferPtr output = xmlOutputBufferCreateIO(write, close, &sink, nullptr);
+  if (output == nullptr) return k_general_failure;
+  xmlTextWriterPtr writer = xmlNewTextWriter(output);  // owns `output` from here on
+  if (writer == nullptr) {
+    xmlOutputBufferClose(output);
+    return k_general_failure;
+  }
+  int result = write_document(writer, encoding);
+  xmlFreeTextWriter(writer);  // flushes what is left
+  if (sink.failed) result = k_general_failure;
+  return result;
+}
+
+int visitor_variant_bag_to_string_t::to_xml_string(KESMET_2_18::strings::ustring8& out) {
+  // The declaration is cut, so the document needs no encoding in it: without one the
+  // writer prints UTF-8 directly instead of passing it through a converter.
+  return print(out, nullptr, true);
+}
+
+int visitor_variant_bag_to_string_t::to_xml_file(wchar_t const* file_name, char const* encoding) {
+  if (file_name == nullptr) return k_general_failure;
+  std::string bytes;
+  if (print(bytes, encoding, false) != k_success) return k_general_failure;
+  internal::atomic_file_writer_t file;
+  if (!file.open(internal::native_file_name(file_name)) || !file.write(bytes.data(), bytes.size()) ||
+      !file.commit()) {
+    std::wstring why;
+    internal::append_utf8_as_wide(why, file.why().data(), file.why().size());
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot write an XML file " << file_name << L": " << why);
+    return k_general_failure;
+  }
+  return k_success;
+}
+
+sptr_t<variant_bag_visitor_to_xml_t> create_visitor_to_xml(char const* root_path) {
+  sptr_t<variant_bag_visitor_to_xml_t> visitor(
+      new ref_counted_t<visitor_variant_bag_to_string_t, mt_ref_count_impl_t>());
+  if (root_path != nullptr) internal::open_root_path(*visitor, root_path);
+  return visitor;
+}
+
+bool internal::open_root_path(variant_bag_visitor_t& visitor, char const* root_path) {
+  std::string step;
+  for (char const* p = root_path;; ++p) {
+    if (*p == '.' || *p == '\0') {
+      if (!visitor.on_start_variant_bag(step.c_str())) return false;
+      if (*p == '\0') return true;
+      step.clear();
+    } else {
+      step.push_back(*p);
+    }
+  }
+}
+
+}  // namespace quillon2
