@@ -2,6 +2,9 @@
 //
 // The namespace table is a constant: it needs no building on first use and no lock, and
 // its order is the order of the declarations on a document element.
+#include <charconv>
+#include <cmath>
+#include <limits>
 #include <cstring>
 #include <string>
 
@@ -10,6 +13,7 @@
 
 #include "core/das/include/attribute_form.hpp"
 #include "core/das/include/das_assert.hpp"
+#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_safety.hpp"
 
@@ -106,24 +110,6 @@ long next_code_point(char const* text, std::size_t length, std::size_t& i) {
   return c;
 }
 
-inline void put_utf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
-
 // The reference that stands for an ASCII character in an attribute value, or null for
 // one that stands as it is.
 inline char const* attribute_reference(char32_t c) {
@@ -143,17 +129,37 @@ inline char const* attribute_reference(char32_t c) {
 // in a document at all: a table, since this runs over every character of every text.
 struct ascii_classes_t {
   bool special[128] = {};
+  bool name_start[128] = {};
+  bool name[128] = {};
   constexpr ascii_classes_t() {
     for (int c = 0; c < 0x20; ++c) special[c] = true;
     special[static_cast<int>('&')] = true;
     special[static_cast<int>('<')] = true;
     special[static_cast<int>('>')] = true;
     special[static_cast<int>('"')] = true;
+    for (int c = 'a'; c <= 'z'; ++c) name_start[c] = true;
+    for (int c = 'A'; c <= 'Z'; ++c) name_start[c] = true;
+    name_start[static_cast<int>('_')] = true;
+    name_start[static_cast<int>(':')] = true;
+    for (int c = 0; c < 128; ++c) name[c] = name_start[c];
+    for (int c = '0'; c <= '9'; ++c) name[c] = true;
+    name[static_cast<int>('-')] = true;
+    name[static_cast<int>('.')] = true;
   }
 };
 constexpr ascii_classes_t k_ascii;
 
+// The text-layer parser of floating-point text, with a fast road for the plain numbers
+// that a save writes: where from_chars reads the whole text, strtod reads the same value.
+double parse_double_text(char const* text, std::size_t length) {
+  double value = 0;
+  auto const result = std::from_chars(text, text + length, value, std::chars_format::general);
+  if (result.ec == std::errc() && result.ptr == text + length && length != 0) return value;
+  return KESMET_2_18::generic::convert::str_to_double(std::string(text, length));
+}
+
 void set_prefix(value_text_t& out, int row) {
+  out.row = row;
   out.prefix = k_namespaces[row].prefix;
   out.prefix_length = k_namespaces[row].prefix_length;
 }
@@ -284,7 +290,7 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
   }
   switch (kind) {
     case prefix_kind_t::none:
-      out = wide_variant_from_utf8(text, length);
+      out = wide_text_variant(text, length);
       return true;
     case prefix_kind_t::boolean:
       if (equals(text, length, "true", 4) || equals(text, length, "1", 1)) {
@@ -320,11 +326,19 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
     case prefix_kind_t::u64:
       out = variant_t(static_cast<u64_t>(str_to_uint64(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::single:
-      out = variant_t(str_to_float(std::string(text, length)));
+    case prefix_kind_t::single: {
+      double const value = parse_double_text(text, length);
+      // As the text layer's float parser does: beyond the range of float is infinite.
+      float const infinity = std::numeric_limits<float>::infinity();
+      if (std::isfinite(value) && std::fabs(value) > std::numeric_limits<float>::max()) {
+        out = variant_t(value > 0 ? infinity : -infinity);
+      } else {
+        out = variant_t(static_cast<float>(value));
+      }
       return true;
+    }
     case prefix_kind_t::dbl:
-      out = variant_t(str_to_double(std::string(text, length)));
+      out = variant_t(parse_double_text(text, length));
       return true;
     case prefix_kind_t::null:
       out = variant_t();
@@ -335,24 +349,81 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
   return false;
 }
 
-bool append_escaped_attribute(std::string& out, wchar_t const* text) {
-  if (text == nullptr) return true;
-  for (; *text != L'\0'; ++text) {
-    auto const c = static_cast<char32_t>(*text);
+variant_t wide_text_variant(char const* text, std::size_t length) {
+  auto const* s = reinterpret_cast<unsigned char const*>(text);
+  // Well-formed UTF-8 gives one unit for each byte that does not continue a sequence.
+  std::size_t units = 0;
+  for (std::size_t i = 0; i < length; ++i) units += (s[i] & 0xC0) != 0x80 ? 1 : 0;
+  variant_t value;
+  variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
+  auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
+  if (out == nullptr) return variant_t(L"", false);
+  wchar_t* const end = out + units;
+  std::size_t i = 0;
+  while (i < length) {
+    if (i + 8 <= length) {
+      std::uint64_t word;
+      std::memcpy(&word, s + i, sizeof word);
+      if ((word & 0x8080808080808080ull) == 0) {
+        for (int k = 0; k < 8; ++k) out[k] = static_cast<wchar_t>(s[i + k]);
+        out += 8;
+        i += 8;
+        continue;
+      }
+    }
+    unsigned char const b = s[i];
+    if (b < 0x80) {
+      *out++ = static_cast<wchar_t>(b);
+      ++i;
+      continue;
+    }
+    // Every unit written stands for a distinct lead byte, so the count above bounds the
+    // writes; anything malformed goes to the general decoder, which replaces it.
+    long const c = next_code_point(text, length, i);
+    if (c < 0) return wide_variant_from_utf8(text, length);
+    *out++ = static_cast<wchar_t>(c);
+  }
+  if (out != end) return wide_variant_from_utf8(text, length);
+  *out = L'\0';
+  return value;
+}
+
+long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out) {
+  char* const start = out;
+  for (std::size_t i = 0; i < length; ++i) {
+    auto const c = static_cast<char32_t>(text[i]);
     if (c < 0x80) {
       if (!k_ascii.special[c]) {
-        out.push_back(static_cast<char>(c));
+        *out++ = static_cast<char>(c);
         continue;
       }
       char const* reference = attribute_reference(c);
-      if (reference == nullptr) return false;  // a control character
-      out += reference;
+      if (reference == nullptr) return -1;  // a control character
+      if (!attribute && (c == '\t' || c == '\n')) {
+        *out++ = static_cast<char>(c);  // content keeps its tabs and line ends
+        continue;
+      }
+      std::size_t const n = std::strlen(reference);
+      std::memcpy(out, reference, n);
+      out += n;
       continue;
     }
-    if (!is_xml_char(c)) return false;
-    put_utf8(out, c);
+    if (!is_xml_char(c)) return -1;
+    if (c < 0x800) {
+      *out++ = static_cast<char>(0xC0 | (c >> 6));
+      *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      *out++ = static_cast<char>(0xE0 | (c >> 12));
+      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      *out++ = static_cast<char>(0xF0 | (c >> 18));
+      *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    }
   }
-  return true;
+  return static_cast<long>(out - start);
 }
 
 void append_escaped_attribute_utf8(std::string& out, char const* text, std::size_t length) {
@@ -378,6 +449,15 @@ bool is_xml_text_utf8(char const* text, std::size_t length) {
 
 bool is_xml_name_utf8(char const* text, std::size_t length) {
   if (text == nullptr || length == 0) return false;
+  // Names are nearly always ASCII: a table decides those.
+  auto const* bytes = reinterpret_cast<unsigned char const*>(text);
+  if (bytes[0] < 0x80) {
+    if (!k_ascii.name_start[bytes[0]]) return false;
+    std::size_t i = 1;
+    while (i < length && bytes[i] < 0x80 && k_ascii.name[bytes[i]]) ++i;
+    if (i == length) return true;
+    if (bytes[i] < 0x80) return false;
+  }
   std::size_t i = 0;
   bool first = true;
   while (i < length) {

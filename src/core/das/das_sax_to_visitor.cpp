@@ -39,6 +39,7 @@ namespace {
 constexpr int k_success = 1;
 constexpr int k_general_failure = 0x40000001;
 // Substitute entities, no error output, compact nodes.
+char const k_no_prefix[] = "";
 constexpr int k_read_options =
     XML_PARSE_NOENT | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
 
@@ -125,10 +126,19 @@ class sax_to_visitor_t {
     std::string text;
   };
   struct attribute_t {
-    char const* prefix;  // "" when there is none
+    char const* prefix;  // k_no_prefix when there is none
     char const* name;
     char const* value;
     std::size_t length;
+    internal::prefix_kind_t kind;
+    bool skipped;  // "xmlns" and "pointer" attributes give no value
+  };
+  // What a prefix means, found once for each of the parser's dictionary strings.
+  struct prefix_info_t {
+    char const* prefix = nullptr;
+    internal::prefix_kind_t kind = internal::prefix_kind_t::none;
+    bool is_pointer = false;
+    bool skipped = false;
   };
 
   static void start_element(void* context, xmlChar const* localname, xmlChar const* prefix,
@@ -139,6 +149,22 @@ class sax_to_visitor_t {
   static void characters(void* context, xmlChar const* text, int length);
   static xmlEntityPtr get_entity(void*, xmlChar const* name) {
     return xmlGetPredefinedEntity(name);
+  }
+
+  prefix_info_t info_of(char const* prefix) {
+    for (prefix_info_t const& info : m_prefixes) {
+      if (info.prefix == prefix) return info;
+    }
+    prefix_info_t info;
+    info.prefix = prefix;
+    std::size_t const length = std::strlen(prefix);
+    info.kind = internal::prefix_kind(prefix, length);
+    info.is_pointer = std::strcmp(prefix, "pointer") == 0;
+    info.skipped = info.is_pointer || std::strcmp(prefix, "xmlns") == 0;
+    // Documents use a handful of prefixes; a flood of them only makes this a cache.
+    if (m_prefixes.size() >= 64) m_prefixes.clear();
+    m_prefixes.push_back(info);
+    return info;
   }
 
   bool is_active() const {
@@ -178,6 +204,7 @@ class sax_to_visitor_t {
   std::vector<frame_t> m_frames;  // frames beyond m_depth are kept for their text buffers
   std::size_t m_depth = 0;
   std::vector<attribute_t> m_attributes;
+  std::vector<prefix_info_t> m_prefixes;
   std::string m_name;
   std::string m_type_id;
   std::string m_ptr_type;
@@ -224,22 +251,28 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
   }
   if (!is_active() || m_visitor == nullptr) return;
 
-  std::size_t const prefix_length = prefix != nullptr ? std::strlen(prefix) : 0;
-  frame.kind = internal::prefix_kind(prefix, prefix_length);
-  frame.is_pointer = prefix_length == 7 && std::memcmp(prefix, "pointer", 7) == 0;
+  prefix_info_t const element = info_of(prefix != nullptr ? prefix : k_no_prefix);
+  frame.kind = element.kind;
+  frame.is_pointer = element.is_pointer;
 
-  // The attributes in the order of their prefix and name.
+  // The attributes in the order of their prefix and name. The parser's names are
+  // dictionary strings, so equal prefixes are nearly always equal pointers.
   m_attributes.clear();
   for (int i = 0; i < count; ++i) {
     xmlChar const** a = attributes + 5 * i;
-    m_attributes.push_back(attribute_t{a[1] != nullptr ? text_of(a[1]) : "", text_of(a[0]),
-                                       text_of(a[3]), static_cast<std::size_t>(a[4] - a[3])});
+    prefix_info_t const info = info_of(a[1] != nullptr ? text_of(a[1]) : k_no_prefix);
+    m_attributes.push_back(attribute_t{info.prefix, text_of(a[0]), text_of(a[3]),
+                                       static_cast<std::size_t>(a[4] - a[3]), info.kind,
+                                       info.skipped});
   }
   if (m_attributes.size() > 1) {
     std::sort(m_attributes.begin(), m_attributes.end(),
               [](attribute_t const& x, attribute_t const& y) {
-                int const by_prefix = std::strcmp(x.prefix, y.prefix);
-                return by_prefix != 0 ? by_prefix < 0 : std::strcmp(x.name, y.name) < 0;
+                if (x.prefix != y.prefix) {
+                  int const by_prefix = std::strcmp(x.prefix, y.prefix);
+                  if (by_prefix != 0) return by_prefix < 0;
+                }
+                return std::strcmp(x.name, y.name) < 0;
               });
   }
 
@@ -248,13 +281,13 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
       m_type_id.clear();
       m_ptr_type.clear();
       for (attribute_t const& a : m_attributes) {
-        if (std::strcmp(a.prefix, "pointer") != 0) continue;
+        if (!a.skipped || std::strcmp(a.prefix, "pointer") != 0) continue;
         if (std::strcmp(a.name, "type_id") == 0) m_type_id.assign(a.value, a.length);
         if (std::strcmp(a.name, "ptr_type") == 0) m_ptr_type.assign(a.value, a.length);
       }
       if (m_type_id.empty()) Q2_DAS_ASSERT_TEXT("!type_id.empty()");
       m_visitor->on_start_pointer(localname, m_type_id.c_str(), m_ptr_type.c_str());
-    } else if (prefix_length == 0 || internal::is_type_prefix(frame.kind)) {
+    } else if (prefix == nullptr || internal::is_type_prefix(frame.kind)) {
       m_visitor->on_start_variant_bag(localname);
     } else {
       m_visitor->on_start_variant_bag(qualified(prefix, localname));
@@ -262,14 +295,13 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
   }
 
   for (attribute_t const& a : m_attributes) {
-    if (std::strcmp(a.prefix, "xmlns") == 0 || std::strcmp(a.prefix, "pointer") == 0) continue;
-    internal::prefix_kind_t const kind = internal::prefix_kind(a.prefix, std::strlen(a.prefix));
+    if (a.skipped) continue;
     variant_t value;
-    if (internal::variant_from_prefixed_text(value, kind, a.value, a.length)) {
+    if (internal::variant_from_prefixed_text(value, a.kind, a.value, a.length)) {
       m_visitor->on_variant(a.name, value);
     } else {
       m_visitor->on_variant(qualified(a.prefix, a.name),
-                            internal::wide_variant_from_utf8(a.value, a.length));
+                            internal::wide_text_variant(a.value, a.length));
     }
   }
 }
@@ -292,7 +324,7 @@ void sax_to_visitor_t::on_end() {
     variant_t value;
     if (!internal::variant_from_prefixed_text(value, frame.kind, text.data() + begin,
                                               end - begin)) {
-      value = internal::wide_variant_from_utf8(text.data() + begin, end - begin);
+      value = internal::wide_text_variant(text.data() + begin, end - begin);
     }
     m_visitor->on_variant("", value);
   }

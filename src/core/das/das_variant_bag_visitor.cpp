@@ -3,7 +3,9 @@
 //
 // Both keep their nesting on explicit stacks, so that neither the depth of a bag in
 // memory nor the nesting of a stream of events reaches the depth of the call stack.
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <cwchar>
 #include <deque>
 #include <exception>
@@ -31,7 +33,11 @@ bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
 // UTF-8 of a wide name into a buffer that is reused from call to call.
 char const* utf8_of(std::string& buffer, wchar_t const* text) {
   buffer.clear();
-  if (text != nullptr) internal::append_wide_as_utf8(buffer, text, std::wcslen(text));
+  if (text == nullptr) return buffer.c_str();
+  for (; *text != L'\0' && static_cast<std::uint32_t>(*text) < 0x80; ++text) {
+    buffer.push_back(static_cast<char>(*text));
+  }
+  if (*text != L'\0') internal::append_wide_as_utf8(buffer, text, std::wcslen(text));
   return buffer.c_str();
 }
 
@@ -66,15 +72,12 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
 
   struct frame_t {
     variant_bag_t const* bag = nullptr;
-    variant_bag_t object_data;  // what a pointer's object saved, when the frame is one
-    bool is_pointer = false;
+    std::unique_ptr<variant_bag_t> object_data;  // what a pointer's object saved
     bool values_done = false;
     variant_bag_t::const_iterator_t<variant_t> values;
     variant_bag_t::const_iterator_t<variant_bag_t> children;
   };
-  // A deque keeps every frame (and the bag that a pointer frame owns) in place while
-  // frames are pushed above it.
-  std::deque<frame_t> stack(1);
+  std::vector<frame_t> stack(1);
   stack.back().bag = &bag;
   stack.back().values = bag.begin<variant_t>();
   stack.back().children = bag.begin<variant_bag_t>();
@@ -85,22 +88,21 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
   variant_bag_visitor_t& events = *visitor;
 
   while (!stack.empty()) {
-    frame_t& frame = stack.back();
-    if (!frame.values_done) {
-      bool descended = false;
-      while (!frame.values.at_end()) {
-        wchar_t const* entry_name = frame.values.get_name();
-        variant_t const& value = frame.values.get_value();
+    frame_t* frame = &stack.back();
+    if (!frame->values_done) {
+      std::unique_ptr<variant_bag_t> object_data;
+      for (; !frame->values.at_end(); frame->values.next()) {
+        variant_t const& value = frame->values.get_value();
         if (value.get_type() != vtNotypePtr) {
           variant_t const own(value);  // the visitor gets a value of its own
-          frame.values.next();
-          if (!events.on_variant(utf8_of(name, entry_name), own)) return k_general_failure;
+          if (!events.on_variant(utf8_of(name, frame->values.get_name()), own)) {
+            return k_general_failure;
+          }
           continue;
         }
         notype_ptr_t const pointer = value.get<notype_ptr_t>();
-        frame.values.next();
         if (pointer.is_null()) {
-          if (!events.on_start_pointer(utf8_of(name, entry_name), "dasID_None",
+          if (!events.on_start_pointer(utf8_of(name, frame->values.get_name()), "dasID_None",
                                        utf8_of(ptr_type, get_name_from_id(pointer.get_ptr_type()))) ||
               !events.on_end_pointer()) {
             return k_general_failure;
@@ -110,11 +112,8 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         sptr_t<serializable_object_interface_t> object;
         int result = pointer.get_serializable_object(object);
         if (is_failure(result)) return result;
-        stack.emplace_back();
-        frame_t& inner = stack.back();
-        inner.is_pointer = true;
-        inner.bag = &inner.object_data;
-        result = object->save(inner.object_data);
+        object_data.reset(new variant_bag_t());
+        result = object->save(*object_data);
         if (is_failure(result)) return result;
         utf8_of(type_id, pointer.get_obj_type_as_string());
         if (pointer.get_ptr_type() != pointer.get_object_type()) {
@@ -122,22 +121,29 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         } else {
           ptr_type = type_id;
         }
-        if (!events.on_start_pointer(utf8_of(name, entry_name), type_id.c_str(),
+        if (!events.on_start_pointer(utf8_of(name, frame->values.get_name()), type_id.c_str(),
                                      ptr_type.c_str())) {
           return k_general_failure;
         }
-        inner.values = inner.object_data.begin<variant_t>();
-        inner.children = inner.object_data.begin<variant_bag_t>();
-        descended = true;
+        frame->values.next();
         break;
       }
-      if (descended) continue;
-      frame.values_done = true;
+      if (object_data) {
+        // The object's bag is walked next, as a frame of its own.
+        stack.emplace_back();
+        frame_t& inner = stack.back();
+        inner.bag = object_data.get();
+        inner.values = object_data->begin<variant_t>();
+        inner.children = object_data->begin<variant_bag_t>();
+        inner.object_data = std::move(object_data);
+        continue;
+      }
+      frame->values_done = true;
     }
-    if (!frame.children.at_end()) {
-      wchar_t const* entry_name = frame.children.get_name();
-      variant_bag_t const& child = frame.children.get_value();
-      frame.children.next();
+    if (!frame->children.at_end()) {
+      wchar_t const* entry_name = frame->children.get_name();
+      variant_bag_t const& child = frame->children.get_value();
+      frame->children.next();
       if (!events.on_start_variant_bag(utf8_of(name, entry_name))) return k_general_failure;
       stack.emplace_back();
       frame_t& inner = stack.back();
@@ -146,7 +152,7 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
       inner.children = child.begin<variant_bag_t>();
       continue;
     }
-    bool const was_pointer = frame.is_pointer;
+    bool const was_pointer = frame->object_data != nullptr;
     stack.pop_back();
     if (stack.empty()) break;
     if (!(was_pointer ? events.on_end_pointer() : events.on_end_variant_bag())) {
@@ -167,7 +173,8 @@ class variant_bag_builder_t : public variant_bag_visitor_t {
   explicit variant_bag_builder_t(variant_bag_t& target) : m_current(&target) { target.clear(); }
 
   bool on_start_variant_bag(char const* name) override {
-    variant_bag_t& child = m_current->add_variant_bag(wide_of(m_name, name), variant_bag_t());
+    static variant_bag_t const empty;
+    variant_bag_t& child = m_current->add_variant_bag(wide_of(m_name, name), empty);
     m_levels.push_back(level_t{m_current, false});
     m_current = &child;
     return true;

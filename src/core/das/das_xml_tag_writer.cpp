@@ -12,6 +12,7 @@
 // walks the tree without recursion.
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 #include <exception>
 #include <memory>
 #include <string>
@@ -46,6 +47,14 @@ bool has_forbidden_character(char const* name) {
   return std::strpbrk(name, " </>") != nullptr;
 }
 
+std::uint32_t hash_of(char const* text, std::size_t length) {
+  std::uint32_t hash = 2166136261u;
+  for (std::size_t i = 0; i < length; ++i) {
+    hash = (hash ^ static_cast<unsigned char>(text[i])) * 16777619u;
+  }
+  return hash;
+}
+
 // A name split at ":": with exactly two parts the first is the prefix.
 void split_qualified(char const* name, std::size_t length, char const*& prefix,
                      std::size_t& prefix_length, char const*& local, std::size_t& local_length) {
@@ -63,12 +72,75 @@ void split_qualified(char const* name, std::size_t length, char const*& prefix,
   local_length = static_cast<std::size_t>(name + length - after);
 }
 
+// A vector that grows by blocks: elements never move, and growing copies nothing.
+template <class T>
+class block_vector_t {
+ public:
+  static constexpr std::size_t k_shift = 10;
+  static constexpr std::size_t k_block = std::size_t{1} << k_shift;
+
+  std::size_t size() const { return m_size; }
+  T& operator[](std::size_t i) { return m_blocks[i >> k_shift][i & (k_block - 1)]; }
+  T const& operator[](std::size_t i) const { return m_blocks[i >> k_shift][i & (k_block - 1)]; }
+  T& back() { return (*this)[m_size - 1]; }
+  T& emplace_back() {
+    if ((m_size & (k_block - 1)) == 0 && (m_size >> k_shift) == m_blocks.size()) {
+      m_blocks.emplace_back(new T[k_block]);
+    }
+    T& slot = (*this)[m_size++];
+    slot = T();
+    return slot;
+  }
+
+ private:
+  std::vector<std::unique_ptr<T[]>> m_blocks;
+  std::size_t m_size = 0;
+};
+
+// Texts that stay where they are put: small ones share blocks, large ones get their own.
+class text_arena_t {
+ public:
+  static constexpr std::size_t k_block = 64 * 1024;
+
+  char const* store(char const* text, std::size_t length, bool terminate) {
+    std::size_t const need = length + (terminate ? 1 : 0);
+    if (need == 0) return "";
+    char* place;
+    if (need > k_block / 8) {
+      m_large.emplace_back(new char[need]);
+      place = m_large.back().get();
+    } else {
+      if (m_left < need) {
+        m_blocks.emplace_back(new char[k_block]);
+        m_next = m_blocks.back().get();
+        m_left = k_block;
+      }
+      place = m_next;
+      m_next += need;
+      m_left -= need;
+    }
+    std::memcpy(place, text, length);
+    if (terminate) place[length] = '\0';
+    m_bytes += need;
+    return place;
+  }
+  // How many bytes were stored: a measure of the document's size.
+  std::size_t bytes() const { return m_bytes; }
+
+ private:
+  std::vector<std::unique_ptr<char[]>> m_blocks;
+  std::vector<std::unique_ptr<char[]>> m_large;
+  char* m_next = nullptr;
+  std::size_t m_left = 0;
+  std::size_t m_bytes = 0;
+};
+
 }  // namespace
 
 // One element in the making.
 struct xml_tag_t {
   struct text_t {
-    std::size_t offset = 0;
+    char const* data = "";
     std::uint32_t size = 0;
   };
   std::uint32_t parent = k_none;
@@ -82,6 +154,7 @@ struct xml_tag_t {
   text_t prefix;
   text_t name;
   text_t text;  // escaped element content
+  std::uint64_t hashes_seen = 0;  // one bit for each attribute, by its hash: a quick "new"
   bool hidden = false;
 };
 
@@ -89,6 +162,7 @@ struct xml_attribute_t {
   xml_tag_t::text_t qualified_name;  // "prefix:name", zero-terminated in the arena
   xml_tag_t::text_t value;           // escaped
   std::uint32_t next = k_none;
+  std::uint32_t hash = 0;  // of the qualified name
 };
 
 class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
@@ -113,22 +187,34 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   }
   text_t store(char const* text, std::size_t length, bool terminate) {
     text_t ref;
-    ref.offset = m_chars.size();
+    ref.data = m_chars.store(text, length, terminate);
     ref.size = static_cast<std::uint32_t>(length);
-    m_chars.append(text, length);
-    if (terminate) m_chars.push_back('\0');
     return ref;
   }
-  char const* chars(text_t ref) const { return m_chars.data() + ref.offset; }
+  static char const* chars(text_t ref) { return ref.data; }
   void mark_used(char const* prefix, std::size_t length) {
-    int const row = internal::namespace_row_of(prefix, length);
+    mark_used(internal::namespace_row_of(prefix, length));
+  }
+  void mark_used(int row) {
     if (row >= 0) m_used |= 1u << row;
+  }
+  // Escapes wide text into the reused buffer; null when XML cannot hold the text.
+  char const* escape(wchar_t const* text, bool attribute, std::size_t& length) {
+    std::size_t const units = std::wcslen(text);
+    std::size_t const need = units * internal::k_max_escaped_bytes + 1;
+    if (need > m_escape_capacity) {
+      m_escape.reset(new char[need]);
+      m_escape_capacity = need;
+    }
+    long const written = internal::escape_wide_text(text, units, attribute, m_escape.get());
+    if (written < 0) return nullptr;
+    length = static_cast<std::size_t>(written);
+    return m_escape.get();
   }
   void set_attribute(std::uint32_t tag_index, char const* qualified_name, std::size_t name_length,
                      char const* value, std::size_t value_length);
   std::uint32_t find_attribute(std::uint32_t tag_index, char const* qualified_name,
-                               std::size_t name_length) const;
-  std::string qualified_tag_name(xml_tag_t const& tag) const;
+                               std::size_t name_length, std::uint32_t hash) const;
   std::uint32_t first_visible(std::uint32_t index) const {
     while (index != k_none && m_tags[index].hidden) index = m_tags[index].next_sibling;
     return index;
@@ -137,31 +223,34 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   int write_document(xmlTextWriterPtr writer, char const* encoding);
   int print(std::string& out, char const* encoding, bool cut_declaration);
 
-  std::vector<xml_tag_t> m_tags;
-  std::vector<xml_attribute_t> m_attributes;
-  std::string m_chars;
+  block_vector_t<xml_tag_t> m_tags;
+  block_vector_t<xml_attribute_t> m_attributes;
+  text_arena_t m_chars;
   // Hash indexes of the tags with many attributes, by tag.
   std::unordered_map<std::uint32_t, std::unordered_map<std::string, std::uint32_t>> m_indexes;
   std::uint32_t m_current = 0;
   std::uint32_t m_used = 0;  // the rows of the namespace table that were used
   std::string m_scratch;
   std::string m_name;
+  std::unique_ptr<char[]> m_escape;
+  std::size_t m_escape_capacity = 0;
 };
 
 bool visitor_variant_bag_to_string_t::on_start_variant_bag(char const* name) {
   if (!have_current()) return false;
-  if (name == nullptr || *name == '\0' || has_forbidden_character(name)) return false;
+  if (name == nullptr || *name == '\0') return false;
   std::size_t const length = std::strlen(name);
   bool const hidden = name[0] == '#';
-  if (!hidden && (length > internal::k_max_name_bytes || !internal::is_xml_name_utf8(name, length))) {
+  // A name of XML holds none of " </>"; a hidden one is only tested for them.
+  if (hidden ? has_forbidden_character(name)
+             : length > internal::k_max_name_bytes || !internal::is_xml_name_utf8(name, length)) {
     return false;
   }
   std::uint32_t index = m_current;
   if (m_tags[index].name.size != 0) {
     if (m_tags[index].depth >= internal::k_max_element_depth) return false;
     std::uint32_t const child = static_cast<std::uint32_t>(m_tags.size());
-    m_tags.emplace_back();
-    xml_tag_t& tag = m_tags.back();
+    xml_tag_t& tag = m_tags.emplace_back();
     xml_tag_t& parent = m_tags[index];
     tag.parent = index;
     tag.depth = parent.depth + 1;
@@ -220,7 +309,6 @@ bool visitor_variant_bag_to_string_t::on_end_pointer() { return on_end_variant_b
 bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t const& value) {
   if (!have_current()) return false;
   if (name == nullptr) name = "";
-  if (has_forbidden_character(name)) return false;
   std::size_t const length = std::strlen(name);
 
   internal::value_text_t text;
@@ -230,27 +318,35 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
   std::size_t prefix_length = text.prefix_length;
   char const* local = name;
   std::size_t local_length = length;
+  int row = text.row;
   if (prefix_length == 0) {
     split_qualified(name, length, prefix, prefix_length, local, local_length);
+    if (prefix_length != 0) row = internal::namespace_row_of(prefix, prefix_length);
   }
-  if (prefix_length != 0) mark_used(prefix, prefix_length);
 
   if (local_length == 0) {
-    // The text of the element, which takes the value's prefix unless it has one.
+    // The text of the element, which takes the value's prefix unless it has one. A name
+    // that is nothing but a prefix must still be one that a document can hold.
+    if (has_forbidden_character(name)) return false;
+    mark_used(row);
+    char const* escaped = m_scratch.data();
+    std::size_t escaped_length = m_scratch.size();
     if (text.wide != nullptr) {
-      m_scratch.clear();
-      std::size_t utf8_bytes = 0;
-      if (!internal::append_escaped_xml_text(m_scratch, text.wide, utf8_bytes)) return false;
+      escaped = escape(text.wide, false, escaped_length);
+      if (escaped == nullptr) return false;
     }
     xml_tag_t& tag = m_tags[m_current];
     if (tag.prefix.size == 0 && prefix_length != 0) {
       tag.prefix = store(prefix, prefix_length, false);
     }
-    tag.text = store(m_scratch.data(), m_scratch.size(), false);
+    tag.text = store(escaped, escaped_length, false);
     return true;
   }
-  if (name[0] == '#' || local[0] == '#') return true;  // hidden entries are not written
+  if (name[0] == '#' || local[0] == '#') {
+    return !has_forbidden_character(name);  // hidden entries are not written
+  }
 
+  // The qualified name must be a name of XML, which also keeps out " </>".
   m_name.clear();
   if (prefix_length != 0) m_name.append(prefix, prefix_length).push_back(':');
   m_name.append(local, local_length);
@@ -258,19 +354,23 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
       !internal::is_xml_name_utf8(m_name.data(), m_name.size())) {
     return false;
   }
+  mark_used(row);
+  char const* escaped = m_scratch.data();
+  std::size_t escaped_length = m_scratch.size();
   if (text.wide != nullptr) {
-    m_scratch.clear();
-    if (!internal::append_escaped_attribute(m_scratch, text.wide)) return false;
-    if (m_scratch.size() > internal::k_max_attribute_bytes) return false;
+    escaped = escape(text.wide, true, escaped_length);
+    if (escaped == nullptr || escaped_length > internal::k_max_attribute_bytes) return false;
   }
-  set_attribute(m_current, m_name.data(), m_name.size(), m_scratch.data(), m_scratch.size());
+  set_attribute(m_current, m_name.data(), m_name.size(), escaped, escaped_length);
   return true;
 }
 
 std::uint32_t visitor_variant_bag_to_string_t::find_attribute(std::uint32_t tag_index,
                                                               char const* qualified_name,
-                                                              std::size_t name_length) const {
+                                                              std::size_t name_length,
+                                                              std::uint32_t hash) const {
   xml_tag_t const& tag = m_tags[tag_index];
+  if ((tag.hashes_seen & (std::uint64_t{1} << (hash & 63))) == 0) return k_none;
   if (tag.attribute_count >= k_indexed_attributes) {
     auto const index = m_indexes.find(tag_index);
     if (index == m_indexes.end()) return k_none;
@@ -278,8 +378,9 @@ std::uint32_t visitor_variant_bag_to_string_t::find_attribute(std::uint32_t tag_
     return found != index->second.end() ? found->second : k_none;
   }
   for (std::uint32_t a = tag.first_attribute; a != k_none; a = m_attributes[a].next) {
-    text_t const name = m_attributes[a].qualified_name;
-    if (name.size == name_length && std::memcmp(chars(name), qualified_name, name_length) == 0) {
+    xml_attribute_t const& attribute = m_attributes[a];
+    if (attribute.hash == hash && attribute.qualified_name.size == name_length &&
+        std::memcmp(attribute.qualified_name.data, qualified_name, name_length) == 0) {
       return a;
     }
   }
@@ -290,17 +391,20 @@ void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index,
                                                     char const* qualified_name,
                                                     std::size_t name_length, char const* value,
                                                     std::size_t value_length) {
-  std::uint32_t const existing = find_attribute(tag_index, qualified_name, name_length);
+  std::uint32_t const hash = hash_of(qualified_name, name_length);
+  std::uint32_t const existing = find_attribute(tag_index, qualified_name, name_length, hash);
   if (existing != k_none) {
     // A later value of the same name keeps the attribute's place.
     m_attributes[existing].value = store(value, value_length, false);
     return;
   }
   auto const index = static_cast<std::uint32_t>(m_attributes.size());
-  m_attributes.emplace_back();
-  m_attributes.back().qualified_name = store(qualified_name, name_length, true);
-  m_attributes.back().value = store(value, value_length, false);
+  xml_attribute_t& attribute = m_attributes.emplace_back();
+  attribute.qualified_name = store(qualified_name, name_length, true);
+  attribute.value = store(value, value_length, false);
+  attribute.hash = hash;
   xml_tag_t& tag = m_tags[tag_index];
+  tag.hashes_seen |= std::uint64_t{1} << (hash & 63);
   if (tag.last_attribute == k_none) {
     tag.first_attribute = index;
   } else {
@@ -312,18 +416,11 @@ void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index,
     auto& names = m_indexes[tag_index];
     for (std::uint32_t a = tag.first_attribute; a != k_none; a = m_attributes[a].next) {
       text_t const name = m_attributes[a].qualified_name;
-      names.emplace(std::string(chars(name), name.size), a);
+      names.emplace(std::string(name.data, name.size), a);
     }
   } else if (tag.attribute_count > k_indexed_attributes) {
     m_indexes[tag_index].emplace(std::string(qualified_name, name_length), index);
   }
-}
-
-std::string visitor_variant_bag_to_string_t::qualified_tag_name(xml_tag_t const& tag) const {
-  std::string name;
-  if (tag.prefix.size != 0) name.append(chars(tag.prefix), tag.prefix.size).push_back(':');
-  name.append(chars(tag.name), tag.name.size);
-  return name;
 }
 
 bool visitor_variant_bag_to_string_t::open_tag(xmlTextWriterPtr writer, std::uint32_t index) {
@@ -335,25 +432,40 @@ bool visitor_variant_bag_to_string_t::open_tag(xmlTextWriterPtr writer, std::uin
   // fine can still be none as a whole (":1" split into "" and "1").
   if (!m_name.empty() && !internal::is_xml_name_utf8(m_name.data(), m_name.size())) return false;
   if (xmlTextWriterStartElement(writer, xml_text(m_name.c_str())) < 0) return false;
+
+  // The declarations and attributes, all escaped already, go to the writer as one run:
+  // the first name opens an attribute, and the run holds its value and every further
+  // attribute whole, up to the last value, whose quote the writer closes.
+  m_scratch.clear();
+  m_name.clear();
+  auto const add = [&](char const* name, std::size_t name_length, char const* value,
+                       std::size_t value_length) {
+    if (m_name.empty()) {
+      m_name.assign(name, name_length);
+    } else {
+      m_scratch.append("\" ", 2).append(name, name_length).append("=\"", 2);
+    }
+    m_scratch.append(value, value_length);
+  };
   if (index == 0) {
     internal::namespace_row_t const* rows = internal::namespace_table();
+    std::string declaration;
     for (std::size_t row = 0; row < internal::namespace_table_size(); ++row) {
       if ((m_used & (1u << row)) == 0) continue;
-      m_name.assign("xmlns:").append(rows[row].prefix, rows[row].prefix_length);
-      if (xmlTextWriterWriteAttribute(writer, xml_text(m_name.c_str()), xml_text(rows[row].uri)) <
-          0) {
-        return false;
-      }
+      declaration.assign("xmlns:").append(rows[row].prefix, rows[row].prefix_length);
+      add(declaration.data(), declaration.size(), rows[row].uri, std::strlen(rows[row].uri));
     }
   }
   for (std::uint32_t a = tag.first_attribute; a != k_none; a = m_attributes[a].next) {
     xml_attribute_t const& attribute = m_attributes[a];
-    if (xmlTextWriterStartAttribute(writer, xml_text(chars(attribute.qualified_name))) < 0) {
-      return false;
-    }
-    if (attribute.value.size != 0 &&
-        xmlTextWriterWriteRawLen(writer, xml_text(chars(attribute.value)),
-                                 static_cast<int>(attribute.value.size)) < 0) {
+    add(attribute.qualified_name.data, attribute.qualified_name.size, attribute.value.data,
+        attribute.value.size);
+  }
+  if (!m_name.empty()) {
+    if (xmlTextWriterStartAttribute(writer, xml_text(m_name.c_str())) < 0) return false;
+    if (!m_scratch.empty() &&
+        xmlTextWriterWriteRawLen(writer, xml_text(m_scratch.data()),
+                                 static_cast<int>(m_scratch.size())) < 0) {
       return false;
     }
     if (xmlTextWriterEndAttribute(writer) < 0) return false;
@@ -408,7 +520,7 @@ int visitor_variant_bag_to_string_t::print(std::string& out, char const* encodin
     bool failed;
   } sink{&out, cut_declaration, false};
   out.clear();
-  out.reserve(m_chars.size() + m_chars.size() / 2 + 64 * m_tags.size());
+  out.reserve(m_chars.bytes() + m_chars.bytes() / 4 + 32 * m_tags.size());
   // libxml2 hands its buffer over in chunks; the declaration stands in the first one, so
   // it is cut while the text is still short.
   auto const write = [](void* context, char const* data, int size) -> int {

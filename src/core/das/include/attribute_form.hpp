@@ -44,6 +44,7 @@ constexpr std::size_t k_max_element_depth = 257;
 struct value_text_t {
   char const* prefix = nullptr;
   std::size_t prefix_length = 0;
+  int row = -1;  // the prefix's row in the namespace table
   wchar_t const* wide = nullptr;
 };
 void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std::string& text);
@@ -76,10 +77,18 @@ inline bool is_type_prefix(prefix_kind_t kind) {
 bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* text,
                                 std::size_t length);
 
-// Appends wide text in UTF-8 to `out`, escaped for an attribute value ("&", "<", ">", the
-// quotation mark, tab, line feed and carriage return become references). False when the
-// text holds a character that XML cannot hold; `out` is then partly extended.
-bool append_escaped_attribute(std::string& out, wchar_t const* text);
+// A vtWString of UTF-8 text; malformed sequences give U+FFFD.
+variant_t wide_text_variant(char const* text, std::size_t length);
+
+// Most bytes that escape_wide_text writes for one character.
+constexpr std::size_t k_max_escaped_bytes = 6;
+
+// Writes `length` characters of wide text to `out` in UTF-8, escaped for an attribute value
+// ("&", "<", ">", the quotation mark, tab, line feed and carriage return become references)
+// or for element content (the same but tab and line feed). `out` must hold
+// k_max_escaped_bytes for each character. Returns the number of bytes written, or -1 when
+// the text holds a character that XML cannot hold.
+long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out);
 
 // Appends UTF-8 text, escaped for an attribute value, to `out`.
 void append_escaped_attribute_utf8(std::string& out, char const* text, std::size_t length);
