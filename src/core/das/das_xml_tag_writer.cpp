@@ -286,20 +286,23 @@ bool visitor_variant_bag_to_string_t::on_end_variant_bag() {
 
 bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char const* type_id,
                                                        char const* ptr_type) {
+  // The type names are checked first, so that a refused pointer leaves no element behind.
+  char const* texts[2] = {type_id != nullptr ? type_id : "", ptr_type != nullptr ? ptr_type : ""};
+  std::string escaped[2];
+  for (int i = 0; i < 2; ++i) {
+    std::size_t const length = std::strlen(texts[i]);
+    if (!internal::is_xml_text_utf8(texts[i], length)) return false;
+    internal::append_escaped_attribute_utf8(escaped[i], texts[i], length);
+    if (escaped[i].size() > internal::k_max_attribute_bytes) return false;
+  }
   if (!on_start_variant_bag(name)) return false;
   static char const k_pointer[] = "pointer";
   xml_tag_t& tag = m_tags[m_current];
   tag.prefix = store(k_pointer, sizeof k_pointer - 1, false);
-  char const* texts[2] = {type_id != nullptr ? type_id : "", ptr_type != nullptr ? ptr_type : ""};
   static char const* const k_names[2] = {"pointer:type_id", "pointer:ptr_type"};
   for (int i = 0; i < 2; ++i) {
-    std::size_t const length = std::strlen(texts[i]);
-    if (!internal::is_xml_text_utf8(texts[i], length)) return false;
-    m_scratch.clear();
-    internal::append_escaped_attribute_utf8(m_scratch, texts[i], length);
-    if (m_scratch.size() > internal::k_max_attribute_bytes) return false;
-    set_attribute(m_current, k_names[i], std::strlen(k_names[i]), m_scratch.data(),
-                  m_scratch.size());
+    set_attribute(m_current, k_names[i], std::strlen(k_names[i]), escaped[i].data(),
+                  escaped[i].size());
   }
   return true;
 }
