@@ -3,6 +3,7 @@
 // SAX reader into a builder.
 #include <cstring>
 #include <cwchar>
+#include <ios>
 #include <string>
 
 #include <quillon2/core/file_system/file_content.hpp>
@@ -58,14 +59,16 @@ int write_attribute_form(variant_bag_t const& bag, wchar_t const* root_path, std
   }
   int const result = dump_variant_bag(bag, sptr_t<variant_bag_visitor_t>(visitor));
   if (is_failure(result)) {
+    std::string why = internal::why_refused(*visitor);
+    if (why.empty()) why = "an object that cannot be saved";
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag: a name or a text that XML cannot hold, or an object that "
-           L"cannot be saved (" << result << L")");
+           L"cannot save a bag: " << wide_of(why) << L" (0x" << std::hex << result << L")");
     return result;
   }
   if (visitor->to_xml_string(out) != k_success) {
-    Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag: the XML writer failed");
+    std::string why = internal::why_refused(*visitor);
+    if (why.empty()) why = "the XML writer failed";
+    Q2_LOG(internal::main_logger(), internal::log_error, L"cannot save a bag: " << wide_of(why));
     return k_general_failure;
   }
   return k_success;

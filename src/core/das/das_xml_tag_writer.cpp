@@ -180,9 +180,15 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
  private:
   using text_t = xml_tag_t::text_t;
 
-  bool have_current() const {
+  bool refuse(char const* why, char const* name) {
+    m_why = why;
+    if (*name != '\0') m_why.append(" \"").append(name).append("\"");
+    return false;
+  }
+  bool have_current() {
     if (m_current != k_none) return true;
     Q2_DAS_ASSERT_TEXT("m_current_tag_ptr");
+    m_why = "an event after the document element was closed";
     return false;
   }
   text_t store(char const* text, std::size_t length, bool terminate) {
@@ -234,21 +240,26 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   std::string m_name;
   std::unique_ptr<char[]> m_escape;
   std::size_t m_escape_capacity = 0;
+  std::string m_why;  // why the last refused event was refused
+
+  friend std::string internal::why_refused(variant_bag_visitor_to_xml_t const& visitor);
 };
 
 bool visitor_variant_bag_to_string_t::on_start_variant_bag(char const* name) {
   if (!have_current()) return false;
-  if (name == nullptr || *name == '\0') return false;
+  if (name == nullptr || *name == '\0') return refuse("an element without a name", "");
   std::size_t const length = std::strlen(name);
   bool const hidden = name[0] == '#';
   // A name of XML holds none of " </>"; a hidden one is only tested for them.
   if (hidden ? has_forbidden_character(name)
              : length > internal::k_max_name_bytes || !internal::is_xml_name_utf8(name, length)) {
-    return false;
+    return refuse("a bag name that XML cannot hold", name);
   }
   std::uint32_t index = m_current;
   if (m_tags[index].name.size != 0) {
-    if (m_tags[index].depth >= internal::k_max_element_depth) return false;
+    if (m_tags[index].depth >= internal::k_max_element_depth) {
+      return refuse("bags nested deeper than a document may be, at", name);
+    }
     std::uint32_t const child = static_cast<std::uint32_t>(m_tags.size());
     xml_tag_t& tag = m_tags.emplace_back();
     xml_tag_t& parent = m_tags[index];
@@ -291,9 +302,14 @@ bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char co
   std::string escaped[2];
   for (int i = 0; i < 2; ++i) {
     std::size_t const length = std::strlen(texts[i]);
-    if (!internal::is_xml_text_utf8(texts[i], length)) return false;
+    if (!internal::is_xml_text_utf8(texts[i], length) ||
+        length > internal::k_max_attribute_bytes) {
+      return refuse("an object type name that XML cannot hold, of", name != nullptr ? name : "");
+    }
     internal::append_escaped_attribute_utf8(escaped[i], texts[i], length);
-    if (escaped[i].size() > internal::k_max_attribute_bytes) return false;
+    if (escaped[i].size() > internal::k_max_attribute_bytes) {
+      return refuse("an object type name too long for a document, of", name != nullptr ? name : "");
+    }
   }
   if (!on_start_variant_bag(name)) return false;
   static char const k_pointer[] = "pointer";
@@ -330,13 +346,13 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
   if (local_length == 0) {
     // The text of the element, which takes the value's prefix unless it has one. A name
     // that is nothing but a prefix must still be one that a document can hold.
-    if (has_forbidden_character(name)) return false;
+    if (has_forbidden_character(name)) return refuse("a value name that XML cannot hold", name);
     mark_used(row);
     char const* escaped = m_scratch.data();
     std::size_t escaped_length = m_scratch.size();
     if (text.wide != nullptr) {
       escaped = escape(text.wide, false, escaped_length);
-      if (escaped == nullptr) return false;
+      if (escaped == nullptr) return refuse("a text with characters that XML cannot hold", "");
     }
     xml_tag_t& tag = m_tags[m_current];
     if (tag.prefix.size == 0 && prefix_length != 0) {
@@ -345,8 +361,8 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
     tag.text = store(escaped, escaped_length, false);
     return true;
   }
-  if (name[0] == '#' || local[0] == '#') {
-    return !has_forbidden_character(name);  // hidden entries are not written
+  if (name[0] == '#' || local[0] == '#') {  // hidden entries are not written
+    return has_forbidden_character(name) ? refuse("a value name that XML cannot hold", name) : true;
   }
 
   // The qualified name must be a name of XML, which also keeps out " </>".
@@ -355,14 +371,17 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
   m_name.append(local, local_length);
   if (m_name.size() > internal::k_max_name_bytes ||
       !internal::is_xml_name_utf8(m_name.data(), m_name.size())) {
-    return false;
+    return refuse("a value name that XML cannot hold", name);
   }
   mark_used(row);
   char const* escaped = m_scratch.data();
   std::size_t escaped_length = m_scratch.size();
   if (text.wide != nullptr) {
     escaped = escape(text.wide, true, escaped_length);
-    if (escaped == nullptr || escaped_length > internal::k_max_attribute_bytes) return false;
+    if (escaped == nullptr) return refuse("a text with characters that XML cannot hold in", name);
+    if (escaped_length > internal::k_max_attribute_bytes) {
+      return refuse("a text too long for a document in", name);
+    }
   }
   set_attribute(m_current, m_name.data(), m_name.size(), escaped, escaped_length);
   return true;
@@ -433,7 +452,9 @@ bool visitor_variant_bag_to_string_t::open_tag(xmlTextWriterPtr writer, std::uin
   m_name.append(chars(tag.name), tag.name.size);
   // An empty name is refused by the writer itself; a name made of parts that are each
   // fine can still be none as a whole (":1" split into "" and "1").
-  if (!m_name.empty() && !internal::is_xml_name_utf8(m_name.data(), m_name.size())) return false;
+  if (!m_name.empty() && !internal::is_xml_name_utf8(m_name.data(), m_name.size())) {
+    return refuse("an element name that XML cannot hold", m_name.c_str());
+  }
   if (xmlTextWriterStartElement(writer, xml_text(m_name.c_str())) < 0) return false;
 
   // The declarations and attributes, all escaped already, go to the writer as one run:
@@ -584,6 +605,11 @@ sptr_t<variant_bag_visitor_to_xml_t> create_visitor_to_xml(char const* root_path
       new ref_counted_t<visitor_variant_bag_to_string_t, mt_ref_count_impl_t>());
   if (root_path != nullptr) internal::open_root_path(*visitor, root_path);
   return visitor;
+}
+
+std::string internal::why_refused(variant_bag_visitor_to_xml_t const& visitor) {
+  auto const* writer = dynamic_cast<visitor_variant_bag_to_string_t const*>(&visitor);
+  return writer != nullptr ? writer->m_why : std::string();
 }
 
 bool internal::open_root_path(variant_bag_visitor_t& visitor, char const* root_path) {
