@@ -57,9 +57,8 @@ void error_translate_ours(benchmark::State& state) {
   error_code_t cause = error_code_t::raise(error::IsNot.Valid.Argument(g_name));
   int depth = 0;
   for (auto _ : state) {
-    error_code_t const translated =
-        cause.translate(error::FailedTo.Read.The.Archive(), "quillon2::read_archive", __FILE__,
-                        __LINE__);
+    error_code_t const translated = cause.translate(error::FailedTo.Read.The.Archive(),
+                                                    "quillon2::read_archive", __FILE__, __LINE__);
     benchmark::DoNotOptimize(translated.pass());
     if (++depth == 256) {  // keeps the list short at the cost of one raise in 256
       cause = error_code_t::raise(error::IsNot.Valid.Argument(g_name));
@@ -101,8 +100,8 @@ BENCHMARK(error_translate_throw_nested)->Name("error_translate/throw_nested");
 void error_print_ours(benchmark::State& state) {
   error_code_t const first = error_code_t::raise(error::IsNot.Valid.Argument(g_name),
                                                  "quillon2::check_name", __FILE__, __LINE__);
-  error_code_t const second = first.translate(error::FailedTo.Read.Full.Data(), nullptr,
-                                              nullptr, 0);
+  error_code_t const second =
+      first.translate(error::FailedTo.Read.Full.Data(), nullptr, nullptr, 0);
   error_code_t const third = second.translate(error::FailedTo.Open.The.Archive(g_name),
                                               "quillon2::open_archive", __FILE__, __LINE__);
   for (auto _ : state) {

@@ -47,11 +47,10 @@ class assert_recorder_t {
     static std::vector<assert_report_t> reports;
     return reports;
   }
-  static void record(char const* condition, char const* file, unsigned line,
-                     char const* function) {
+  static void record(char const* condition, char const* file, unsigned line, char const* function) {
     std::lock_guard<std::mutex> lock(mutex());
-    store().push_back({condition ? condition : "", file ? file : "", line,
-                       function ? function : ""});
+    store().push_back(
+        {condition ? condition : "", file ? file : "", line, function ? function : ""});
   }
 
   quillon2::internal::assert_hook_t m_previous;

@@ -1,5 +1,4 @@
-// Captures the library's assertion reports for the life of a scope, so that a test can
-// check which conditions were reported.
+// Captures the library's assertion reports while it lives, for tests to inspect.
 #pragma once
 
 #include <mutex>
@@ -12,38 +11,36 @@ namespace q2test {
 
 class captured_asserts_t {
  public:
-  captured_asserts_t() {
-    {
-      std::lock_guard<std::mutex> guard(mutex());
-      storage().clear();
-    }
-    m_previous = quillon2::internal::set_assert_hook(&record);
-  }
+  captured_asserts_t() : m_previous(quillon2::internal::set_assert_hook(&record)) {}
   ~captured_asserts_t() { quillon2::internal::set_assert_hook(m_previous); }
-  captured_asserts_t(captured_asserts_t const&) = delete;
-  captured_asserts_t& operator=(captured_asserts_t const&) = delete;
 
-  // The conditions reported so far, in order.
+  // The conditions reported since this object was made, in order.
   std::vector<std::string> conditions() const {
-    std::lock_guard<std::mutex> guard(mutex());
-    return storage();
+    std::lock_guard<std::mutex> guard(state().mutex);
+    return state().conditions;
   }
 
  private:
-  static void record(char const* condition, char const*, unsigned, char const*) {
-    std::lock_guard<std::mutex> guard(mutex());
-    storage().push_back(condition);
-  }
-  static std::mutex& mutex() {
-    static std::mutex m;
-    return m;
-  }
-  static std::vector<std::string>& storage() {
-    static std::vector<std::string> s;
+  struct state_t {
+    std::mutex mutex;
+    std::vector<std::string> conditions;
+  };
+  static state_t& state() {
+    static state_t s;
     return s;
   }
+  static void record(char const* condition, char const*, unsigned, char const*) {
+    std::lock_guard<std::mutex> guard(state().mutex);
+    state().conditions.push_back(condition);
+  }
 
-  quillon2::internal::assert_hook_t m_previous = nullptr;
+  struct cleared_t {
+    cleared_t() {
+      std::lock_guard<std::mutex> guard(state().mutex);
+      state().conditions.clear();
+    }
+  } m_cleared;  // made before the hook is set
+  quillon2::internal::assert_hook_t m_previous;
 };
 
 }  // namespace q2test

@@ -132,7 +132,8 @@ class CheckTest : public ::testing::Test {
 std::wstring CheckTest::s_saved;
 
 bool ends_with(std::string const& text, std::string const& tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 TEST_F(CheckTest, RaiseRecordsTheFunctionFileAndLine) {
@@ -171,7 +172,8 @@ TEST_F(CheckTest, MessageShowsConditionErrorAndPosition) {
             compose_check_message("ok", "error::IsNot.Valid.Size", "", "f.cpp", 1, nullptr));
   EXPECT_EQ(" ':'\n(0): \n", compose_check_message(nullptr, nullptr, "", nullptr, 0, nullptr));
   // Malformed UTF-8 in the text shows as U+FFFD.
-  EXPECT_EQ("c 'e:a\xEF\xBF\xBD'\nf(2): g\n", compose_check_message("c", "e", "a\xFF", "f", 2, "g"));
+  EXPECT_EQ("c 'e:a\xEF\xBF\xBD'\nf(2): g\n",
+            compose_check_message("c", "e", "a\xFF", "f", 2, "g"));
 }
 
 TEST_F(CheckTest, PassingCheckChangesNothing) {

@@ -22,8 +22,8 @@ using error::error_object_t;
 using error::error_type_t;
 
 // The packed form of a code from the word positions of the tables.
-constexpr std::uint32_t packed(std::uint32_t type, std::uint32_t action,
-                               std::uint32_t description, std::uint32_t object) {
+constexpr std::uint32_t packed(std::uint32_t type, std::uint32_t action, std::uint32_t description,
+                               std::uint32_t object) {
   return type | action << 2 | description << 9 | object << 18;
 }
 
@@ -96,7 +96,7 @@ TEST(ErrorGrammar, CodesFollowTheBitLayout) {
 
 // Every word of every table, at its place in the tree, gives the field of the same name.
 TEST(ErrorGrammar, EveryActionNamesItsOwnField) {
-#define CHECK_ACTION(word)                                                              \
+#define CHECK_ACTION(word)                                                             \
   EXPECT_STREQ(#word, error::action_word(error::FailedTo.word.The.File.get_action())); \
   EXPECT_EQ(error_action_t::word, error::FailedTo.word.Any.Action.get_action());
   QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)
@@ -104,9 +104,8 @@ TEST(ErrorGrammar, EveryActionNamesItsOwnField) {
 }
 
 TEST(ErrorGrammar, EveryDescriptionNamesItsOwnField) {
-#define CHECK_DESCRIPTION(word)                                                            \
-  EXPECT_STREQ(#word,                                                                      \
-               error::description_word(error::IsNot.word.Action.get_description()));      \
+#define CHECK_DESCRIPTION(word)                                                             \
+  EXPECT_STREQ(#word, error::description_word(error::IsNot.word.Action.get_description())); \
   EXPECT_EQ(error_desc_t::word, error::FailedTo.Write.word.Wrapper.get_description());
   QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
   QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)
@@ -114,9 +113,9 @@ TEST(ErrorGrammar, EveryDescriptionNamesItsOwnField) {
 }
 
 TEST(ErrorGrammar, EveryObjectNamesItsOwnField) {
-#define CHECK_OBJECT(word)                                                               \
-  EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object()));          \
-  EXPECT_EQ(error_object_t::word, error::FailedTo.Process.Last.word.get_object());     \
+#define CHECK_OBJECT(word)                                                         \
+  EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object()));     \
+  EXPECT_EQ(error_object_t::word, error::FailedTo.Process.Last.word.get_object()); \
   EXPECT_EQ(error_type_t::FailedTo, error::FailedTo.Process.Last.word.get_type());
   QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)
 #undef CHECK_OBJECT
@@ -149,9 +148,8 @@ TEST(ErrorGrammar, CodeMasksEachFieldToItsWidth) {
   EXPECT_EQ(error::FailedTo.Read.Full.Data, exact);
   EXPECT_EQ("", exact.text);
 
-  error::code_t const masked =
-      error::code(error_type_t{5}, error_action_t{0x80 | 2}, error_desc_t{0x200 | 7},
-                  error_object_t{0xFFFFFFFF});
+  error::code_t const masked = error::code(error_type_t{5}, error_action_t{0x80 | 2},
+                                           error_desc_t{0x200 | 7}, error_object_t{0xFFFFFFFF});
   EXPECT_EQ(packed(1, 2, 7, 0x1FF), masked.value());
   EXPECT_EQ(0u, masked.zero);
 }
@@ -314,26 +312,28 @@ TEST_F(ErrorCodeTest, EachThreadHasItsOwnList) {
 // --- Printing --------------------------------------------------------------------------
 
 TEST_F(ErrorCodeTest, PrintsTheSentence) {
-  EXPECT_EQ("f: FailedTo Open File(a.txt)",
-            error_code_t(error_code_t::raise(error::FailedTo.Open.The.File(L"a.txt"), "f"))
-                .as_string(1));
+  EXPECT_EQ(
+      "f: FailedTo Open File(a.txt)",
+      error_code_t(error_code_t::raise(error::FailedTo.Open.The.File(L"a.txt"), "f")).as_string(1));
   EXPECT_EQ("IsNot Valid Argument",
             error_code_t(error_code_t::raise(error::IsNot.Valid.Argument)).as_string(1));
-  EXPECT_EQ("FailedTo Execute This Operation",
-            error_code_t(error_code_t::raise(error::FailedTo.Execute.This.Operation())).as_string(1));
+  EXPECT_EQ(
+      "FailedTo Execute This Operation",
+      error_code_t(error_code_t::raise(error::FailedTo.Execute.This.Operation())).as_string(1));
   EXPECT_EQ("FailedTo Join Thread Array",
             error_code_t(error_code_t::raise(error::FailedTo.Join.Thread.Array())).as_string(1));
   EXPECT_EQ("FailedTo Any Action",
             error_code_t(error_code_t::raise(error::FailedTo.A.Any.Action())).as_string(1));
   EXPECT_EQ("IsNot Action",
             error_code_t(error_code_t::raise(error::IsNot.The.Action())).as_string(1));
-  EXPECT_EQ(L"IsNot Valid Path(gr\u00FC\u00DF)",
-            error_code_t(error_code_t::raise(error::IsNot.Valid.Path(L"gr\u00FC\u00DF"))).toString(1));
+  EXPECT_EQ(
+      L"IsNot Valid Path(gr\u00FC\u00DF)",
+      error_code_t(error_code_t::raise(error::IsNot.Valid.Path(L"gr\u00FC\u00DF"))).toString(1));
 }
 
 TEST_F(ErrorCodeTest, PrintsIndexesPastTheTablesAsNumbers) {
-  error::code_t const odd = error::code(error_type_t{3}, error_action_t{100},
-                                        error_desc_t{300}, error_object_t{134});
+  error::code_t const odd =
+      error::code(error_type_t{3}, error_action_t{100}, error_desc_t{300}, error_object_t{134});
   EXPECT_EQ("3 100 300 last", error_code_t(error_code_t::raise(odd)).as_string(1));
 }
 
@@ -341,8 +341,8 @@ class ErrorChainPrinting : public ErrorCodeTest {
  protected:
   void SetUp() override {
     ErrorCodeTest::SetUp();
-    error_code_t const a = error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::check",
-                                               "check.cpp", 10);
+    error_code_t const a =
+        error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::check", "check.cpp", 10);
     error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(), nullptr, nullptr, 0);
     m_top = b.translate(error::FailedTo.Open.The.Archive("z.zip"), "ns::open", "zip.cpp", 30);
   }
@@ -432,8 +432,10 @@ TEST_F(ErrorCodeTest, AThrownCodeIsCaughtAsItsBase) {
 TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
   error::container_t carried;
   std::thread raiser([&carried] {
-    error_code_t const a = error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::f", "f.cpp", 3);
-    error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(L"\u00E9"), "ns::g", "g.cpp", 4);
+    error_code_t const a =
+        error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::f", "f.cpp", 3);
+    error_code_t const b =
+        a.translate(error::FailedTo.Read.Full.Data(L"\u00E9"), "ns::g", "g.cpp", 4);
     carried.set(b);
     error_code_t::raise(error::FailedTo.Stop.Thread.Array());  // the original chain goes
   });
@@ -447,7 +449,8 @@ TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
   EXPECT_EQ(error::IsNot.Valid.Argument, *rebuilt.pass()->cause);
   EXPECT_EQ(nullptr, rebuilt.pass()->cause->cause);
   // get() may be asked again; each time the chain is raised afresh.
-  EXPECT_EQ(rebuilt.as_string(1), carried.get().as_string(1));
+  std::string const first_text = rebuilt.as_string(1);
+  EXPECT_EQ(first_text, carried.get().as_string(1));  // `rebuilt` is gone from here on
 }
 
 TEST_F(ErrorCodeTest, ContainerOfOkOrFalseHoldsNothing) {

@@ -34,3 +34,25 @@ TEST(BagDepth, VeryDeepBagsNeverExhaustTheStack) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(BagDepth, MergeAndSubtractWalkDeepBags) {
+  constexpr int depth = 200000;
+  std::wstring path;
+  for (int i = 0; i < depth; ++i) path += L"a.";
+  path += L"leaf";
+  variant_bag_t leaf;
+  leaf.put(L"v", variant_t(1));
+  variant_bag_t source;
+  path_accessor_t(source).add_variant_bag(path.c_str(), leaf);
+  variant_bag_t destination;
+  merge(destination, source);
+  EXPECT_TRUE(destination == source);
+  merge(destination, source);
+  EXPECT_TRUE(destination == source);
+  EXPECT_TRUE(subtract(destination, source));
+  EXPECT_TRUE(destination.is_empty());
+}
+
+}  // namespace

@@ -151,6 +151,21 @@ TEST(BagSubtract, DifferencesAndMissingEntriesAreReported) {
   EXPECT_FALSE(subtract(destination, only_values));
 }
 
+TEST(BagSubtract, RepeatedChildrenAreTakenInTurn) {
+  variant_bag_t destination;
+  destination.add_variant_bag(L"c", variant_bag_t()).put(L"x", variant_t(1));
+  destination.add_variant_bag(L"c", variant_bag_t()).put(L"x", variant_t(2));
+  destination.add_variant_bag(L"c", variant_bag_t()).put(L"x", variant_t(3));
+  variant_bag_t source;
+  source.add_variant_bag(L"c", variant_bag_t()).put(L"x", variant_t(1));
+  source.add_variant_bag(L"c", variant_bag_t()).put(L"x", variant_t(2));
+  EXPECT_TRUE(subtract(destination, source));
+  ASSERT_EQ(destination.count<variant_bag_t>(L"c"), 1u);
+  EXPECT_EQ(destination.get<variant_bag_t>(L"c")->get<variant_t>(L"x")->get<s32_t>(), 3);
+  source.add_variant_bag(L"c", variant_bag_t()).put(L"x", variant_t(9));
+  EXPECT_FALSE(subtract(destination, source));
+}
+
 TEST(BagSubtract, HiddenEntriesTakeNoPart) {
   variant_bag_t destination;
   destination.put(L"#tag_name", variant_t(L"mine"));

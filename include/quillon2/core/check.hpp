@@ -43,8 +43,7 @@ QUILLON2_API std::string compose_check_message(char const* condition, char const
 // The work of a failed check: log, assert when `assert_too`, then raise `code`.
 QUILLON2_API error::code_t const* check_failed(char const* condition, char const* expression,
                                                error::code_t const& code, char const* function,
-                                               char const* file, unsigned line,
-                                               bool assert_too);
+                                               char const* file, unsigned line, bool assert_too);
 
 namespace {
 // One setting for each source file, read at its first failed check. A check inside an
@@ -62,11 +61,11 @@ namespace ql2 = quillon2;
 
 // The qualified name of the enclosing function, worked out once for each place it is
 // used and kept for the life of the process.
-#define QUILLON_FUNCTION_NAME                                                              \
-  ([](char const* quillon2_signature) noexcept -> char const* {                            \
-    static char const* const quillon2_name =                                               \
-        ::quillon2::internal::qualified_function_name(quillon2_signature);                 \
-    return quillon2_name;                                                                  \
+#define QUILLON_FUNCTION_NAME                                              \
+  ([](char const* quillon2_signature) noexcept -> char const* {            \
+    static char const* const quillon2_name =                               \
+        ::quillon2::internal::qualified_function_name(quillon2_signature); \
+    return quillon2_name;                                                  \
   }(__PRETTY_FUNCTION__))
 
 #define QUILLON_RAISE(code) \
@@ -75,8 +74,9 @@ namespace ql2 = quillon2;
 #define QUILLON_TRANSLATE(previous, code) \
   (previous).translate((code), QUILLON_FUNCTION_NAME, __FILE__, __LINE__)
 
-// The texts are made here rather than in the helper below, so that they show the
-// condition and the error as written, before any macro in them is expanded.
+// The shared body of the two checks. They pass the condition and the error expression
+// already turned into text, so that the texts show them as written, before any macro
+// inside them is expanded.
 #define QUILLON2_CHECK_FAILED(condition_text, expression_text, error_expression)          \
   ::quillon2::internal::check_failed(condition_text, expression_text, (error_expression), \
                                      QUILLON_FUNCTION_NAME, __FILE__, __LINE__,           \
@@ -89,10 +89,10 @@ namespace ql2 = quillon2;
     }                                                                                \
   } while (false)
 
-#define QUILLON_CHECK_THROW(condition, error_expression)                             \
-  do {                                                                               \
-    if (!(condition)) {                                                              \
-      throw ::quillon2::exception(                                                   \
-          QUILLON2_CHECK_FAILED(#condition, #error_expression, error_expression));   \
-    }                                                                                \
+#define QUILLON_CHECK_THROW(condition, error_expression)                           \
+  do {                                                                             \
+    if (!(condition)) {                                                            \
+      throw ::quillon2::exception(                                                 \
+          QUILLON2_CHECK_FAILED(#condition, #error_expression, error_expression)); \
+    }                                                                              \
   } while (false)

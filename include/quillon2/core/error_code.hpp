@@ -51,8 +51,8 @@ class QUILLON2_API code_base_t {
 
   // The packed 32-bit form.
   constexpr std::uint32_t value() const noexcept {
-    return (type << type_shift) | (action << action_shift) |
-           (description << description_shift) | (object << object_shift);
+    return (type << type_shift) | (action << action_shift) | (description << description_shift) |
+           (object << object_shift);
   }
   constexpr error_type_t get_type() const noexcept { return static_cast<error_type_t>(type); }
   constexpr error_action_t get_action() const noexcept {
@@ -259,10 +259,10 @@ class QUILLON2_API container_t {
   container_t() noexcept = default;
   container_t(container_t&& other) noexcept : m_ptr(other.m_ptr) { other.m_ptr = nullptr; }
   container_t& operator=(container_t&& other) noexcept;
-  virtual ~container_t();
 
   virtual void set(error_code_t const& code);
   virtual error_code_t get() const;
+  virtual ~container_t();
 
  protected:
   // A copy never shares the holder of the original.

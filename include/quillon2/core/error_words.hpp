@@ -12,6 +12,7 @@
 
 #include <quillon2/export.hpp>
 
+// clang-format off
 // Actions, index 0 first. Action 0, "A", names no action and is not printed.
 #define QUILLON2_ERROR_ACTION_WORDS(X) \
   X(A) X(Access) X(Add) X(Attach) X(Attribute) X(Block) X(Calculate) X(Call) X(Change) \
@@ -53,6 +54,7 @@
   X(Selection) X(Sequence) X(Site) X(Situation) X(Size) X(Snapshot) X(Space) X(State) \
   X(Stream) X(String) X(Syntax) X(System) X(Table) X(Target) X(Text) X(Thread) X(Time) \
   X(Tree) X(Type) X(Unit) X(User) X(Value) X(View) X(Window) X(Wrapper)
+// clang-format on
 
 #define QUILLON2_ERROR_ENUMERATOR(word) word,
 
@@ -67,7 +69,7 @@ enum class error_action_t : std::uint32_t {
 
 enum class error_desc_t : std::uint32_t {
   QUILLON2_ERROR_ADJECTIVE_WORDS(QUILLON2_ERROR_ENUMERATOR)
-  QUILLON2_ERROR_OBJECT_WORDS(QUILLON2_ERROR_ENUMERATOR) last
+      QUILLON2_ERROR_OBJECT_WORDS(QUILLON2_ERROR_ENUMERATOR) last
 };
 
 enum class error_object_t : std::uint32_t {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include <quillon2/core/assert.hpp>
@@ -32,6 +33,12 @@ class smart_pointer_t {
   // Shares the object. A copy of a pointer that has an object but no count gets a
   // count of its own.
   smart_pointer_t(smart_pointer_t const& other) : m_ptr(other.m_ptr), m_count(other.m_count) {
+    if (m_ptr != nullptr && m_count == nullptr) m_count = new u32_t(0);
+    if (m_count != nullptr) ++*m_count;
+  }
+  // Shares the object of a pointer to a derived class, by the same rules.
+  template <class U, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
+  smart_pointer_t(smart_pointer_t<U> const& other) : m_ptr(other.m_ptr), m_count(other.m_count) {
     if (m_ptr != nullptr && m_count == nullptr) m_count = new u32_t(0);
     if (m_count != nullptr) ++*m_count;
   }
@@ -67,6 +74,9 @@ class smart_pointer_t {
   u32_t const* get_count() const noexcept { return m_count; }
 
  private:
+  template <class U>
+  friend class smart_pointer_t;
+
   void drop() noexcept {
     if (m_ptr == nullptr || m_count == nullptr || *m_count == 0) return;
     if (--*m_count != 0) return;

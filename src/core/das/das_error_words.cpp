@@ -12,17 +12,15 @@ namespace {
 
 char const* const g_type_words[] = {"IsNot", "FailedTo", "last"};
 char const* const g_action_words[] = {QUILLON2_ERROR_ACTION_WORDS(QUILLON2_ERROR_WORD_TEXT) "last"};
-char const* const g_description_words[] = {
-    QUILLON2_ERROR_ADJECTIVE_WORDS(QUILLON2_ERROR_WORD_TEXT)
-        QUILLON2_ERROR_OBJECT_WORDS(QUILLON2_ERROR_WORD_TEXT) "last"};
+char const* const g_description_words[] = {QUILLON2_ERROR_ADJECTIVE_WORDS(
+    QUILLON2_ERROR_WORD_TEXT) QUILLON2_ERROR_OBJECT_WORDS(QUILLON2_ERROR_WORD_TEXT) "last"};
 char const* const g_object_words[] = {QUILLON2_ERROR_OBJECT_WORDS(QUILLON2_ERROR_WORD_TEXT) "last"};
 
 #undef QUILLON2_ERROR_WORD_TEXT
 
 static_assert(std::size(g_type_words) == static_cast<std::size_t>(error_type_t::last) + 1);
 static_assert(std::size(g_action_words) == static_cast<std::size_t>(error_action_t::last) + 1);
-static_assert(std::size(g_description_words) ==
-              static_cast<std::size_t>(error_desc_t::last) + 1);
+static_assert(std::size(g_description_words) == static_cast<std::size_t>(error_desc_t::last) + 1);
 static_assert(std::size(g_object_words) == static_cast<std::size_t>(error_object_t::last) + 1);
 
 template <class Enum, std::size_t N>

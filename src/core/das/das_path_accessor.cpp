@@ -1,6 +1,9 @@
 // path_accessor_t and the bag algebra: merge and subtract.
 #include <cwchar>
+#include <deque>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <quillon2/das/path_accessor.hpp>
 #include <quillon2/das/type_factory.hpp>
@@ -86,19 +89,30 @@ variant_bag_t::const_iterator_t<variant_bag_t> path_accessor_t::begin_by_name(
   return const_cast<path_accessor_t*>(this)->begin_by_name(path);
 }
 
+// Both operations walk the source with explicit work lists, so that the depth of the
+// bags is bounded by memory rather than by the stack.
+
 void merge(variant_bag_t& destination, variant_bag_t const& source) {
   if (overlaps(destination, source)) {
     variant_bag_t const copy(source);
     merge(destination, copy);
     return;
   }
-  for (auto it = source.begin<variant_t>(); !it.at_end(); it.next())
-    destination.put<variant_t>(it.get_name(), it.get_value());
-  for (auto it = source.begin<variant_bag_t>(); !it.at_end(); it.next()) {
-    if (variant_bag_t* child = destination.get<variant_bag_t>(it.get_name())) {
-      merge(*child, it.get_value());
-    } else {
-      destination.add_variant_bag(it.get_name(), it.get_value());
+  // First in, first out: the merges into any one destination bag happen in the order
+  // that a depth-first walk of the source would make them. Merging never removes a
+  // child bag, so the queued destinations stay valid.
+  std::deque<std::pair<variant_bag_t*, variant_bag_t const*>> work{{&destination, &source}};
+  while (!work.empty()) {
+    auto const [to, from] = work.front();
+    work.pop_front();
+    for (auto it = from->begin<variant_t>(); !it.at_end(); it.next())
+      to->put<variant_t>(it.get_name(), it.get_value());
+    for (auto it = from->begin<variant_bag_t>(); !it.at_end(); it.next()) {
+      if (variant_bag_t* child = to->get<variant_bag_t>(it.get_name())) {
+        work.emplace_back(child, &it.get_value());
+      } else {
+        to->add_variant_bag(it.get_name(), it.get_value());
+      }
     }
   }
 }
@@ -108,34 +122,67 @@ void merge(variant_bag_t const& a, variant_bag_t const& b, variant_bag_t& result
   merge(result, b);
 }
 
+namespace {
+
+// One bag of a subtraction in progress: the source children are taken one at a time,
+// and a child's own subtraction must finish before the next sibling is looked up.
+struct subtraction_t {
+  variant_bag_t* destination;
+  variant_bag_t::const_iterator_t<variant_bag_t> next_child;
+  bool found;
+};
+
+// Takes the values of source out of destination; true if all were found equal.
+bool subtract_values(variant_bag_t& destination, variant_bag_t const& source) {
+  bool found = true;
+  for (auto it = source.begin<variant_t>(); !it.at_end(); it.next()) {
+    variant_t const* const mine = destination.get<variant_t>(it.get_name());
+    if (mine && *mine == it.get_value()) {
+      internal::remove_first<variant_t>(destination, it.get_name());
+    } else {
+      found = false;
+    }
+  }
+  return found;
+}
+
+}  // namespace
+
 bool subtract(variant_bag_t& destination, variant_bag_t const& source) {
   if (overlaps(destination, source)) {
     variant_bag_t const copy(source);
     return subtract(destination, copy);
   }
-  bool values_found = true;
-  for (auto it = source.begin<variant_t>(); !it.at_end(); it.next()) {
-    variant_t const* const mine = destination.get<variant_t>(it.get_name());
-    if (!mine) {
-      values_found = false;
-    } else if (*mine == it.get_value()) {
-      destination.remove<variant_t>(mine);
-    } else {
-      values_found = false;
+  std::vector<subtraction_t> stack;
+  stack.push_back(
+      {&destination, source.begin<variant_bag_t>(), subtract_values(destination, source)});
+  bool result = true;
+  while (!stack.empty()) {
+    subtraction_t& top = stack.back();
+    if (top.next_child.at_end()) {
+      result = top.found;
+      stack.pop_back();
+      if (stack.empty()) break;
+      // The child just finished: remove it whole if all of it was found.
+      subtraction_t& parent = stack.back();
+      if (result) {
+        internal::remove_first<variant_bag_t>(*parent.destination, parent.next_child.get_name());
+      } else {
+        parent.found = false;
+      }
+      parent.next_child.next();
+      continue;
     }
-  }
-  bool children_found = true;
-  for (auto it = source.begin<variant_bag_t>(); !it.at_end(); it.next()) {
-    variant_bag_t* const mine = destination.get<variant_bag_t>(it.get_name());
+    variant_bag_t* const mine = top.destination->get<variant_bag_t>(top.next_child.get_name());
     if (!mine) {
-      children_found = false;
-    } else if (subtract(*mine, it.get_value())) {
-      destination.remove<variant_bag_t>(static_cast<variant_bag_t const*>(mine));
-    } else {
-      children_found = false;
+      top.found = false;
+      top.next_child.next();
+      continue;
     }
+    variant_bag_t const& from = top.next_child.get_value();
+    stack.push_back({mine, from.begin<variant_bag_t>(), subtract_values(*mine, from)});
   }
-  return values_found && children_found;
+  return result;
 }
 
 bool subtract(variant_bag_t const& a, variant_bag_t const& b, variant_bag_t& result) {

@@ -1,13 +1,21 @@
 // The report of a failed pool allocation.
-#include <quillon2/core/pool_allocator.hpp>
+#include <string>
 
-#include "core/miscellaneous/include/logging.hpp"
+#include <quillon2/core/check.hpp>
+#include <quillon2/core/pool_allocator.hpp>
 
 namespace quillon2::alloc {
 
 void reportAllocationError(u64_t size) {
-  Q2_LOG(internal::main_logger(), internal::log_error,
-         L"Failed memory allocation, alloc_size=" << size);
+  // The failure check without a condition: it logs, asserts when so configured, and
+  // raises the error on this thread. Its result has nowhere to go, since the caller
+  // throws std::bad_alloc on.
+  std::string const message = "Failed memory allocation, alloc_size=" + std::to_string(size);
+  if (!ql2::internal::unconditional_alert()) {
+    QUILLON2_CHECK_FAILED("ql2::internal::unconditional_alert()",
+                          "error::FailedTo.Get.Enough.Memory(message)",
+                          error::FailedTo.Get.Enough.Memory(message));
+  }
 }
 
 }  // namespace quillon2::alloc

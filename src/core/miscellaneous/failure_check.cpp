@@ -50,8 +50,8 @@ std::string compose_check_message(char const* condition, char const* expression,
 }
 
 error::code_t const* check_failed(char const* condition, char const* expression,
-                                  error::code_t const& code, char const* function,
-                                  char const* file, unsigned line, bool assert_too) {
+                                  error::code_t const& code, char const* function, char const* file,
+                                  unsigned line, bool assert_too) {
   try {
     std::string const message =
         compose_check_message(condition, expression, code.text, file, line, function);

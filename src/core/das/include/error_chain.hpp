@@ -14,8 +14,7 @@ void walk_chain(error::code_t const* head, Visit&& visit) {
   visit(*head);
   error::code_t const* slow = head;
   bool move_slow = false;
-  for (error::code_t const* element = head->cause; element != nullptr;
-       element = element->cause) {
+  for (error::code_t const* element = head->cause; element != nullptr; element = element->cause) {
     if (move_slow) slow = slow->cause;
     move_slow = !move_slow;
     if (element == slow) return;

@@ -79,4 +79,11 @@ inline variant_bag_t* find_child(variant_bag_t const& bag, wchar_t const* name,
   return s ? &static_cast<bag_node_t<variant_bag_t>*>(s->m_first)->m_value : nullptr;
 }
 
+// Removes the earliest entry of a name, the one that get answers with.
+template <class T>
+void remove_first(variant_bag_t& bag, wchar_t const* name) {
+  bag_impl_base_t<T>& list = vb_helper::impl<T>(bag);
+  if (bag_slot_t* const s = list.find(name)) list.remove_node(s->m_first);
+}
+
 }  // namespace quillon2::internal

@@ -1,0 +1,21 @@
+// Names of the threads that the library runs. Names begin with "Sh(TP): " (pool
+// workers), "Sh(T): " (a thread per stage) or "Sh(D): " (timer threads), followed by what
+// the thread does at the moment.
+#pragma once
+
+#include <string>
+
+#include <quillon2/export.hpp>
+
+namespace quillon2::threading {
+
+// Names the calling thread. The name keeps at most 31 characters: the first 31, or, when
+// `abbreviate` is true and the name has 32 characters or more, the name without its
+// lower-case vowels ("a", "e", "i", "o", "u", "y"), blanks and underscores, cut to 31.
+// The system's thread listing shows the first 15 bytes; get_thread_name() gives all 31.
+QUILLON2_API void set_thread_name(char const* name, bool abbreviate);
+
+// The name last given to the calling thread by set_thread_name, empty if none was.
+QUILLON2_API std::string get_thread_name();
+
+}  // namespace quillon2::threading

@@ -1,0 +1,43 @@
+// Units: the execution engines of the scheduler, registered under a name that stages
+// refer to.
+//
+// The contract of execute: accept the job or refuse it with an error, and later run it
+// by emitting the stage's signal with the task and then stage_completed with the task.
+// The scheduler listens to stage_completed; a unit that never emits it leaves the task
+// where it is. The units of this library only enqueue in execute and run jobs elsewhere.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+
+#include <quillon2/core/functor/signal.hpp>
+#include <quillon2/core/threading/scheduler.hpp>
+#include <quillon2/core/threading/scheduler_error.hpp>
+#include <quillon2/export.hpp>
+
+namespace quillon2::threading {
+
+class task_t;
+struct stage_t;
+
+class QUILLON2_API unit_t {
+ public:
+  unit_t();
+  unit_t(unit_t const&) = delete;
+  unit_t& operator=(unit_t const&) = delete;
+  virtual ~unit_t();
+
+  // Called once the scheduler has registered the unit. Does nothing by default.
+  virtual void on_registered();
+  // Stops the unit's threads. Does nothing by default.
+  virtual void terminate();
+  // Gives the unit its own copy of the scheduler's observers, which it calls from its
+  // threads. Does nothing by default.
+  virtual void set_status_callbacks(status_callbacks_t const& callbacks);
+  virtual scheduler_error_t execute(boost::shared_ptr<task_t> task,
+                                    boost::shared_ptr<stage_t> stage) = 0;
+
+  // Emitted with the task when one of its stages has been run.
+  _internal::signal_t<boost::shared_ptr<task_t>> stage_completed;
+};
+
+}  // namespace quillon2::threading

@@ -1,0 +1,86 @@
+// thread_pool_unit_t: a queue served by worker threads. Workers are started on demand,
+// at most one per execute, up to the unit's limit, and are kept until terminate.
+//
+// A job is added a worker when no idle worker is left for the jobs that were already
+// there (pending + active >= started). The chain that stage_completed sets off (the
+// task's next stage, its completion) runs on the worker, which still counts as active
+// meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
+// runs a job, and "Sh(TP): pending" while it waits.
+//
+// A stage that throws is logged at ERROR, reported to the observers (task_exception),
+// and its task is left unfinished; the worker goes on with the next job. terminate()
+// stops the workers before their next job; jobs still queued stay and are released by
+// the destructor.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <utility>
+#include <vector>
+
+#include <boost/shared_ptr.hpp>
+#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/recursive_mutex.hpp>
+
+#include <quillon2/core/threading/spin_lock.hpp>
+#include <quillon2/core/threading/unit.hpp>
+#include <quillon2/export.hpp>
+
+namespace boost {
+class thread;
+}
+
+namespace quillon2::threading {
+
+class QUILLON2_API thread_pool_unit_t : public unit_t {
+ public:
+  using job_t = std::pair<boost::shared_ptr<task_t>, boost::shared_ptr<stage_t>>;
+
+  // The machine's hardware threads (1 if unknown), set when the library is loaded.
+  static unsigned int MaxThreads;
+  // A job is accepted while fewer than this many wait.
+  static constexpr std::size_t queue_limit = 100001;
+
+  // The default limit: MaxThreads, at most 16.
+  static unsigned int default_thread_limit();
+
+  // Starts no thread; a limit of 0 never starts one.
+  explicit thread_pool_unit_t(unsigned int thread_limit = default_thread_limit());
+  ~thread_pool_unit_t() override;
+
+  void on_registered() override;
+  // Interrupts and joins the workers; a later execute starts new ones.
+  void terminate() override;
+  void set_status_callbacks(status_callbacks_t const& callbacks) override;
+  // Queues the job and starts a worker if needed; seQueueFull when queue_limit jobs
+  // wait, seInvalidArgument for a null task or stage. A failure to start a thread throws
+  // boost::thread_resource_error (the job stays queued).
+  scheduler_error_t execute(boost::shared_ptr<task_t> task,
+                            boost::shared_ptr<stage_t> stage) override;
+
+  unsigned int get_thread_limit();
+  // Workers busy with a job; idle workers do not count.
+  unsigned int get_active_threads();
+
+ protected:
+  void worker_thread();
+  void process_jobs_queue();
+  void execute_job(job_t const& job);
+
+ private:
+  std::vector<boost::shared_ptr<boost::thread>> take_workers();
+
+  boost::recursive_mutex m_callbacks_mutex;
+  status_callbacks_t m_callbacks;
+  spin_lock_t m_lock;  // guards the workers and the three counters
+  std::vector<boost::shared_ptr<boost::thread>> m_workers;
+  unsigned int m_thread_limit;
+  unsigned int m_active_threads = 0;
+  unsigned int m_threads = 0;
+  boost::mutex m_queue_mutex;
+  std::deque<job_t> m_queue;
+  boost::condition_variable m_queue_condition;
+};
+
+}  // namespace quillon2::threading

@@ -1,0 +1,24 @@
+// What the scheduler needs from the operating system. The portable sources of the
+// threading subsystem call only these; posix/platform.cpp gives them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace quillon2::internal {
+
+// The processor's spin-wait hint.
+void cpu_relax() noexcept;
+// Gives up the rest of the time slice.
+void yield_thread() noexcept;
+// Sleeps; not an interruption point.
+void sleep_milliseconds(unsigned milliseconds) noexcept;
+// Shows `name` for the calling thread in the system's thread listing, as far as the
+// system allows (on Linux the first 15 bytes).
+void publish_thread_name(char const* name) noexcept;
+// The readable form of a mangled type name; the mangled text when it cannot be read.
+std::string demangle_type_name(char const* mangled);
+// Milliseconds since the library was loaded, as the 32-bit process clock of the timers.
+std::int32_t process_clock_milliseconds() noexcept;
+
+}  // namespace quillon2::internal

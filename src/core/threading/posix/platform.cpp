@@ -1,0 +1,61 @@
+// The operating-system side of the threading subsystem on POSIX.
+#include "core/threading/include/platform.hpp"
+
+#include <cxxabi.h>
+#include <pthread.h>
+#include <sched.h>
+#include <time.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+namespace quillon2::internal {
+
+namespace {
+
+std::chrono::steady_clock::time_point const g_clock_origin = std::chrono::steady_clock::now();
+
+}  // namespace
+
+void cpu_relax() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#elif defined(__aarch64__)
+  asm volatile("yield" ::: "memory");
+#endif
+}
+
+void yield_thread() noexcept { sched_yield(); }
+
+void sleep_milliseconds(unsigned milliseconds) noexcept {
+  timespec request{static_cast<time_t>(milliseconds / 1000),
+                   static_cast<long>(milliseconds % 1000) * 1000000L};
+  while (nanosleep(&request, &request) != 0 && errno == EINTR) {
+  }
+}
+
+void publish_thread_name(char const* name) noexcept {
+  // The kernel keeps 15 bytes and refuses longer names.
+  char kernel_name[16] = {};
+  std::memcpy(kernel_name, name, strnlen(name, sizeof kernel_name - 1));
+  pthread_setname_np(pthread_self(), kernel_name);
+}
+
+std::string demangle_type_name(char const* mangled) {
+  int status = 0;
+  char* readable = abi::__cxa_demangle(mangled, nullptr, nullptr, &status);
+  if (status != 0 || readable == nullptr) return mangled;
+  std::string result(readable);
+  std::free(readable);
+  return result;
+}
+
+std::int32_t process_clock_milliseconds() noexcept {
+  auto const elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - g_clock_origin);
+  return static_cast<std::int32_t>(elapsed.count());
+}
+
+}  // namespace quillon2::internal

@@ -1,0 +1,82 @@
+// task_t and default_task_t.
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/task.hpp>
+
+#include "core/threading/include/type_name.hpp"
+
+namespace quillon2::threading {
+
+using KESMET_2_18::strings::ustring8;
+
+// --- task_t --------------------------------------------------------------------------
+
+task_t::task_t() noexcept : m_flags(0) {}
+
+task_t::~task_t() = default;
+
+int task_t::set_flags(int flags) noexcept { return m_flags.exchange(flags); }
+
+int task_t::merge_flags(int flags) noexcept { return m_flags.fetch_or(flags); }
+
+int task_t::get_flags() const noexcept { return m_flags.load(); }
+
+// --- default_task_t ------------------------------------------------------------------
+
+default_task_t::default_task_t() = default;
+
+default_task_t::~default_task_t() = default;
+
+void default_task_t::cancel() { m_canceled.exchange(1); }
+
+bool default_task_t::is_canceled() const { return m_canceled.load() != 0; }
+
+boost::shared_ptr<stage_t> default_task_t::pop_stage() {
+  boost::shared_ptr<stage_t> stage;
+  spin_guard_t guard(m_lock);
+  if (!m_stages.empty()) {
+    stage.swap(m_stages.front());
+    m_stages.pop_front();
+  }
+  return stage;
+}
+
+boost::shared_ptr<stage_t> default_task_t::pop_finalization_stage() {
+  boost::shared_ptr<stage_t> stage;
+  spin_guard_t guard(m_lock);
+  if (!m_finalization_stages.empty()) {
+    stage.swap(m_finalization_stages.front());
+    m_finalization_stages.pop_front();
+  }
+  return stage;
+}
+
+ustring8 default_task_t::get_display_name() const {
+  {
+    spin_guard_t guard(m_lock);
+    if (!m_display_name.empty()) return m_display_name;
+  }
+  return internal::type_display_name(typeid(*this));
+}
+
+scheduler_error_t default_task_t::push_stage(boost::shared_ptr<stage_t> stage) {
+  // A null entry would read as the end of the queue.
+  if (!stage) return seOk;
+  spin_guard_t guard(m_lock);
+  m_stages.push_back(std::move(stage));
+  return seOk;
+}
+
+scheduler_error_t default_task_t::push_finalization_stage(boost::shared_ptr<stage_t> stage) {
+  if (!stage) return seOk;
+  spin_guard_t guard(m_lock);
+  m_finalization_stages.push_back(std::move(stage));
+  return seOk;
+}
+
+void default_task_t::set_display_name(ustring8 const& name) {
+  ustring8 copy(name);  // allocates outside the lock
+  spin_guard_t guard(m_lock);
+  m_display_name.swap(copy);
+}
+
+}  // namespace quillon2::threading

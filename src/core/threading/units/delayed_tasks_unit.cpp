@@ -1,0 +1,171 @@
+// delayed_tasks_unit_t: one timer thread that completes waits.
+#include <boost/thread/thread.hpp>
+
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/task.hpp>
+#include <quillon2/core/threading/thread_name.hpp>
+#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
+
+#include "core/threading/include/platform.hpp"
+#include "core/threading/include/unit_support.hpp"
+
+namespace quillon2::threading {
+
+namespace {
+
+// The process clock in milliseconds as a 32-bit number: the farther the process has
+// come, the shorter the longest delay it can still measure.
+class boost_timer_t : public delayed_tasks_unit_t::task_timer_t {
+ public:
+  boost_timer_t() { restart(); }
+  void restart() override { m_start = internal::process_clock_milliseconds(); }
+  double elapsed_min() const override { return 0.001; }
+  double elapsed_max() const override { return (2147483647.0 - m_start) / 1000.0; }
+  double elapsed() const override {
+    return (static_cast<double>(internal::process_clock_milliseconds()) - m_start) / 1000.0;
+  }
+
+ private:
+  std::int32_t m_start = 0;
+};
+
+constexpr auto pass_interval = boost::chrono::milliseconds(100);
+
+}  // namespace
+
+delayed_tasks_unit_t::task_timer_t::~task_timer_t() = default;
+
+delayed_tasks_unit_t::delayed_tasks_unit_t() = default;
+
+delayed_tasks_unit_t::~delayed_tasks_unit_t() {
+  try {
+    terminate();
+  } catch (...) {
+    // Destroyed on its own timer thread, from what followed a wait. The thread cannot be
+    // joined; it is let go. (It must not come back into this object, so a unit is never
+    // released for good from inside its own stage_completed.)
+    boost::lock_guard<boost::mutex> guard(m_jobs_mutex);
+    if (m_thread != nullptr) {
+      m_thread->detach();
+      delete m_thread;
+      m_thread = nullptr;
+    }
+  }
+}
+
+void delayed_tasks_unit_t::on_registered() {
+  boost::lock_guard<boost::mutex> guard(m_jobs_mutex);
+  if (m_thread == nullptr) m_thread = new boost::thread(&delayed_tasks_unit_t::timer_thread, this);
+}
+
+void delayed_tasks_unit_t::terminate() {
+  boost::thread* thread = nullptr;
+  {
+    boost::unique_lock<boost::mutex> lock(m_jobs_mutex);
+    if (m_thread == nullptr) return;
+    if (m_thread->get_id() == boost::this_thread::get_id()) {
+      boost::throw_exception(boost::thread_resource_error(
+          static_cast<int>(boost::system::errc::resource_deadlock_would_occur),
+          "boost thread: trying joining itself"));
+    }
+    std::swap(thread, m_thread);
+  }
+  thread->interrupt();
+  thread->join();
+  delete thread;
+}
+
+void delayed_tasks_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
+  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
+  m_callbacks = callbacks;
+}
+
+std::size_t delayed_tasks_unit_t::pending_jobs() const {
+  boost::lock_guard<boost::mutex> guard(m_jobs_mutex);
+  return m_job_count;
+}
+
+scheduler_error_t delayed_tasks_unit_t::execute(boost::shared_ptr<task_t> task,
+                                                boost::shared_ptr<stage_t> stage) {
+  if (!task || !stage) return seInvalidArgument;
+  boost::lock_guard<boost::mutex> guard(m_jobs_mutex);
+  if (m_thread == nullptr) return seUnitNotStarted;
+  if (m_job_count >= queue_limit) return seQueueFull;
+
+  auto job = boost::shared_ptr<job_t>(new job_t{task, stage, boost::shared_ptr<task_timer_t>()});
+  job->timer.reset(new boost_timer_t);
+  double const delay = stage->delay / 1000.0;
+  if (delay < job->timer->elapsed_min() || delay > job->timer->elapsed_max()) {
+    return seDelayOutOfRange;
+  }
+  m_jobs.push_back(std::move(job));
+  ++m_job_count;
+  m_jobs_condition.notify_one();
+  return seOk;
+}
+
+void delayed_tasks_unit_t::timer_thread() {
+  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
+                                    [](scheduler_status_callback_t& c) { c.thread_started(); });
+  try {
+    _internal::signal_t<boost::shared_ptr<task_t>> completed;
+    completed.connect(stage_completed);
+    for (;;) {
+      set_thread_name("Sh(D): pending", false);
+      job_list_t due;
+      {
+        boost::unique_lock<boost::mutex> lock(m_jobs_mutex);
+        while (m_jobs.empty()) m_jobs_condition.wait(lock);  // an interruption point
+
+        set_thread_name("Sh(D): processing timers", false);
+        for (auto it = m_jobs.begin(); it != m_jobs.end();) {
+          job_t const& job = **it;
+          if (job.task->is_canceled() || job.timer->elapsed() >= job.stage->delay / 1000.0) {
+            auto next = std::next(it);
+            due.splice(due.end(), m_jobs, it);
+            --m_job_count;
+            it = next;
+          } else {
+            ++it;
+          }
+        }
+      }
+      // Fired with the lock released and in list order: what follows a finished wait
+      // may hand this unit a new wait.
+      if (!due.empty()) {
+        _internal::signal_t<boost::shared_ptr<task_t>> pass(completed);
+        fire(due, pass);
+      }
+      boost::this_thread::sleep_for(pass_interval);  // an interruption point
+    }
+  } catch (boost::thread_interrupted const&) {
+    // terminate() ends the thread.
+  }
+  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
+                                    [](scheduler_status_callback_t& c) { c.thread_finished(); });
+}
+
+void delayed_tasks_unit_t::fire(job_list_t& due,
+                                _internal::signal_t<boost::shared_ptr<task_t>>& completed) {
+  while (!due.empty()) {
+    boost::shared_ptr<job_t> job = due.front();
+    due.pop_front();
+    try {
+      completed(job->task);
+    } catch (boost::thread_interrupted const&) {
+      // Interrupted from what followed the wait: the jobs not fired stay pending.
+      boost::lock_guard<boost::mutex> guard(m_jobs_mutex);
+      m_job_count += due.size();
+      m_jobs.splice(m_jobs.begin(), due);
+      throw;
+    } catch (...) {
+      // What followed the wait threw; the timer goes on with the other jobs.
+      internal::log_stage_exception("delayed_tasks_unit_t", job->task.get(), __FILE__, __LINE__);
+      internal::notify_status_callbacks(
+          m_callbacks_mutex, m_callbacks,
+          [&](scheduler_status_callback_t& c) { c.task_exception(job->task); });
+    }
+  }
+}
+
+}  // namespace quillon2::threading

@@ -1,0 +1,82 @@
+// queue_unit_t: jobs kept until the application drains them.
+#include <climits>
+
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/task.hpp>
+#include <quillon2/core/threading/units/queue_unit.hpp>
+
+#include "core/threading/include/unit_support.hpp"
+
+namespace quillon2::threading {
+
+queue_unit_t::queue_unit_t() = default;
+
+queue_unit_t::~queue_unit_t() = default;
+
+void queue_unit_t::on_registered() {}
+
+scheduler_error_t queue_unit_t::execute(boost::shared_ptr<task_t> task,
+                                        boost::shared_ptr<stage_t> stage) {
+  if (!task || !stage) return seInvalidArgument;
+  {
+    spin_guard_t guard(m_lock);
+    if (m_jobs.size() >= queue_limit) return seQueueFull;
+    m_jobs.emplace_back(task, stage);
+  }
+  task_queued(task, stage);
+  return seOk;
+}
+
+void queue_unit_t::process_queue(int count) {
+  if (count < 1) count = INT_MAX;
+  std::deque<job_t> taken;
+  {
+    spin_guard_t guard(m_lock);
+    while (!m_jobs.empty() && taken.size() < static_cast<std::size_t>(count)) {
+      taken.push_back(std::move(m_jobs.front()));
+      m_jobs.pop_front();
+    }
+  }
+  while (!taken.empty()) {
+    job_t job = std::move(taken.front());
+    taken.pop_front();
+    try {
+      job.second->signal(job.first);
+      stage_completed(job.first);
+    } catch (...) {
+      internal::log_stage_exception("queue_unit_t", job.first.get(), __FILE__, __LINE__);
+      internal::notify_status_callbacks(
+          m_callbacks_mutex, m_callbacks,
+          [&](scheduler_status_callback_t& callback) { callback.task_exception(job.first); });
+      if (!taken.empty()) {
+        // The jobs not yet run keep their place at the head of the queue.
+        spin_guard_t guard(m_lock);
+        m_jobs.insert(m_jobs.begin(), std::make_move_iterator(taken.begin()),
+                      std::make_move_iterator(taken.end()));
+      }
+      throw;
+    }
+  }
+}
+
+bool queue_unit_t::has_tasks() const {
+  spin_guard_t guard(m_lock);
+  return !m_jobs.empty();
+}
+
+void queue_unit_t::terminate() {
+  std::deque<job_t> dropped;
+  {
+    spin_guard_t guard(m_lock);
+    dropped.swap(m_jobs);
+  }
+  // The jobs are released here, outside the lock: releasing a task may run its
+  // destructor.
+}
+
+void queue_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
+  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
+  m_callbacks = callbacks;
+}
+
+}  // namespace quillon2::threading

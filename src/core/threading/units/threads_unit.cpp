@@ -1,0 +1,125 @@
+// threads_unit_t: a thread per stage.
+#include <string>
+#include <vector>
+
+#include <boost/thread/thread.hpp>
+
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/task.hpp>
+#include <quillon2/core/threading/thread_name.hpp>
+#include <quillon2/core/threading/units/threads_unit.hpp>
+
+#include "core/threading/include/type_name.hpp"
+#include "core/threading/include/unit_support.hpp"
+
+namespace quillon2::threading {
+
+threads_unit_t::threads_unit_t() = default;
+
+threads_unit_t::~threads_unit_t() {
+  // A stage running during the destruction may start another thread here.
+  for (;;) {
+    {
+      spin_guard_t guard(m_lock);
+      if (m_running_threads.empty()) break;
+    }
+    terminate();
+  }
+}
+
+void threads_unit_t::on_registered() {}
+
+void threads_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
+  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
+  m_callbacks = callbacks;
+}
+
+unsigned int threads_unit_t::get_thread_limit() {
+  spin_guard_t guard(m_lock);
+  return thread_limit;
+}
+
+unsigned int threads_unit_t::get_active_threads() {
+  spin_guard_t guard(m_lock);
+  return static_cast<unsigned int>(m_running_threads.size());
+}
+
+scheduler_error_t threads_unit_t::execute(boost::shared_ptr<task_t> task,
+                                          boost::shared_ptr<stage_t> stage) {
+  if (!task || !stage) return seInvalidArgument;
+  spin_guard_t guard(m_lock);
+  if (m_running_threads.size() >= thread_limit) return seQueueFull;
+  // The lock is held until the thread is entered, so that it finds itself when it ends.
+  auto thread = boost::shared_ptr<boost::thread>(
+      new boost::thread(&threads_unit_t::worker_thread, this, std::move(task), std::move(stage)));
+  m_running_threads.insert(std::move(thread));
+  return seOk;
+}
+
+void threads_unit_t::terminate() {
+  std::vector<boost::shared_ptr<boost::thread>> running;
+  {
+    spin_guard_t guard(m_lock);
+    running.assign(m_running_threads.begin(), m_running_threads.end());
+  }
+  for (auto& thread : running) thread->interrupt();
+  for (auto& thread : running) {
+    if (thread->get_id() != boost::this_thread::get_id() && thread->joinable()) thread->join();
+  }
+}
+
+void threads_unit_t::worker_thread(boost::shared_ptr<task_t> task,
+                                   boost::shared_ptr<stage_t> stage) {
+  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
+                                    [](scheduler_status_callback_t& c) { c.thread_started(); });
+
+  KESMET_2_18::strings::ustring8 display = internal::safe_display_name(*task);
+  if (display.empty()) display = internal::type_display_name(typeid(*task));
+  std::string const name = "Sh(T): " + display;
+  set_thread_name(name.c_str(), false);
+
+  try {
+    execute_job(task, stage);
+  } catch (...) {
+    // Interrupted by terminate(), or a stage that threw (logged and reported): the thread
+    // ends in the orderly way.
+  }
+  // Told before the place is given back: once the thread has left the set, it touches
+  // nothing of the unit, which may then be destroyed.
+  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
+                                    [](scheduler_status_callback_t& c) { c.thread_finished(); });
+  handle_thread_complete(boost::this_thread::get_id());
+}
+
+void threads_unit_t::handle_thread_complete(boost::thread::id id) {
+  boost::shared_ptr<boost::thread> finished;
+  spin_guard_t guard(m_lock);
+  for (auto it = m_running_threads.begin(); it != m_running_threads.end(); ++it) {
+    if ((*it)->get_id() == id) {
+      finished = *it;
+      m_running_threads.erase(it);
+      break;
+    }
+  }
+  // The thread object goes while its thread still runs: it is let go, unless terminate()
+  // holds it to join.
+  if (finished && finished.use_count() == 1) finished->detach();
+}
+
+void threads_unit_t::execute_job(boost::shared_ptr<task_t> const& task,
+                                 boost::shared_ptr<stage_t> const& stage) {
+  try {
+    stage->signal(task);
+    stage_completed(task);
+  } catch (boost::thread_interrupted const&) {
+    throw;
+  } catch (...) {
+    internal::log_stage_exception("threads_unit_t", task.get(), __FILE__, __LINE__);
+    internal::notify_status_callbacks(
+        m_callbacks_mutex, m_callbacks,
+        [&](scheduler_status_callback_t& c) { c.task_exception(task); });
+    throw;
+  }
+}
+
+}  // namespace quillon2::threading

@@ -1,0 +1,93 @@
+// Threads emit a few shared signals while others connect, disconnect and destroy their
+// own subscribers of them: no handler may run on a subscriber that is not connected or
+// already dying, and nothing may stay connected at the end.
+#include <atomic>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quillon2/core/functor/signal.hpp>
+
+namespace {
+
+using quillon2::_internal::signal_t;
+using signal_type = signal_t<int, std::shared_ptr<int>>;
+
+std::atomic<long> g_calls{0}, g_wrong_calls{0};
+
+struct subscriber_t : quillon2::_internal::subscriber_base_t {
+  ~subscriber_t() override {
+    disconnect_all_signals();  // waits for running emissions
+    dead = true;
+  }
+  void on_emit(int signal, std::shared_ptr<int> payload) {
+    ++g_calls;
+    if (dead || !(connected.load() & (1u << signal)) || *payload != signal) ++g_wrong_calls;
+  }
+  std::atomic<unsigned> connected{0};  // set before connecting, cleared after disconnecting
+  std::atomic<bool> dead{false};
+};
+
+}  // namespace
+
+TEST(SignalStress, EmitConnectDisconnectAndDestroyFromManyThreads) {
+  // 3 x 20,000 changes and at least 40,000 emissions: 100,000 operations.
+  constexpr int signals_n = 4, emitters = 3, churners = 3, changes_each = 20000;
+  constexpr int least_emissions = 40000, window = 500;
+  std::vector<signal_type> signals(signals_n);
+  std::atomic<int> churning{churners}, emitting{emitters}, emissions{0}, changes{0};
+
+  std::vector<std::thread> threads;
+  for (int e = 0; e < emitters; ++e) {
+    threads.emplace_back([&, e] {
+      std::minstd_rand random(e + 1);
+      std::vector<std::shared_ptr<int>> payloads;
+      for (int i = 0; i < signals_n; ++i) payloads.push_back(std::make_shared<int>(i));
+      while (churning > 0 || emissions < least_emissions) {
+        // Neither side runs far ahead, so that on few cores changes overlap emissions.
+        while (emissions > changes * 2 + window && churning > 0) std::this_thread::yield();
+        int const i = static_cast<int>(random() % signals_n);
+        signals[i](i, payloads[i]);
+        ++emissions;
+      }
+      --emitting;
+    });
+  }
+  for (int c = 0; c < churners; ++c) {
+    threads.emplace_back([&, c] {
+      std::minstd_rand random(100 + c);
+      std::vector<std::unique_ptr<subscriber_t>> mine;
+      for (int op = 0; op < changes_each; ++op, ++changes) {
+        while (changes * 2 > emissions + window && emitting > 0) std::this_thread::yield();
+        auto const choice = random() % 4;
+        if (choice == 0) {
+          mine.push_back(std::make_unique<subscriber_t>());
+        } else if (mine.empty()) {
+          continue;
+        } else if (choice == 1) {
+          mine.erase(mine.begin() + static_cast<long>(random() % mine.size()));
+        } else {
+          subscriber_t& s = *mine[random() % mine.size()];
+          int const i = static_cast<int>(random() % signals_n);
+          if (s.connected & (1u << i)) {
+            signals[i].disconnect(&s, &subscriber_t::on_emit);
+            s.connected &= ~(1u << i);
+          } else {
+            s.connected |= 1u << i;
+            signals[i].connect(&s, &subscriber_t::on_emit);
+          }
+        }
+      }
+      mine.clear();
+      --churning;
+    });
+  }
+  for (auto& t : threads) t.join();
+
+  EXPECT_GT(g_calls.load(), 0);
+  EXPECT_EQ(0, g_wrong_calls.load());
+  for (auto& s : signals) EXPECT_EQ(0u, s.connection_count());
+}
