@@ -31,8 +31,8 @@ using quillon2::variant_t;
 
 struct corpus_t {
   variant_bag_t bag;
-  std::string utf8;    // the element form of the bag
-  variant_t wide;      // the same as the wide-string variant the load takes
+  std::string utf8;  // the element form of the bag
+  variant_t wide;    // the same as the wide-string variant the load takes
 };
 
 std::uint64_t next_random(std::uint64_t& state) {
@@ -43,14 +43,16 @@ std::uint64_t next_random(std::uint64_t& state) {
 variant_bag_t make_bag(std::size_t target_bytes) {
   std::uint64_t seed = 42;
   variant_bag_t bag;
-  std::wstring const words[] = {L"alpha", L"beta", L"gr\u00fc\u00dfe", L"\u65e5\u672c",
-                                L"<tag & more>", L"line\nfeed"};
+  std::wstring const words[] = {L"alpha",        L"beta",         L"gr\u00fc\u00dfe",
+                                L"\u65e5\u672c", L"<tag & more>", L"line\nfeed"};
   std::size_t estimate = 0;
   for (int i = 0; estimate < target_bytes; ++i) {
     variant_bag_t record;
     record.add<variant_t>(L"id", variant_t(i));
-    record.add<variant_t>(L"name", variant_t((words[next_random(seed) % 6] + L" " +
-                                              std::to_wstring(next_random(seed))).c_str()));
+    record.add<variant_t>(
+        L"name",
+        variant_t(
+            (words[next_random(seed) % 6] + L" " + std::to_wstring(next_random(seed))).c_str()));
     record.add<variant_t>(L"active", variant_t(next_random(seed) % 2 == 0));
     record.add<variant_t>(L"ratio", variant_t(static_cast<double>(next_random(seed)) / 7.0));
     record.add<variant_t>(L"count", variant_t(static_cast<quillon2::u64_t>(next_random(seed))));
@@ -69,7 +71,8 @@ variant_bag_t make_bag(std::size_t target_bytes) {
       record.add<variant_t>(L"text", variant_t(big.c_str()));
       std::string bytes(8192, '\0');
       for (char& c : bytes) c = static_cast<char>(next_random(seed));
-      record.add<variant_t>(L"data", variant_t(static_cast<void const*>(bytes.data()), static_cast<quillon2::u64_t>(bytes.size())));
+      record.add<variant_t>(L"data", variant_t(static_cast<void const*>(bytes.data()),
+                                               static_cast<quillon2::u64_t>(bytes.size())));
       estimate += 20000 + 8192 * 2 + 8192 / 16 + 100;
     }
     bag.add_variant_bag(L"record", record);
@@ -125,7 +128,8 @@ void BM_load_ours(benchmark::State& state) {
   corpus_t const& c = corpus();
   for (auto _ : state) {
     variant_bag_t bag;
-    if (quillon2::load_variant_bag_from_string(bag, c.wide) != 1) state.SkipWithError("load failed");
+    if (quillon2::load_variant_bag_from_string(bag, c.wide) != 1)
+      state.SkipWithError("load failed");
     benchmark::DoNotOptimize(bag);
   }
   set_bytes(state);
@@ -157,7 +161,8 @@ void BM_load_ptree(benchmark::State& state) {
 
 void BM_save_libxml2_bare(benchmark::State& state) {
   corpus_t const& c = corpus();
-  xmlDocPtr doc = xmlReadMemory(c.utf8.data(), static_cast<int>(c.utf8.size()), nullptr, nullptr, 0);
+  xmlDocPtr doc =
+      xmlReadMemory(c.utf8.data(), static_cast<int>(c.utf8.size()), nullptr, nullptr, 0);
   for (auto _ : state) {
     xmlChar* text = nullptr;
     int size = 0;

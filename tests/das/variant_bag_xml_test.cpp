@@ -1,12 +1,12 @@
 // The element form of bags: exact documents, round trips through text and files,
 // rejection of malformed and hostile input, and saves that never lose data.
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <dirent.h>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -127,10 +127,12 @@ variant_bag_t every_type() {
   bag.add<variant_t>(L"u64", variant_t(static_cast<ql2::u64_t>(UINT64_MAX)));
   bag.add<variant_t>(L"f", variant_t(1.5f));
   bag.add<variant_t>(L"d", variant_t(-2.25e-300));
-  bag.add<variant_t>(L"text", variant_t(L" gr\u00fc\u00dfe \u65e5\u672c \U0001F600 <&>\"' \t\r\n ", false));
+  bag.add<variant_t>(L"text",
+                     variant_t(L" gr\u00fc\u00dfe \u65e5\u672c \U0001F600 <&>\"' \t\r\n ", false));
   bag.add<variant_t>(L"empty", variant_t(L"", false));
   bag.add<variant_t>(L"null", variant_t());
-  bag.add<variant_t>(L"blob", blob({0, 1, 0, 255, 0x7f, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42}));
+  bag.add<variant_t>(L"blob",
+                     blob({0, 1, 0, 255, 0x7f, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42}));
   bag.add<variant_t>(L"no_bytes", blob({}));
   bag.add<variant_t>(L"\u00e9l\u00e8ve", variant_t(7));
   return bag;
@@ -145,8 +147,9 @@ void expect_every_type(variant_bag_t const& bag) {
     EXPECT_EQ(it.get_value().get_type(), loaded->get_type());
     EXPECT_TRUE(it.get_value() == *loaded);
   }
-  EXPECT_EQ(std::vector<unsigned char>({0, 1, 0, 255, 0x7f, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42}),
-            blob_bytes(*bag.get<variant_t>(L"blob")));
+  EXPECT_EQ(
+      std::vector<unsigned char>({0, 1, 0, 255, 0x7f, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 42}),
+      blob_bytes(*bag.get<variant_t>(L"blob")));
 }
 
 class BagXmlFile : public q2test::temp_dir_test {
@@ -211,8 +214,10 @@ TEST(BagXmlDocument, EmptyBlobIsOneLineFeedAndHiddenNamesAreNotWritten) {
   variant_bag_t bag;
   bag.add<variant_t>(L"data", blob({}));
   bag.add<variant_t>(L"#file_name", variant_t(L"x", false));
-  EXPECT_EQ(L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root>\n <data type=\"blob\">\n</data>\n</root>\n",
-            to_text(bag));
+  EXPECT_EQ(
+      L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root>\n <data "
+      L"type=\"blob\">\n</data>\n</root>\n",
+      to_text(bag));
 }
 
 TEST(BagXmlDocument, NarrowTextIsDeprecatedAndLeftOut) {
@@ -220,8 +225,10 @@ TEST(BagXmlDocument, NarrowTextIsDeprecatedAndLeftOut) {
   variant_bag_t bag;
   bag.add<variant_t>(L"narrow", variant_t("abc", false));
   bag.add<variant_t>(L"kept", variant_t(1));
-  EXPECT_EQ(L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root>\n <kept type=\"s32_t\">1</kept>\n</root>\n",
-            to_text(bag));
+  EXPECT_EQ(
+      L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<root>\n <kept "
+      L"type=\"s32_t\">1</kept>\n</root>\n",
+      to_text(bag));
   EXPECT_EQ(1u, capture.count());
   EXPECT_TRUE(capture.saw("\"vtString type is deprecated on windows!\" == NULL"));
 }
@@ -285,7 +292,8 @@ TEST(BagXmlRoundTrip, DeepBagWithinTheLimit) {
 
 TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
   std::wstring const text =
-      L"<root><obj type=\"pointer\" type_id=\"dasID_not::registered\" ptr_type=\"dasID_some::base\">"
+      L"<root><obj type=\"pointer\" type_id=\"dasID_not::registered\" "
+      L"ptr_type=\"dasID_some::base\">"
       L"<x type=\"s32_t\">3</x><sub><y>t</y></sub></obj></root>";
   variant_bag_t loaded;
   ASSERT_EQ(1, from_text(loaded, text));
@@ -311,8 +319,9 @@ TEST(BagXmlRoundTrip, ObjectOfARegisteredTypeIsSavedAndComesBack) {
   point->m_x = 7;
   variant_bag_t bag;
   bag.put<variant_t>(L"p", variant_t(pointer));
-  bag.put<variant_t>(L"seen", variant_t(ql2::notype_ptr_t(
-      point.get(), ql2::get_type_from_string(L"dasID_constxml_test::point_t"))));
+  bag.put<variant_t>(L"seen",
+                     variant_t(ql2::notype_ptr_t(
+                         point.get(), ql2::get_type_from_string(L"dasID_constxml_test::point_t"))));
 
   std::wstring const text = to_text(bag);
   EXPECT_NE(std::wstring::npos,
@@ -358,10 +367,11 @@ TEST_F(BagXmlFile, ObjectsThatCannotBeSavedPassTheirCodeOnAndWriteNothing) {
 
 TEST(BagXmlLoad, TypesAreReadByTheirWords) {
   variant_bag_t bag;
-  ASSERT_EQ(1, from_text(bag,
-                         L"<root><a type=\"s32_t\"><b>1</b></a><w type=\"wstring\">x</w>"
-                         L"<u type=\"whatever\"> y </u><d type=\"dummy\"/><t type=\"bool\">TRUE</t>"
-                         L"<h type=\"blob\">0A ff\n0b</h><e type=\"bag\"/><n type=\"s8_t\"/></root>"));
+  ASSERT_EQ(1,
+            from_text(bag,
+                      L"<root><a type=\"s32_t\"><b>1</b></a><w type=\"wstring\">x</w>"
+                      L"<u type=\"whatever\"> y </u><d type=\"dummy\"/><t type=\"bool\">TRUE</t>"
+                      L"<h type=\"blob\">0A ff\n0b</h><e type=\"bag\"/><n type=\"s8_t\"/></root>"));
   ASSERT_NE(nullptr, bag.get<variant_bag_t>(L"a"));
   EXPECT_EQ(nullptr, bag.get<variant_t>(L"a"));
   EXPECT_STREQ(L"x", bag.get<variant_t>(L"w")->get<wchar_t const*>());
@@ -401,8 +411,9 @@ TEST(BagXmlLoad, MalformedAndForeignDocumentsFailWithAnEmptyBag) {
 
 TEST(BagXmlLoad, InternalEntitiesAreSubstituted) {
   variant_bag_t bag;
-  ASSERT_EQ(1, from_text(bag, L"<!DOCTYPE root [<!ENTITY e \"<x>5</x>\"><!ENTITY t \"text\">]>"
-                              L"<root>&e;<y>&t;&amp;&#x41;</y></root>"));
+  ASSERT_EQ(1, from_text(bag,
+                         L"<!DOCTYPE root [<!ENTITY e \"<x>5</x>\"><!ENTITY t \"text\">]>"
+                         L"<root>&e;<y>&t;&amp;&#x41;</y></root>"));
   EXPECT_STREQ(L"5", bag.get<variant_t>(L"x")->get<wchar_t const*>());
   EXPECT_STREQ(L"text&A", bag.get<variant_t>(L"y")->get<wchar_t const*>());
 }
@@ -439,8 +450,7 @@ TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
 }
 
 TEST_F(BagXmlFile, PathSelectsTheStartElement) {
-  write_file(m_dir.file("p.xml"),
-             "<root><a><x>0</x></a><a><b><v>1</v></b></a><top>2</top></root>");
+  write_file(m_dir.file("p.xml"), "<root><a><x>0</x></a><a><b><v>1</v></b></a><top>2</top></root>");
   variant_bag_t bag;
   // Each step takes the first element of its name: the first "a" has no "b".
   EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
@@ -469,7 +479,8 @@ TEST_F(BagXmlFile, TextThatXmlCannotHoldFailsTheSaveAndKeepsTheOldFile) {
 
   std::vector<variant_bag_t> bad(7);
   bad[0].add<variant_t>(L"t", variant_t(L"bell\x07", false));
-  bad[1].add<variant_t>(L"t", variant_t(std::wstring(1, static_cast<wchar_t>(0xD800)).c_str(), false));
+  bad[1].add<variant_t>(L"t",
+                        variant_t(std::wstring(1, static_cast<wchar_t>(0xD800)).c_str(), false));
   bad[2].add<variant_t>(L"a b", variant_t(1));
   bad[3].add<variant_t>(L"1x", variant_t(1));
   bad[4].add<variant_t>(L"", variant_t(1));
@@ -501,7 +512,8 @@ TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
   // What the parser still takes but a save would refuse is refused on loading, so that
   // everything loaded can be saved again.
   variant_bag_t loaded;
-  EXPECT_EQ(k_failure, from_text(loaded, L"<root><t>" + std::wstring(9950000, L'x') + L"</t></root>"));
+  EXPECT_EQ(k_failure,
+            from_text(loaded, L"<root><t>" + std::wstring(9950000, L'x') + L"</t></root>"));
   EXPECT_TRUE(loaded.is_empty());
 }
 

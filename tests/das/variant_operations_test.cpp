@@ -64,15 +64,17 @@ TEST_F(VariantMath, AddFollowsTheFirstMatchingRow) {
   EXPECT_EQ(L"(none)x", text_of(ql2::variant_add(variant_t(), w(L"x"), L"(none)")));
   EXPECT_EQ(L"x(none)", text_of(ql2::variant_add(w(L"x"), variant_t(), L"(none)")));
 
-  variant_t const sum = ql2::variant_add(variant_t(static_cast<char>(100)), variant_t(static_cast<char>(100)), L"");
+  variant_t const sum =
+      ql2::variant_add(variant_t(static_cast<char>(100)), variant_t(static_cast<char>(100)), L"");
   EXPECT_EQ(ql2::vtSInt64, sum.get_type());
   EXPECT_EQ(200, sum.get<ql2::s64_t>());
   variant_t const mixed = ql2::variant_add(variant_t(-1), variant_t(1u), L"");
   EXPECT_EQ(ql2::vtUInt64, mixed.get_type());
   EXPECT_EQ(0u, mixed.get<ql2::u64_t>());
   EXPECT_EQ(2, ql2::variant_add(variant_t(true), variant_t(true), L"").get<ql2::s64_t>());
-  EXPECT_EQ(std::numeric_limits<ql2::s64_t>::min(),
-            ql2::variant_add(s64(std::numeric_limits<ql2::s64_t>::max()), s64(1), L"").get<ql2::s64_t>());
+  EXPECT_EQ(
+      std::numeric_limits<ql2::s64_t>::min(),
+      ql2::variant_add(s64(std::numeric_limits<ql2::s64_t>::max()), s64(1), L"").get<ql2::s64_t>());
   variant_t const real = ql2::variant_add(variant_t(2), variant_t(0.5f), L"");
   EXPECT_EQ(ql2::vtDouble, real.get_type());
   EXPECT_DOUBLE_EQ(2.5, real.get<double>());
@@ -132,8 +134,9 @@ TEST_F(VariantMath, MultiplyAndDivide) {
   EXPECT_EQ(std::numeric_limits<double>::infinity(),
             ql2::variant_div(variant_t(1.0), variant_t(0)).get<double>());
   EXPECT_TRUE(std::isnan(ql2::variant_div(variant_t(0.0), variant_t(0.0)).get<double>()));
-  EXPECT_EQ(std::numeric_limits<ql2::s64_t>::min(),
-            ql2::variant_div(s64(std::numeric_limits<ql2::s64_t>::min()), s64(-1)).get<ql2::s64_t>());
+  EXPECT_EQ(
+      std::numeric_limits<ql2::s64_t>::min(),
+      ql2::variant_div(s64(std::numeric_limits<ql2::s64_t>::min()), s64(-1)).get<ql2::s64_t>());
   EXPECT_TRUE(taken().empty());
 
   EXPECT_EQ(ql2::vtNull, ql2::variant_div(variant_t(1), variant_t(0)).get_type());
@@ -188,7 +191,8 @@ TEST_F(VariantMath, PrintedForms) {
 
   EXPECT_STREQ(L"vtBool", ql2::debug_get_variant_type(ql2::vtBool));
   EXPECT_STREQ(L"vtNotypePtr", ql2::debug_get_variant_type(ql2::vtNotypePtr));
-  EXPECT_STREQ(L"vtLast_Used", ql2::debug_get_variant_type(static_cast<ql2::das_variant_type_t>(19)));
+  EXPECT_STREQ(L"vtLast_Used",
+               ql2::debug_get_variant_type(static_cast<ql2::das_variant_type_t>(19)));
   EXPECT_EQ(nullptr, ql2::debug_get_variant_type(static_cast<ql2::das_variant_type_t>(20)));
 }
 

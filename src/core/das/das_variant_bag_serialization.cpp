@@ -3,7 +3,8 @@
 // The writer walks the bag with an explicit stack, so that the depth of a bag in memory
 // never reaches the depth of the call stack. The reader recurses, but only as deep as
 // libxml2 lets a document nest (its default limit, which is never lifted).
-#include <climits>
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <deque>
 #include <string>
@@ -43,16 +44,19 @@ bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
 constexpr std::size_t k_max_text_bytes = 9900000;  // UTF-8 bytes of one text, unescaped
 constexpr std::size_t k_max_name_bytes = 50000;
 
-// The length of the text of a blob of `size` bytes: a line feed before every run of 16
-// bytes and one at the end, two digits for each byte.
-std::size_t blob_text_length(std::size_t size) { return 2 * size + (size + 15) / 16 + 1; }
 // "root" is level 1; libxml2 refuses documents nested deeper than this.
 constexpr std::size_t k_max_element_depth = 257;
 
-// File options of the element form: substitute entities, no error output, compact nodes.
+// The length of the text of a blob of `size` bytes: a line feed before every run of 16
+// bytes and one at the end, two digits for each byte.
+std::size_t blob_text_length(std::size_t size) { return 2 * size + (size + 15) / 16 + 1; }
+
+// Read options: entities are substituted. Small texts are stored inside their nodes
+// (XML_PARSE_COMPACT), which saves allocations and changes nothing that the reader sees,
+// the tree being read only; the text form uses it as the file form does.
 constexpr int k_file_read_options =
     XML_PARSE_NOENT | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_COMPACT;
-constexpr int k_string_read_options = XML_PARSE_NOENT;
+constexpr int k_string_read_options = XML_PARSE_NOENT | XML_PARSE_COMPACT;
 
 constexpr char k_hex_digits[] = "0123456789abcdef";
 
@@ -89,8 +93,7 @@ class element_writer_t {
   int write_blob(variant_t const& value);
   // Opens the element of a pointer; `data` receives what the object saved and `open` says
   // whether the element stays open for that data.
-  int start_pointer(wchar_t const* name, variant_t const& value, variant_bag_t& data,
-                    bool& open);
+  int start_pointer(wchar_t const* name, variant_t const& value, variant_bag_t& data, bool& open);
 
   xmlTextWriterPtr m_writer;
   std::size_t m_depth = 0;
@@ -142,7 +145,8 @@ bool element_writer_t::end_element() {
 
 int element_writer_t::write_blob(variant_t const& value) {
   u64_t const size = value.get_blob_size();
-  if (size > k_max_text_bytes || blob_text_length(static_cast<std::size_t>(size)) > k_max_text_bytes) {
+  if (size > k_max_text_bytes ||
+      blob_text_length(static_cast<std::size_t>(size)) > k_max_text_bytes) {
     return fail("a blob too large for a document");
   }
   m_bytes.resize(static_cast<std::size_t>(size));
@@ -165,7 +169,7 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
     Q2_DAS_ASSERT_TEXT("\"vtString type is deprecated on windows!\" == NULL");
     return k_success;
   }
-  char const* word = type == vtDummy ? "dummy"
+  char const* word = type == vtDummy  ? "dummy"
                      : type == vtBlob ? "blob"
                                       : internal::element_type_word(type);
   if (word == nullptr && type == vtWCharPtr) word = "";
@@ -264,14 +268,13 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
         variant_t const& value = frame.values.get_value();
         wchar_t const* name = frame.values.get_name();
         frame.values.next();
-        frame_t inner;
+        // The object's data lives in the frame that writes it (a deque keeps it in place).
+        frame_t& inner = stack.emplace_back();
+        inner.bag = &inner.object_data;
         bool open = false;
         int const result = start_pointer(name, value, inner.object_data, open);
         if (is_failure(result)) return result;
-        if (open) {
-          stack.push_back(std::move(inner));
-          stack.back().bag = &stack.back().object_data;
-        }
+        if (!open) stack.pop_back();
         continue;
       }
       frame.children = bag.begin<variant_bag_t>();
@@ -314,7 +317,11 @@ int element_writer_t::write_document(variant_bag_t const& bag) {
 }  // namespace
 
 int internal::write_element_form(variant_bag_t const& bag, std::string& out, std::string& why) {
+  // Documents of one program tend to be of one size: room for the last one saves the
+  // copies of a growing buffer. Untouched room costs address space only.
+  static std::atomic<std::size_t> last_size{0};
   out.clear();
+  out.reserve(std::max<std::size_t>(65536, last_size.load(std::memory_order_relaxed)));
   // The writer prints straight into `out`; libxml2 flushes its own buffer into it in
   // chunks, and on closing.
   auto const append = [](void* context, char const* data, int size) {
@@ -333,7 +340,11 @@ int internal::write_element_form(variant_bag_t const& bag, std::string& out, std
   int const result = element_writer.write_document(bag);
   xmlFreeTextWriter(writer);
   why = element_writer.why();
-  if (is_failure(result)) out.clear();
+  if (is_failure(result)) {
+    out.clear();
+  } else {
+    last_size.store(out.size() + out.size() / 8, std::memory_order_relaxed);
+  }
   return result;
 }
 
@@ -350,8 +361,11 @@ class element_reader_t {
  private:
   std::wstring const& wide_name(xmlNode const* node);
   static xmlChar const* attribute_text(xmlNode const* node, char const* name);
-  // Whether the element's name, text and type names fit in what a save may write.
-  static bool within_limits(xmlNode const* node, xmlChar const* text);
+  static std::size_t text_length(xmlChar const* text) {
+    return text != nullptr ? std::strlen(reinterpret_cast<char const*>(text)) : 0;
+  }
+  // Whether the element's name fits in what a save may write.
+  static bool name_within_limits(xmlNode const* node);
   static bool blob_from_text(char const* text, std::vector<unsigned char>& bytes);
 
   // libxml2 keeps names in a dictionary, so one name is one pointer: converted once.
@@ -389,7 +403,8 @@ std::wstring const& element_reader_t::wide_name(xmlNode const* node) {
 xmlChar const* element_reader_t::attribute_text(xmlNode const* node, char const* name) {
   for (xmlAttr const* attribute = node->properties; attribute != nullptr;
        attribute = attribute->next) {
-    if (attribute->ns != nullptr || std::strcmp(reinterpret_cast<char const*>(attribute->name), name) != 0) {
+    if (attribute->ns != nullptr ||
+        std::strcmp(reinterpret_cast<char const*>(attribute->name), name) != 0) {
       continue;
     }
     xmlNode const* value = attribute->children;
@@ -401,15 +416,12 @@ xmlChar const* element_reader_t::attribute_text(xmlNode const* node, char const*
   return nullptr;
 }
 
-bool element_reader_t::within_limits(xmlNode const* node, xmlChar const* text) {
-  auto const length = [](xmlChar const* s) {
-    return s != nullptr ? std::strlen(reinterpret_cast<char const*>(s)) : 0;
-  };
-  std::size_t name = length(node->name);
-  if (node->ns != nullptr && node->ns->prefix != nullptr) name += length(node->ns->prefix) + 1;
-  return name <= k_max_name_bytes && length(text) <= k_max_text_bytes &&
-         length(attribute_text(node, "type_id")) <= k_max_text_bytes &&
-         length(attribute_text(node, "ptr_type")) <= k_max_text_bytes;
+bool element_reader_t::name_within_limits(xmlNode const* node) {
+  std::size_t length = text_length(node->name);
+  if (node->ns != nullptr && node->ns->prefix != nullptr) {
+    length += text_length(node->ns->prefix) + 1;
+  }
+  return length <= k_max_name_bytes;
 }
 
 // Hexadecimal digits, two to a byte; every character that is neither a letter nor a
@@ -461,8 +473,8 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       }
     }
     char const* word = reinterpret_cast<char const*>(type_word);
-    if (!within_limits(node, text)) {
-      m_why = "a name or text longer than a save may write";
+    if (!name_within_limits(node)) {
+      m_why = "a name longer than a save may write";
       return k_general_failure;
     }
     text_type_t const type =
@@ -479,6 +491,11 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       std::wstring ptr_type;
       xmlChar const* type_id_text = attribute_text(node, "type_id");
       xmlChar const* ptr_type_text = attribute_text(node, "ptr_type");
+      if (text_length(type_id_text) > k_max_text_bytes ||
+          text_length(ptr_type_text) > k_max_text_bytes) {
+        m_why = "a type name longer than a save may write";
+        return k_general_failure;
+      }
       if (type_id_text != nullptr) {
         char const* s = reinterpret_cast<char const*>(type_id_text);
         internal::append_utf8_as_wide(type_id, s, std::strlen(s));
@@ -505,7 +522,11 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       continue;
     }
     char const* s = reinterpret_cast<char const*>(text);
-    std::size_t const length = s != nullptr ? std::strlen(s) : 0;
+    std::size_t const length = text_length(text);
+    if (length > k_max_text_bytes) {
+      m_why = "a text longer than a save may write";
+      return k_general_failure;
+    }
     variant_t value;
     if (type == text_type_t::blob) {
       if (!blob_from_text(s, m_bytes)) {
@@ -516,7 +537,8 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
         m_why = "a blob larger than a save may write";
         return k_general_failure;
       }
-      value = variant_t(static_cast<void const*>(m_bytes.data()), static_cast<u64_t>(m_bytes.size()));
+      value =
+          variant_t(static_cast<void const*>(m_bytes.data()), static_cast<u64_t>(m_bytes.size()));
     } else if (type == text_type_t::wide_string || type == text_type_t::unknown) {
       value = internal::wide_variant_from_utf8(s, length);
     } else {
@@ -548,7 +570,8 @@ xmlNode* find_start(xmlNode* root, std::string const& path) {
   std::string::size_type begin = 0;
   for (;;) {
     std::string::size_type const end = path.find('.', begin);
-    std::string const step = path.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+    std::string const step =
+        path.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
     xmlNode* next = nullptr;
     for (xmlNode* child = current->children; child != nullptr; child = child->next) {
       if (child->type != XML_ELEMENT_NODE) continue;
@@ -577,8 +600,8 @@ int internal::read_element_form_file(variant_bag_t& bag, std::string const& nati
   ensure_xml_safety();
   std::string content;
   if (!read_file_locked(native_name, content, why)) return k_general_failure;
-  xml_doc_ptr_t doc = safe_read_memory(content.data(), content.size(), nullptr,
-                                       k_file_read_options);
+  xml_doc_ptr_t doc =
+      safe_read_memory(content.data(), content.size(), nullptr, k_file_read_options);
   xmlNode* root = nullptr;
   if (!doc) {
     why = last_xml_parse_error();
@@ -634,8 +657,8 @@ int save_variant_bag(variant_bag_t const& bag, wchar_t const* file_name) {
     return result;
   }
   internal::atomic_file_writer_t file;
-  if (!file.open(internal::native_file_name(file_name)) ||
-      !file.write(text.data(), text.size()) || !file.commit()) {
+  if (!file.open(internal::native_file_name(file_name)) || !file.write(text.data(), text.size()) ||
+      !file.commit()) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag to " << file_name << L": " << wide_text(file.why()));
     return k_general_failure;
@@ -664,9 +687,9 @@ int load_variant_bag(variant_bag_t& bag, wchar_t const* file_name, wchar_t const
   std::string utf8_path;
   if (path != nullptr) internal::append_wide_as_utf8(utf8_path, path, std::wcslen(path));
   std::string why;
-  int const result = internal::read_element_form_file(
-      bag, internal::native_file_name(file_name), path != nullptr ? utf8_path.c_str() : nullptr,
-      why);
+  int const result =
+      internal::read_element_form_file(bag, internal::native_file_name(file_name),
+                                       path != nullptr ? utf8_path.c_str() : nullptr, why);
   if (is_failure(result)) {
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot load a bag from " << file_name << L": " << wide_text(why));

@@ -48,8 +48,7 @@ u64_t word_of(variant_t const& v) { return v.get<u64_t>(); }
 double double_of(variant_t const& v) {
   if (class_of(v) == operand_class_t::integer) {
     u64_t const word = word_of(v);
-    return is_signed(v) ? static_cast<double>(static_cast<s64_t>(word))
-                        : static_cast<double>(word);
+    return is_signed(v) ? static_cast<double>(static_cast<s64_t>(word)) : static_cast<double>(word);
   }
   return v.get<double>();
 }
@@ -296,11 +295,11 @@ void debug_print_variant_bag(variant_bag_t const& bag, bool annotate, wchar_t co
 }
 
 wchar_t const* debug_get_variant_type(das_variant_type_t type) {
-  static wchar_t const* const names[] = {
-      L"vtBool",   L"vtDummy",    L"vtSByte",  L"vtUByte",     L"vtSShort",
-      L"vtUShort", L"vtSInt",     L"vtUInt",   L"vtSInt64",    L"vtUInt64",
-      L"vtFloat",  L"vtDouble",   L"vtString", L"vtWString",   L"vtCharPtr",
-      L"vtWCharPtr", L"vtBlob",   L"vtNull",   L"vtNotypePtr", L"vtLast_Used"};
+  static wchar_t const* const names[] = {L"vtBool",   L"vtDummy",   L"vtSByte",     L"vtUByte",
+                                         L"vtSShort", L"vtUShort",  L"vtSInt",      L"vtUInt",
+                                         L"vtSInt64", L"vtUInt64",  L"vtFloat",     L"vtDouble",
+                                         L"vtString", L"vtWString", L"vtCharPtr",   L"vtWCharPtr",
+                                         L"vtBlob",   L"vtNull",    L"vtNotypePtr", L"vtLast_Used"};
   auto const index = static_cast<long>(type);
   if (index < 0 || index >= static_cast<long>(sizeof names / sizeof names[0])) return nullptr;
   return names[index];

@@ -23,14 +23,22 @@ struct type_word_t {
 };
 
 constexpr type_word_t k_type_words[] = {
-    {"bool", L"bool", text_type_t::boolean},   {"dummy", L"dummy", text_type_t::dummy},
-    {"s8_t", L"s8_t", text_type_t::s8},        {"u8_t", L"u8_t", text_type_t::u8},
-    {"s16_t", L"s16_t", text_type_t::s16},     {"u16_t", L"u16_t", text_type_t::u16},
-    {"s32_t", L"s32_t", text_type_t::s32},     {"u32_t", L"u32_t", text_type_t::u32},
-    {"s64_t", L"s64_t", text_type_t::s64},     {"u64_t", L"u64_t", text_type_t::u64},
-    {"float", L"float", text_type_t::single},  {"double", L"double", text_type_t::dbl},
-    {"blob", L"blob", text_type_t::blob},      {"null", L"null", text_type_t::null},
-    {"pointer", L"pointer", text_type_t::pointer}, {"bag", L"bag", text_type_t::bag},
+    {"bool", L"bool", text_type_t::boolean},
+    {"dummy", L"dummy", text_type_t::dummy},
+    {"s8_t", L"s8_t", text_type_t::s8},
+    {"u8_t", L"u8_t", text_type_t::u8},
+    {"s16_t", L"s16_t", text_type_t::s16},
+    {"u16_t", L"u16_t", text_type_t::u16},
+    {"s32_t", L"s32_t", text_type_t::s32},
+    {"u32_t", L"u32_t", text_type_t::u32},
+    {"s64_t", L"s64_t", text_type_t::s64},
+    {"u64_t", L"u64_t", text_type_t::u64},
+    {"float", L"float", text_type_t::single},
+    {"double", L"double", text_type_t::dbl},
+    {"blob", L"blob", text_type_t::blob},
+    {"null", L"null", text_type_t::null},
+    {"pointer", L"pointer", text_type_t::pointer},
+    {"bag", L"bag", text_type_t::bag},
     {"wstring", L"wstring", text_type_t::wide_string},
 };
 
@@ -154,8 +162,8 @@ bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t
       out = variant_t(static_cast<short>(str_to_int16(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::u16:
-      out = variant_t(
-          static_cast<unsigned short>(str_to_uint16(s, length, radix_t::decimal, false)));
+      out =
+          variant_t(static_cast<unsigned short>(str_to_uint16(s, length, radix_t::decimal, false)));
       return true;
     case text_type_t::s32:
       out = variant_t(static_cast<int>(str_to_int32(s, length, radix_t::decimal, false)));
@@ -200,39 +208,67 @@ text_type_t text_type_from_word(wchar_t const* word, std::size_t length) {
 
 char const* element_type_word(das_variant_type_t type) {
   switch (type) {
-    case vtBool: return "bool";
-    case vtSByte: return "s8_t";
-    case vtUByte: return "u8_t";
-    case vtSShort: return "s16_t";
-    case vtUShort: return "u16_t";
-    case vtSInt: return "s32_t";
-    case vtUInt: return "u32_t";
-    case vtSInt64: return "s64_t";
-    case vtUInt64: return "u64_t";
-    case vtFloat: return "float";
-    case vtDouble: return "double";
-    case vtWString: return "";
-    case vtNull: return "null";
-    default: return nullptr;
+    case vtBool:
+      return "bool";
+    case vtSByte:
+      return "s8_t";
+    case vtUByte:
+      return "u8_t";
+    case vtSShort:
+      return "s16_t";
+    case vtUShort:
+      return "u16_t";
+    case vtSInt:
+      return "s32_t";
+    case vtUInt:
+      return "u32_t";
+    case vtSInt64:
+      return "s64_t";
+    case vtUInt64:
+      return "u64_t";
+    case vtFloat:
+      return "float";
+    case vtDouble:
+      return "double";
+    case vtWString:
+      return "";
+    case vtNull:
+      return "null";
+    default:
+      return nullptr;
   }
 }
 
 wchar_t const* element_type_word_wide(das_variant_type_t type) {
   switch (type) {
-    case vtBool: return L"bool";
-    case vtSByte: return L"s8_t";
-    case vtUByte: return L"u8_t";
-    case vtSShort: return L"s16_t";
-    case vtUShort: return L"u16_t";
-    case vtSInt: return L"s32_t";
-    case vtUInt: return L"u32_t";
-    case vtSInt64: return L"s64_t";
-    case vtUInt64: return L"u64_t";
-    case vtFloat: return L"float";
-    case vtDouble: return L"double";
-    case vtWString: return L"";
-    case vtNull: return L"null";
-    default: return nullptr;
+    case vtBool:
+      return L"bool";
+    case vtSByte:
+      return L"s8_t";
+    case vtUByte:
+      return L"u8_t";
+    case vtSShort:
+      return L"s16_t";
+    case vtUShort:
+      return L"u16_t";
+    case vtSInt:
+      return L"s32_t";
+    case vtUInt:
+      return L"u32_t";
+    case vtSInt64:
+      return L"s64_t";
+    case vtUInt64:
+      return L"u64_t";
+    case vtFloat:
+      return L"float";
+    case vtDouble:
+      return L"double";
+    case vtWString:
+      return L"";
+    case vtNull:
+      return L"null";
+    default:
+      return nullptr;
   }
 }
 
@@ -272,8 +308,7 @@ bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::s
   return scalar_from(out, type, text, length);
 }
 
-bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text,
-                      std::size_t length) {
+bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text, std::size_t length) {
   return scalar_from(out, type, text, length);
 }
 

@@ -1,13 +1,13 @@
 // The process-wide refusing entity loader and the safe parse entry points of libxml2.
 #include "core/das/include/xml_safety.hpp"
 
-#include "core/das/include/utf8_codec.hpp"
-
 #include <climits>
 #include <cstdio>
 
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
+
+#include "core/das/include/utf8_codec.hpp"
 
 namespace quillon2::internal {
 
@@ -24,8 +24,7 @@ thread_local entity_door_t* t_innermost_door = nullptr;
 thread_local unsigned long t_refusals = 0;
 thread_local std::string t_last_error;
 
-xmlParserInputPtr refusing_entity_loader(char const* url, char const* id,
-                                         xmlParserCtxtPtr parser) {
+xmlParserInputPtr refusing_entity_loader(char const* url, char const* id, xmlParserCtxtPtr parser) {
   if (t_innermost_door != nullptr) {
     if (xmlParserInputPtr input = door_access_t::open(*t_innermost_door, url, id, parser)) {
       return input;
@@ -78,9 +77,10 @@ xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* e
     return nullptr;
   }
   refusal_watch_t watch;
-  xml_doc_ptr_t doc(xmlCtxtReadMemory(parser, data != nullptr ? data : "",
-                                      static_cast<int>(size), nullptr, encoding,
-                                      safe_parse_options(options)));
+  // libxml2 prints nothing of its own: the reason of a failure is kept for the caller's log.
+  xml_doc_ptr_t doc(xmlCtxtReadMemory(
+      parser, data != nullptr ? data : "", static_cast<int>(size), nullptr, encoding,
+      safe_parse_options(options) | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
   if (doc && watch.refused()) {
     doc.reset();
     t_last_error = "the document refers to external content";
@@ -188,11 +188,20 @@ bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t&
     utf8_bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
     if (c >= 0x20 && c < 0x80) {
       switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '"': out += "&quot;"; break;
-        default: out.push_back(static_cast<char>(c));
+        case '&':
+          out += "&amp;";
+          break;
+        case '<':
+          out += "&lt;";
+          break;
+        case '>':
+          out += "&gt;";
+          break;
+        case '"':
+          out += "&quot;";
+          break;
+        default:
+          out.push_back(static_cast<char>(c));
       }
       continue;
     }
@@ -221,31 +230,36 @@ void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t leng
     auto const c = static_cast<char32_t>(w);
     return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? char32_t{0xFFFD} : c;
   };
-  std::size_t bytes = 0;
+  std::size_t bytes = length;
   for (std::size_t i = 0; i < length; ++i) {
-    char32_t const c = scalar(text[i]);
-    bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+    auto const c = static_cast<char32_t>(text[i]);
+    if (c >= 0x80) {
+      char32_t const s = scalar(text[i]);
+      bytes += s < 0x800 ? 1 : s < 0x10000 ? 2 : 3;
+    }
   }
   std::size_t const start = out.size();
   out.resize(start + bytes);
   char* p = out.data() + start;
-  for (std::size_t i = 0; i < length; ++i) {
-    char32_t const c = scalar(text[i]);
-    if (c < 0x80) {
-      *p++ = static_cast<char>(c);
-    } else if (c < 0x800) {
+  std::size_t i = 0;
+  while (i < length) {
+    // Runs of ASCII go over one unit to one byte.
+    while (i < length && static_cast<char32_t>(text[i]) < 0x80) {
+      *p++ = static_cast<char>(text[i++]);
+    }
+    if (i == length) break;
+    char32_t const c = scalar(text[i++]);
+    if (c < 0x800) {
       *p++ = static_cast<char>(0xC0 | (c >> 6));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else if (c < 0x10000) {
       *p++ = static_cast<char>(0xE0 | (c >> 12));
       *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     } else {
       *p++ = static_cast<char>(0xF0 | (c >> 18));
       *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
       *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *p++ = static_cast<char>(0x80 | (c & 0x3F));
     }
+    *p++ = static_cast<char>(0x80 | (c & 0x3F));
   }
 }
 

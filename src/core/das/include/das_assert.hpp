@@ -5,6 +5,6 @@
 
 #include <quillon2/headers/kesmet.hpp>
 
-#define Q2_DAS_ASSERT_TEXT(text)                                                      \
-  ::KESMET_2_18::debug::_private::____________________ASSERT____________________(      \
+#define Q2_DAS_ASSERT_TEXT(text)                                                  \
+  ::KESMET_2_18::debug::_private::____________________ASSERT____________________( \
       text, __FILE__, __LINE__, __func__)

@@ -18,8 +18,8 @@ int write_element_form(variant_bag_t const& bag, std::string& utf8, std::string&
 // locked while it is read, the document element must be "root", and `path` (UTF-8,
 // steps separated by "."; empty for "root" itself; null is a failure) names the element
 // whose children are read.
-int read_element_form_file(variant_bag_t& bag, std::string const& native_name,
-                           char const* path, std::string& why);
+int read_element_form_file(variant_bag_t& bag, std::string const& native_name, char const* path,
+                           std::string& why);
 
 // Reads a whole element-form document from UTF-8 text into `bag`.
 int read_element_form_text(variant_bag_t& bag, char const* utf8, std::size_t size,

@@ -40,7 +40,8 @@ std::string const& last_xml_parse_error();
 
 // Parses a document held in memory. `encoding` may be null (detect from the document).
 // Null when the text is not well formed, exceeds libxml2's limits, or needed an external
-// load that was refused.
+// load that was refused. libxml2 reports nothing itself on standard error: the reason is
+// kept in last_xml_parse_error() for the caller's log.
 xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
                                int options);
 

@@ -1,4 +1,6 @@
 // POSIX side of the XML file access: flock, whole-file reads, temp file + fsync + rename.
+#include "core/das/include/xml_file_io.hpp"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -8,8 +10,6 @@
 #include <atomic>
 #include <cstring>
 #include <string>
-
-#include "core/das/include/xml_file_io.hpp"
 
 namespace quillon2::internal {
 namespace {
