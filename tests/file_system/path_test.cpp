@@ -214,6 +214,12 @@ TEST(PathEdit, AppendAndAssign) {
   q = path_t(L"\\\\srv\\s");
   path_t const copy = q;
   EXPECT_EQ(q.as_string_list(), copy.as_string_list());
+  // A path moved from is empty and usable.
+  path_t moved(std::move(q));
+  EXPECT_EQ(L"\\\\srv\\s", moved.as_string());
+  EXPECT_TRUE(q.is_empty());  // NOLINT(bugprone-use-after-move)
+  EXPECT_TRUE(q.append(path_t(L"z")));
+  EXPECT_EQ(L"z", q.as_string());
 }
 
 TEST(PathEdit, Normalize) {

@@ -23,6 +23,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include <quillon2/export.hpp>
 
@@ -75,9 +76,18 @@ class component_list_t {
     if (other.m_data.size() > 1) m_data.reserve(other.m_data.size() + k_copy_room);
     m_data.append(other.m_data);
   }
-  component_list_t(component_list_t&&) noexcept = default;
+  // A list moved from is left empty, and as usable as a new one.
+  component_list_t(component_list_t&& other) noexcept
+      : m_data(std::move(other.m_data)), m_count(other.m_count), m_last(other.m_last) {
+    other.m_data.assign(1, char_type());
+    other.m_count = 0;
+    other.m_last = 0;
+  }
   component_list_t& operator=(component_list_t const&) = default;
-  component_list_t& operator=(component_list_t&&) noexcept = default;
+  component_list_t& operator=(component_list_t&& other) noexcept {
+    swap(other);
+    return *this;
+  }
   ~component_list_t() = default;
 
   std::size_t size() const { return m_count; }
@@ -109,13 +119,6 @@ class component_list_t {
       out = put(out, parts[i]);
     }
     m_count = count;
-  }
-  // Keeps the host and drops the components; `units` is room for what follows.
-  void clear(std::size_t units = 0) {
-    m_data.resize(host_units());
-    m_data.reserve(host_units() + units);
-    m_count = 0;
-    m_last = 0;
   }
   void push_back(view_type text) {
     m_last = m_data.size();
@@ -184,7 +187,8 @@ class QUILLON2_API path_t {
 
   path_t() = default;
   path_t(path_t const& other) = default;
-  path_t(path_t&& other) noexcept = default;
+  // A path moved from is the empty path.
+  path_t(path_t&& other) noexcept : m_path(std::move(other.m_path)) { other.m_path = internal_t(); }
   // Parses the text; an empty text or one that does not parse as a whole gives the
   // empty path.
   path_t(std::wstring const& text);  // NOLINT(google-explicit-constructor)
@@ -193,7 +197,11 @@ class QUILLON2_API path_t {
     assign(other);
     return *this;
   }
-  path_t& operator=(path_t&& other) noexcept = default;
+  path_t& operator=(path_t&& other) noexcept {
+    m_path = std::move(other.m_path);
+    other.m_path = internal_t();
+    return *this;
+  }
   ~path_t() = default;
 
   // The printed form, with the long prefix "\\?\" in front when it has 248
