@@ -362,6 +362,38 @@ TEST(AttributeFormLoad, TextLosesItsSurroundingWhiteSpace) {
   EXPECT_TRUE(bag.get<variant_bag_t>(L"e")->is_empty());
 }
 
+TEST(AttributeFormLoad, NamesThatAreNoQualifiedNamesComeBackAsTheyWere) {
+  // libxml2 reads these with a namespace error and goes on; the prefix stays in the name.
+  std::string const text =
+      "<root><int:a:b>7</int:a:b><null:c:d/><pointer:e:f pointer:type_id='T'/><g:/>"
+      "<int:1st/></root>";
+  variant_bag_t const bag = load(text);
+  EXPECT_EQ(variant_t(L"7", false), bag.get<variant_bag_t>(L"int:a:b")->get_variant(L"", variant_t()));
+  EXPECT_TRUE(bag.get<variant_bag_t>(L"null:c:d")->is_empty());
+  EXPECT_TRUE(bag.has<ql2::notype_ptr_t>(L"e:f"));
+  EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"g:"));
+  EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"int:1st"));
+  std::string const saved = save(bag);
+  EXPECT_NE(std::string::npos, saved.find("<int:a:b>7</int:a:b>"));
+  EXPECT_NE(std::string::npos, saved.find("<pointer:e:f pointer:type_id=\"T\""));
+  EXPECT_EQ(saved, save(load(saved)));
+}
+
+TEST(AttributeFormLoad, ANullTextIsItsPrefix) {
+  variant_bag_t bag;
+  variant_bag_t holder;
+  holder.add<variant_t>(L"", variant_t());
+  bag.add_variant_bag(L"x", holder);
+  std::string const text = save(bag);
+  EXPECT_NE(std::string::npos, text.find("<null:x/>"));
+  variant_bag_t const loaded = load(text);
+  EXPECT_TRUE(loaded == bag);
+  // A text under a prefix of the bag's own name says nothing of its type.
+  variant_bag_t named;
+  named.add_variant_bag(L"own:y", holder);
+  EXPECT_EQ("\n<root>\n <own:y/>\n</root>\n", save(named));
+}
+
 TEST(AttributeFormLoad, PathsSelectRenameAndMayBeOmitted) {
   std::string const text = "<top><mid a='1'/><mid a='2'/></top>";
   variant_bag_t whole;

@@ -232,6 +232,17 @@ TEST(VariantBagBuilder, UnbalancedEndsAreReportedAndChangeNothing) {
   EXPECT_TRUE(target.has<variant_t>(L"y"));
 }
 
+TEST(ToUstringConverter, KeepsEveryConvertedNameAlive) {
+  ql2::to_ustring_converter_t converter;
+  wchar_t const* first = converter.convert("caf\xc3\xa9");
+  std::vector<wchar_t const*> more;
+  for (int i = 0; i < 1000; ++i) more.push_back(converter.convert(std::to_string(i).c_str()));
+  EXPECT_EQ(std::wstring(L"caf\u00e9"), first);
+  EXPECT_EQ(std::wstring(L"999"), more.back());
+  EXPECT_EQ(std::wstring(L"\uFFFDx"), converter.convert("\xffx"));
+  EXPECT_EQ(std::wstring(), converter.convert(nullptr));
+}
+
 // ---------------------------------------------------------------------------------------
 // The XML writer visitor
 

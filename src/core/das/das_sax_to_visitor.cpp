@@ -189,6 +189,10 @@ class sax_to_visitor_t {
   static void guarded(void* context, F&& body) {
     auto* self = static_cast<sax_to_visitor_t*>(context);
     if (self->m_failed) return;
+    // libxml2 still hands out some character data after a fatal error; the document is
+    // lost by then, and the visitor has had the events up to the error.
+    xmlParserCtxtPtr parser = self->m_parser;
+    if (parser != nullptr && (parser->disableSAX != 0 || parser->wellFormed == 0)) return;
     try {
       body(*self);
     } catch (std::bad_alloc const&) {
@@ -254,6 +258,10 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
   prefix_info_t const element = info_of(prefix != nullptr ? prefix : k_no_prefix);
   frame.kind = element.kind;
   frame.is_pointer = element.is_pointer;
+  // A name with colons beyond its prefix is no qualified name (libxml2 reports it and goes
+  // on): the prefix is part of the name then, and says no type.
+  bool const whole_name = prefix != nullptr && std::strchr(localname, ':') != nullptr;
+  if (whole_name && !frame.is_pointer) frame.kind = internal::prefix_kind_t::other;
 
   // The attributes in the order of their prefix and name. The parser's names are
   // dictionary strings, so equal prefixes are nearly always equal pointers.
@@ -288,7 +296,7 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
       if (m_type_id.empty()) Q2_DAS_ASSERT_TEXT("!type_id.empty()");
       m_visitor->on_start_pointer(localname, m_type_id.c_str(), m_ptr_type.c_str());
     } else if (prefix == nullptr || internal::is_type_prefix(frame.kind)) {
-      m_visitor->on_start_variant_bag(localname);
+      m_visitor->on_start_variant_bag(localname);  // a type prefix says nothing of a bag
     } else {
       m_visitor->on_start_variant_bag(qualified(prefix, localname));
     }
@@ -327,6 +335,10 @@ void sax_to_visitor_t::on_end() {
       value = internal::wide_text_variant(text.data() + begin, end - begin);
     }
     m_visitor->on_variant("", value);
+  } else if (frame.kind == internal::prefix_kind_t::null) {
+    // A null text has no characters: the prefix alone says it is there, as the writer
+    // gives it to the element.
+    m_visitor->on_variant("", variant_t());
   }
   if (is_active()) {
     if (frame.is_pointer) {
@@ -378,6 +390,12 @@ int sax_to_visitor_t::parse(char const* data, std::size_t size, bool is_utf8, st
   }
   m_parser = nullptr;
   parser->sax = nullptr;  // ours, not the parser's to free
+  // An internal subset makes libxml2 keep its declarations in a document of its own, even
+  // for a SAX parse; the parser context does not free it.
+  if (parser->myDoc != nullptr) {
+    xmlFreeDoc(parser->myDoc);
+    parser->myDoc = nullptr;
+  }
   xmlFreeParserCtxt(parser);
   return result;
 }

@@ -55,7 +55,9 @@ std::uint32_t hash_of(char const* text, std::size_t length) {
   return hash;
 }
 
-// A name split at ":": with exactly two parts the first is the prefix.
+// A name split at ":": with exactly two parts the first is the prefix. A part that would
+// be empty (":x", "x:") leaves the name whole, so that every element keeps a name and every
+// prefix is a word.
 void split_qualified(char const* name, std::size_t length, char const*& prefix,
                      std::size_t& prefix_length, char const*& local, std::size_t& local_length) {
   prefix = nullptr;
@@ -63,7 +65,7 @@ void split_qualified(char const* name, std::size_t length, char const*& prefix,
   local = name;
   local_length = length;
   char const* colon = static_cast<char const*>(std::memchr(name, ':', length));
-  if (colon == nullptr) return;
+  if (colon == nullptr || colon == name || colon + 1 == name + length) return;
   char const* after = colon + 1;
   if (std::memchr(after, ':', static_cast<std::size_t>(name + length - after)) != nullptr) return;
   prefix = name;
@@ -180,6 +182,9 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
  private:
   using text_t = xml_tag_t::text_t;
 
+  // Starts a tag (or names the unnamed current one). A bag's name gives the tag its prefix
+  // (`is_pointer` false); a pointer's tag is "pointer:" and the whole name.
+  bool start_tag(char const* name, bool is_pointer);
   bool refuse(char const* why, char const* name) {
     m_why = why;
     if (*name != '\0') m_why.append(" \"").append(name).append("\"");
@@ -246,13 +251,31 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
 };
 
 bool visitor_variant_bag_to_string_t::on_start_variant_bag(char const* name) {
+  return start_tag(name, false);
+}
+
+bool visitor_variant_bag_to_string_t::start_tag(char const* name, bool is_pointer) {
   if (!have_current()) return false;
   if (name == nullptr || *name == '\0') return refuse("an element without a name", "");
   std::size_t const length = std::strlen(name);
   bool const hidden = name[0] == '#';
+  char const* prefix;
+  std::size_t prefix_length;
+  char const* local;
+  std::size_t local_length;
+  if (is_pointer) {
+    prefix = nullptr;
+    prefix_length = 0;
+    local = name;
+    local_length = length;
+  } else {
+    split_qualified(name, length, prefix, prefix_length, local, local_length);
+  }
   // A name of XML holds none of " </>"; a hidden one is only tested for them.
   if (hidden ? has_forbidden_character(name)
-             : length > internal::k_max_name_bytes || !internal::is_xml_name_utf8(name, length)) {
+             : prefix_length > internal::k_max_name_bytes ||
+                   local_length > internal::k_max_name_bytes ||
+                   !internal::is_xml_name_utf8(name, length)) {
     return refuse("a bag name that XML cannot hold", name);
   }
   std::uint32_t index = m_current;
@@ -274,11 +297,6 @@ bool visitor_variant_bag_to_string_t::on_start_variant_bag(char const* name) {
     parent.last_child = child;
     index = m_current = child;
   }
-  char const* prefix;
-  std::size_t prefix_length;
-  char const* local;
-  std::size_t local_length;
-  split_qualified(name, length, prefix, prefix_length, local, local_length);
   xml_tag_t& tag = m_tags[index];
   tag.hidden = tag.hidden || hidden || (local_length != 0 && local[0] == '#');
   if (prefix_length != 0) {
@@ -311,7 +329,9 @@ bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char co
       return refuse("an object type name too long for a document, of", name != nullptr ? name : "");
     }
   }
-  if (!on_start_variant_bag(name)) return false;
+  // The element's prefix is "pointer", which needs no declaration, and the name stays
+  // whole behind it, colons and all, so that it comes back as it was.
+  if (!start_tag(name, true)) return false;
   static char const k_pointer[] = "pointer";
   xml_tag_t& tag = m_tags[m_current];
   tag.prefix = store(k_pointer, sizeof k_pointer - 1, false);
@@ -344,10 +364,8 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
   }
 
   if (local_length == 0) {
-    // The text of the element, which takes the value's prefix unless it has one. A name
-    // that is nothing but a prefix must still be one that a document can hold.
-    if (has_forbidden_character(name)) return refuse("a value name that XML cannot hold", name);
-    mark_used(row);
+    // The text of the element, which takes the value's prefix unless it has one. Only a
+    // prefix that the element takes is declared: the text itself says nothing of its type.
     char const* escaped = m_scratch.data();
     std::size_t escaped_length = m_scratch.size();
     if (text.wide != nullptr) {
@@ -357,6 +375,7 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
     xml_tag_t& tag = m_tags[m_current];
     if (tag.prefix.size == 0 && prefix_length != 0) {
       tag.prefix = store(prefix, prefix_length, false);
+      mark_used(row);
     }
     tag.text = store(escaped, escaped_length, false);
     return true;
@@ -369,7 +388,7 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
   m_name.clear();
   if (prefix_length != 0) m_name.append(prefix, prefix_length).push_back(':');
   m_name.append(local, local_length);
-  if (m_name.size() > internal::k_max_name_bytes ||
+  if (prefix_length > internal::k_max_name_bytes || local_length > internal::k_max_name_bytes ||
       !internal::is_xml_name_utf8(m_name.data(), m_name.size())) {
     return refuse("a value name that XML cannot hold", name);
   }
