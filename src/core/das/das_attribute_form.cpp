@@ -351,15 +351,24 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
 
 variant_t wide_text_variant(char const* text, std::size_t length) {
   auto const* s = reinterpret_cast<unsigned char const*>(text);
-  // Well-formed UTF-8 gives one unit for each byte that does not continue a sequence.
-  std::size_t units = 0;
-  for (std::size_t i = 0; i < length; ++i) units += (s[i] & 0xC0) != 0x80 ? 1 : 0;
+  // Well-formed UTF-8 gives one unit for each byte that does not continue a sequence
+  // (10xxxxxx): counted eight bytes at a time.
+  std::size_t continuations = 0;
+  std::size_t i = 0;
+  for (; i + 8 <= length; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, s + i, sizeof word);
+    std::uint64_t const marks = word & ~(word << 1) & 0x8080808080808080ull;
+    continuations += static_cast<std::size_t>(__builtin_popcountll(marks));
+  }
+  for (; i < length; ++i) continuations += (s[i] & 0xC0) == 0x80 ? 1 : 0;
+  std::size_t const units = length - continuations;
   variant_t value;
   variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
   auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
   if (out == nullptr) return variant_t(L"", false);
   wchar_t* const end = out + units;
-  std::size_t i = 0;
+  i = 0;
   while (i < length) {
     if (i + 8 <= length) {
       std::uint64_t word;

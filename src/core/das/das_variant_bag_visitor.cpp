@@ -34,10 +34,13 @@ bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
 char const* utf8_of(std::string& buffer, wchar_t const* text) {
   buffer.clear();
   if (text == nullptr) return buffer.c_str();
-  for (; *text != L'\0' && static_cast<std::uint32_t>(*text) < 0x80; ++text) {
-    buffer.push_back(static_cast<char>(*text));
+  std::size_t ascii = 0;
+  while (text[ascii] != L'\0' && static_cast<std::uint32_t>(text[ascii]) < 0x80) ++ascii;
+  buffer.resize(ascii);
+  for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<char>(text[i]);
+  if (text[ascii] != L'\0') {
+    internal::append_wide_as_utf8(buffer, text + ascii, std::wcslen(text + ascii));
   }
-  if (*text != L'\0') internal::append_wide_as_utf8(buffer, text, std::wcslen(text));
   return buffer.c_str();
 }
 

@@ -126,6 +126,22 @@ class text_arena_t {
     m_bytes += need;
     return place;
   }
+  // Room for up to `most` bytes in a shared block, to be written in place and then
+  // committed; null when `most` is too large to share a block, and the caller stores.
+  char* reserve(std::size_t most) {
+    if (most > k_block / 8) return nullptr;
+    if (m_left < most) {
+      m_blocks.emplace_back(new char[k_block]);
+      m_next = m_blocks.back().get();
+      m_left = k_block;
+    }
+    return m_next;
+  }
+  void commit(std::size_t used) {
+    m_next += used;
+    m_left -= used;
+    m_bytes += used;
+  }
   // How many bytes were stored: a measure of the document's size.
   std::size_t bytes() const { return m_bytes; }
 
@@ -209,6 +225,24 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   void mark_used(int row) {
     if (row >= 0) m_used |= 1u << row;
   }
+  // Escapes wide text into the arena; false when XML cannot hold the text.
+  bool store_escaped(wchar_t const* text, bool attribute, text_t& stored) {
+    std::size_t const units = std::wcslen(text);
+    std::size_t const most = units * internal::k_max_escaped_bytes;
+    if (char* place = m_chars.reserve(most)) {
+      long const written = internal::escape_wide_text(text, units, attribute, place);
+      if (written < 0) return false;
+      m_chars.commit(static_cast<std::size_t>(written));
+      stored.data = place;
+      stored.size = static_cast<std::uint32_t>(written);
+      return true;
+    }
+    std::size_t length = 0;
+    char const* escaped = escape(text, attribute, length);
+    if (escaped == nullptr) return false;
+    stored = store(escaped, length, false);
+    return true;
+  }
   // Escapes wide text into the reused buffer; null when XML cannot hold the text.
   char const* escape(wchar_t const* text, bool attribute, std::size_t& length) {
     std::size_t const units = std::wcslen(text);
@@ -224,6 +258,9 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   }
   void set_attribute(std::uint32_t tag_index, char const* qualified_name, std::size_t name_length,
                      char const* value, std::size_t value_length);
+  // The same with a name already in the arena and its hash, and a value stored already.
+  void set_attribute(std::uint32_t tag_index, text_t qualified_name, std::uint32_t hash,
+                     text_t value);
   std::uint32_t find_attribute(std::uint32_t tag_index, char const* qualified_name,
                                std::size_t name_length, std::uint32_t hash) const;
   std::uint32_t first_visible(std::uint32_t index) const {
@@ -245,6 +282,22 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   std::string m_name;
   std::unique_ptr<char[]> m_escape;
   std::size_t m_escape_capacity = 0;
+
+  // What a value's name gives, by the name as the event brings it and the value's type
+  // prefix: a bag's values have the same names again and again.
+  struct name_entry_t {
+    std::string name;
+    int type_row = -2;  // never a row: the entry is empty
+    bool hidden = false;
+    bool valid = false;
+    int row = -1;  // the row that the qualified name's prefix declares
+    text_t qualified_name;
+    std::uint32_t hash = 0;
+  };
+  static constexpr std::size_t k_name_cache = 512;
+  std::unique_ptr<name_entry_t[]> m_name_cache{new name_entry_t[k_name_cache]};
+  name_entry_t const& name_entry(char const* name, std::size_t length,
+                                 internal::value_text_t const& text);
   std::string m_why;  // why the last refused event was refused
 
   friend std::string internal::why_refused(variant_bag_visitor_to_xml_t const& visitor);
@@ -353,57 +406,78 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
   internal::value_text_t text;
   m_scratch.clear();
   internal::get_type_and_value_as_string(value, text, m_scratch);
+  if (length == 0) {
+    // The text of the element, which takes the value's prefix unless it has one. Only a
+    // prefix that the element takes is declared: the text itself says nothing of its type.
+    text_t stored;
+    if (text.wide != nullptr) {
+      if (!store_escaped(text.wide, false, stored)) {
+        return refuse("a text with characters that XML cannot hold", "");
+      }
+    } else {
+      stored = store(m_scratch.data(), m_scratch.size(), false);
+    }
+    xml_tag_t& tag = m_tags[m_current];
+    if (tag.prefix.size == 0 && text.prefix_length != 0) {
+      tag.prefix = store(text.prefix, text.prefix_length, false);
+      mark_used(text.row);
+    }
+    tag.text = stored;
+    return true;
+  }
+  name_entry_t const& entry = name_entry(name, length, text);
+  if (entry.hidden) {  // hidden entries are not written
+    return has_forbidden_character(name) ? refuse("a value name that XML cannot hold", name) : true;
+  }
+  if (!entry.valid) return refuse("a value name that XML cannot hold", name);
+  mark_used(entry.row);
+  text_t stored;
+  if (text.wide != nullptr) {
+    if (!store_escaped(text.wide, true, stored)) {
+      return refuse("a text with characters that XML cannot hold in", name);
+    }
+    if (stored.size > internal::k_max_attribute_bytes) {
+      return refuse("a text too long for a document in", name);
+    }
+  } else {
+    stored = store(m_scratch.data(), m_scratch.size(), false);
+  }
+  set_attribute(m_current, entry.qualified_name, entry.hash, stored);
+  return true;
+}
+
+visitor_variant_bag_to_string_t::name_entry_t const& visitor_variant_bag_to_string_t::name_entry(
+    char const* name, std::size_t length, internal::value_text_t const& text) {
+  std::uint32_t const key = hash_of(name, length) ^ static_cast<std::uint32_t>(text.row + 2) * 40503u;
+  name_entry_t& entry = m_name_cache[key & (k_name_cache - 1)];
+  if (entry.type_row == text.row && entry.name.size() == length &&
+      std::memcmp(entry.name.data(), name, length) == 0) {
+    return entry;
+  }
+  entry.name.assign(name, length);
+  entry.type_row = text.row;
   char const* prefix = text.prefix;
   std::size_t prefix_length = text.prefix_length;
   char const* local = name;
   std::size_t local_length = length;
-  int row = text.row;
+  entry.row = text.row;
   if (prefix_length == 0) {
     split_qualified(name, length, prefix, prefix_length, local, local_length);
-    if (prefix_length != 0) row = internal::namespace_row_of(prefix, prefix_length);
+    if (prefix_length != 0) entry.row = internal::namespace_row_of(prefix, prefix_length);
   }
-
-  if (local_length == 0) {
-    // The text of the element, which takes the value's prefix unless it has one. Only a
-    // prefix that the element takes is declared: the text itself says nothing of its type.
-    char const* escaped = m_scratch.data();
-    std::size_t escaped_length = m_scratch.size();
-    if (text.wide != nullptr) {
-      escaped = escape(text.wide, false, escaped_length);
-      if (escaped == nullptr) return refuse("a text with characters that XML cannot hold", "");
-    }
-    xml_tag_t& tag = m_tags[m_current];
-    if (tag.prefix.size == 0 && prefix_length != 0) {
-      tag.prefix = store(prefix, prefix_length, false);
-      mark_used(row);
-    }
-    tag.text = store(escaped, escaped_length, false);
-    return true;
-  }
-  if (name[0] == '#' || local[0] == '#') {  // hidden entries are not written
-    return has_forbidden_character(name) ? refuse("a value name that XML cannot hold", name) : true;
-  }
-
+  entry.hidden = name[0] == '#' || local[0] == '#';
   // The qualified name must be a name of XML, which also keeps out " </>".
   m_name.clear();
   if (prefix_length != 0) m_name.append(prefix, prefix_length).push_back(':');
   m_name.append(local, local_length);
-  if (prefix_length > internal::k_max_name_bytes || local_length > internal::k_max_name_bytes ||
-      !internal::is_xml_name_utf8(m_name.data(), m_name.size())) {
-    return refuse("a value name that XML cannot hold", name);
+  entry.valid = !entry.hidden && prefix_length <= internal::k_max_name_bytes &&
+                local_length <= internal::k_max_name_bytes &&
+                internal::is_xml_name_utf8(m_name.data(), m_name.size());
+  if (entry.valid) {
+    entry.qualified_name = store(m_name.data(), m_name.size(), true);
+    entry.hash = hash_of(m_name.data(), m_name.size());
   }
-  mark_used(row);
-  char const* escaped = m_scratch.data();
-  std::size_t escaped_length = m_scratch.size();
-  if (text.wide != nullptr) {
-    escaped = escape(text.wide, true, escaped_length);
-    if (escaped == nullptr) return refuse("a text with characters that XML cannot hold in", name);
-    if (escaped_length > internal::k_max_attribute_bytes) {
-      return refuse("a text too long for a document in", name);
-    }
-  }
-  set_attribute(m_current, m_name.data(), m_name.size(), escaped, escaped_length);
-  return true;
+  return entry;
 }
 
 std::uint32_t visitor_variant_bag_to_string_t::find_attribute(std::uint32_t tag_index,
@@ -433,16 +507,29 @@ void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index,
                                                     std::size_t name_length, char const* value,
                                                     std::size_t value_length) {
   std::uint32_t const hash = hash_of(qualified_name, name_length);
-  std::uint32_t const existing = find_attribute(tag_index, qualified_name, name_length, hash);
+  text_t name;
+  if (find_attribute(tag_index, qualified_name, name_length, hash) == k_none) {
+    name = store(qualified_name, name_length, true);
+  } else {
+    name.data = qualified_name;  // not kept: the attribute that exists keeps its name
+    name.size = static_cast<std::uint32_t>(name_length);
+  }
+  set_attribute(tag_index, name, hash, store(value, value_length, false));
+}
+
+void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index, text_t qualified_name,
+                                                    std::uint32_t hash, text_t value) {
+  std::uint32_t const existing =
+      find_attribute(tag_index, qualified_name.data, qualified_name.size, hash);
   if (existing != k_none) {
     // A later value of the same name keeps the attribute's place.
-    m_attributes[existing].value = store(value, value_length, false);
+    m_attributes[existing].value = value;
     return;
   }
   auto const index = static_cast<std::uint32_t>(m_attributes.size());
   xml_attribute_t& attribute = m_attributes.emplace_back();
-  attribute.qualified_name = store(qualified_name, name_length, true);
-  attribute.value = store(value, value_length, false);
+  attribute.qualified_name = qualified_name;
+  attribute.value = value;
   attribute.hash = hash;
   xml_tag_t& tag = m_tags[tag_index];
   tag.hashes_seen |= std::uint64_t{1} << (hash & 63);
@@ -460,7 +547,7 @@ void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index,
       names.emplace(std::string(name.data, name.size), a);
     }
   } else if (tag.attribute_count > k_indexed_attributes) {
-    m_indexes[tag_index].emplace(std::string(qualified_name, name_length), index);
+    m_indexes[tag_index].emplace(std::string(qualified_name.data, qualified_name.size), index);
   }
 }
 
