@@ -62,20 +62,21 @@ std::uint64_t next_random(std::uint64_t& state) {
 variant_bag_t make_bag(std::size_t target_bytes) {
   std::uint64_t seed = 42;
   variant_bag_t bag;
-  std::wstring const words[] = {L"alpha", L"beta", L"gr\u00fc\u00dfe", L"\u65e5\u672c",
-                                L"<tag & more>", L"line\nfeed"};
+  std::wstring const words[] = {L"alpha",        L"beta",         L"gr\u00fc\u00dfe",
+                                L"\u65e5\u672c", L"<tag & more>", L"line\nfeed"};
   std::size_t estimate = 0;
   for (int i = 0; estimate < target_bytes; ++i) {
     variant_bag_t record;
     record.add<variant_t>(L"id", variant_t(i));
-    record.add<variant_t>(L"name", variant_t((words[next_random(seed) % 6] + L" " +
-                                              std::to_wstring(next_random(seed))).c_str()));
+    record.add<variant_t>(
+        L"name",
+        variant_t(
+            (words[next_random(seed) % 6] + L" " + std::to_wstring(next_random(seed))).c_str()));
     record.add<variant_t>(L"active", variant_t(next_random(seed) % 2 == 0));
     record.add<variant_t>(L"ratio", variant_t(static_cast<double>(next_random(seed)) / 7.0));
     record.add<variant_t>(L"count", variant_t(static_cast<quillon2::u64_t>(next_random(seed))));
     record.add<variant_t>(L"level", variant_t(static_cast<short>(next_random(seed) % 1000)));
-    record.add<variant_t>(L"scale",
-                          variant_t(static_cast<float>(next_random(seed) % 100) / 8.0f));
+    record.add<variant_t>(L"scale", variant_t(static_cast<float>(next_random(seed) % 100) / 8.0f));
     record.add<variant_t>(L"empty", variant_t());
     variant_bag_t meta;
     meta.add<variant_t>(L"owner", variant_t(words[next_random(seed) % 6].c_str()));
@@ -271,8 +272,8 @@ void BM_visit_ours(benchmark::State& state) {
   set_bytes(state);
 }
 
-void ignore_start(void*, xmlChar const*, xmlChar const*, xmlChar const*, int, xmlChar const**,
-                  int, int, xmlChar const**) {}
+void ignore_start(void*, xmlChar const*, xmlChar const*, xmlChar const*, int, xmlChar const**, int,
+                  int, xmlChar const**) {}
 void ignore_end(void*, xmlChar const*, xmlChar const*, xmlChar const*) {}
 void ignore_characters(void*, xmlChar const*, int) {}
 

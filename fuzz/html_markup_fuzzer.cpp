@@ -12,8 +12,8 @@
 #include <quillon2/headers/kesmet.hpp>
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  std::wstring const input = KESMET_2_18::strings::utf8_to_utf16(
-      std::string(reinterpret_cast<char const*>(data), size));
+  std::wstring const input =
+      KESMET_2_18::strings::utf8_to_utf16(std::string(reinterpret_cast<char const*>(data), size));
   std::wstring const output = quillon2::removeHtmlMarkupFromText(input);
   if (output.size() > input.size()) {
     std::fprintf(stderr, "html_markup_fuzzer: the console text grew\n");

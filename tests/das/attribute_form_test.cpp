@@ -368,7 +368,8 @@ TEST(AttributeFormLoad, NamesThatAreNoQualifiedNamesComeBackAsTheyWere) {
       "<root><int:a:b>7</int:a:b><null:c:d/><pointer:e:f pointer:type_id='T'/><g:/>"
       "<int:1st/></root>";
   variant_bag_t const bag = load(text);
-  EXPECT_EQ(variant_t(L"7", false), bag.get<variant_bag_t>(L"int:a:b")->get_variant(L"", variant_t()));
+  EXPECT_EQ(variant_t(L"7", false),
+            bag.get<variant_bag_t>(L"int:a:b")->get_variant(L"", variant_t()));
   EXPECT_TRUE(bag.get<variant_bag_t>(L"null:c:d")->is_empty());
   EXPECT_TRUE(bag.has<ql2::notype_ptr_t>(L"e:f"));
   EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"g:"));
@@ -418,7 +419,8 @@ TEST(AttributeFormLoad, PathsSelectRenameAndMayBeOmitted) {
 TEST(AttributeFormLoad, IllFormedTextFailsWithWhatWasRead) {
   variant_bag_t bag;
   bag.add<variant_t>(L"old", variant_t(1));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(bag, std::string("<root a='1'><b/>"), L"root"));
+  EXPECT_EQ(k_failure,
+            ql2::load_variant_bag_from_string2(bag, std::string("<root a='1'><b/>"), L"root"));
   EXPECT_FALSE(bag.has<variant_t>(L"old"));
   EXPECT_TRUE(bag.has<variant_t>(L"a"));
   for (char const* text : {"", "plain", "<root a='1' a='2'/>", "<root>&undefined;</root>",

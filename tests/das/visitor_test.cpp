@@ -78,7 +78,9 @@ std::string describe(variant_t const& value) {
 // Writes every event into a log; answers false from the event numbered `refuse_at`.
 class recorder_t : public ql2::variant_bag_visitor_t {
  public:
-  bool on_start_variant_bag(char const* name) override { return note("start " + std::string(name)); }
+  bool on_start_variant_bag(char const* name) override {
+    return note("start " + std::string(name));
+  }
   bool on_end_variant_bag() override { return note("end"); }
   bool on_start_pointer(char const* name, char const* type_id, char const* ptr_type) override {
     return note("pointer " + std::string(name) + " " + type_id + " " + ptr_type);
@@ -130,10 +132,10 @@ TEST(DumpVariantBag, ValuesAndPointersInBagOrderThenChildBags) {
   bag.add_variant_bag(L"d", variant_bag_t());
   auto recorder = make_recorder();
   EXPECT_EQ(1, ql2::dump_variant_bag(bag, recorder));
-  EXPECT_EQ(recorder->log, (log_t{"value a=6:1", "pointer p dasID_None ", "end pointer",
-                                  "value b=w:text", "pointer q " + k_marker + " " + k_marker,
-                                  "value mark=6:7", "end pointer", "start c", "value x=11:1.5",
-                                  "end", "start d", "end"}));
+  EXPECT_EQ(recorder->log,
+            (log_t{"value a=6:1", "pointer p dasID_None ", "end pointer", "value b=w:text",
+                   "pointer q " + k_marker + " " + k_marker, "value mark=6:7", "end pointer",
+                   "start c", "value x=11:1.5", "end", "start d", "end"}));
 }
 
 TEST(DumpVariantBag, NullVisitorDoesNothing) {
@@ -278,9 +280,10 @@ TEST(VisitorToXml, NamesSplitAtOneColonOnly) {
   EXPECT_TRUE(visitor->on_variant("a:b:c", variant_t(L"v", false)));
   EXPECT_TRUE(visitor->on_variant("xsl:mode", variant_t(L"m", false)));
   EXPECT_TRUE(visitor->on_variant("own:n", variant_t(L"o", false)));
-  EXPECT_EQ("\n<r xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\" a:b:c=\"v\" xsl:mode=\"m\" "
-            "own:n=\"o\"/>\n",
-            xml_of(visitor));
+  EXPECT_EQ(
+      "\n<r xmlns:xsl=\"http://www.w3.org/1999/XSL/Transform\" a:b:c=\"v\" xsl:mode=\"m\" "
+      "own:n=\"o\"/>\n",
+      xml_of(visitor));
 }
 
 TEST(VisitorToXml, RootPathStepsNestAndPointersNeedNoDeclaration) {
@@ -291,12 +294,13 @@ TEST(VisitorToXml, RootPathStepsNestAndPointersNeedNoDeclaration) {
   EXPECT_TRUE(visitor->on_variant("v", variant_t(L"first", false)));
   EXPECT_TRUE(visitor->on_variant("w", variant_t(true)));
   EXPECT_TRUE(visitor->on_variant("v", variant_t(L"last", false)));
-  EXPECT_EQ("\n<a xmlns:boolean=\"http://www.w3.org/2001/XMLSchema#boolean\">\n"
-            " <b v=\"last\" boolean:w=\"true\">\n"
-            "  <pointer:p pointer:type_id=\"T\" pointer:ptr_type=\"U\" v=\"1\"/>\n"
-            " </b>\n"
-            "</a>\n",
-            xml_of(visitor));
+  EXPECT_EQ(
+      "\n<a xmlns:boolean=\"http://www.w3.org/2001/XMLSchema#boolean\">\n"
+      " <b v=\"last\" boolean:w=\"true\">\n"
+      "  <pointer:p pointer:type_id=\"T\" pointer:ptr_type=\"U\" v=\"1\"/>\n"
+      " </b>\n"
+      "</a>\n",
+      xml_of(visitor));
 }
 
 TEST(VisitorToXml, RefusesWhatADocumentCannotHold) {
@@ -343,11 +347,13 @@ TEST_F(VisitorToXmlFile, WritesTheDeclarationInTheCallersEncoding) {
   auto visitor = ql2::create_visitor_to_xml("r");
   EXPECT_TRUE(visitor->on_variant("t", variant_t(L"gr\u00fc\u00df", false)));
   std::string const file = m_dir.file("latin.xml");
-  ASSERT_EQ(1, visitor->to_xml_file(KESMET_2_18::strings::utf8_to_utf16(file).c_str(), "ISO-8859-1"));
+  ASSERT_EQ(1,
+            visitor->to_xml_file(KESMET_2_18::strings::utf8_to_utf16(file).c_str(), "ISO-8859-1"));
   std::ifstream in(file, std::ios::binary);
   std::stringstream bytes;
   bytes << in.rdbuf();
-  EXPECT_EQ("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<r t=\"gr\xfc\xdf\"/>\n", bytes.str());
+  EXPECT_EQ("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<r t=\"gr\xfc\xdf\"/>\n",
+            bytes.str());
 
   // An encoding that does not exist fails and leaves the file as it was.
   EXPECT_EQ(k_failure, visitor->to_xml_file(KESMET_2_18::strings::utf8_to_utf16(file).c_str(),
@@ -369,11 +375,10 @@ TEST(ReadXmlToVisitor, AttributesInPrefixOrderAndTextAfterChildren) {
       "<pointer:p pointer:type_id='T' pointer:ptr_type='U' x='1'/><own:e xmlns:own='o'/> tail"
       "<boolean:b>maybe</boolean:b><blob:c/>\t</doc>";
   EXPECT_EQ(1, ql2::read_xml_to_visitor(xml, recorder.get(), nullptr));
-  EXPECT_EQ(recorder->log,
-            (log_t{"start doc", "value alpha=w: a ", "value zeta=w:z", "value n=6:4", "start v",
-                   "value =6:5", "end", "pointer p T U", "value x=w:1", "end pointer",
-                   "start own:e", "end", "start b", "value =w:maybe", "end", "start blob:c",
-                   "end", "value =w:head   tail", "end"}));
+  EXPECT_EQ(recorder->log, (log_t{"start doc", "value alpha=w: a ", "value zeta=w:z", "value n=6:4",
+                                  "start v", "value =6:5", "end", "pointer p T U", "value x=w:1",
+                                  "end pointer", "start own:e", "end", "start b", "value =w:maybe",
+                                  "end", "start blob:c", "end", "value =w:head   tail", "end"}));
 }
 
 TEST(ReadXmlToVisitor, ThePathSelectsASubtreeByWildcards) {
@@ -382,8 +387,8 @@ TEST(ReadXmlToVisitor, ThePathSelectsASubtreeByWildcards) {
       "<config b='4'>text</config></root>";
   auto recorder = make_recorder();
   EXPECT_EQ(1, ql2::read_xml_to_visitor(xml, recorder.get(), "root.config"));
-  EXPECT_EQ(recorder->log, (log_t{"value b=w:1", "start inner", "value c=w:2", "end",
-                                  "value b=w:4", "value =w:text"}));
+  EXPECT_EQ(recorder->log, (log_t{"value b=w:1", "start inner", "value c=w:2", "end", "value b=w:4",
+                                  "value =w:text"}));
   recorder = make_recorder();
   EXPECT_EQ(1, ql2::read_xml_to_visitor(xml, recorder.get(), "r*t.?th*"));
   EXPECT_EQ(recorder->log, (log_t{"value d=w:3"}));
@@ -501,17 +506,17 @@ class messages_t : public ql2::check_relaxng_callback_t {
 
 TEST(CheckRelaxNg, ValidDocumentsPassAndInvalidOnesAreExplained) {
   messages_t messages;
-  EXPECT_EQ(1, ql2::check_relaxng("<config version='1'><item>a</item></config>", k_schema,
-                                  &messages));
+  EXPECT_EQ(1,
+            ql2::check_relaxng("<config version='1'><item>a</item></config>", k_schema, &messages));
   EXPECT_TRUE(messages.errors.empty());
   EXPECT_EQ(k_failure, ql2::check_relaxng("<config><stray/></config>", k_schema, &messages));
   ASSERT_FALSE(messages.errors.empty());
   for (std::string const& message : messages.errors) EXPECT_LT(message.size(), 1024u);
   EXPECT_EQ(1, ql2::check_relaxng(L"<config version='\u00e9'/>",
                                   KESMET_2_18::strings::utf8_to_utf16(k_schema).c_str(), nullptr));
-  EXPECT_EQ(k_failure, ql2::check_relaxng(L"<config/>",
-                                          KESMET_2_18::strings::utf8_to_utf16(k_schema).c_str(),
-                                          nullptr));
+  EXPECT_EQ(k_failure,
+            ql2::check_relaxng(L"<config/>", KESMET_2_18::strings::utf8_to_utf16(k_schema).c_str(),
+                               nullptr));
 }
 
 TEST(CheckRelaxNg, BrokenSchemasAndDocumentsFail) {
@@ -525,12 +530,25 @@ TEST(CheckRelaxNg, BrokenSchemasAndDocumentsFail) {
   EXPECT_EQ(k_failure, ql2::check_relaxng(static_cast<char const*>(nullptr), k_schema, nullptr));
 }
 
+TEST(CheckRelaxNg, EntityBombsAreNotExpanded) {
+  std::string bomb = "<!DOCTYPE config [<!ENTITY a 'aaaaaaaaaaaaaaaa'>";
+  std::string previous = "a";
+  for (char c = 'b'; c <= 'k'; ++c) {
+    bomb += std::string("<!ENTITY ") + c + " '";
+    for (int i = 0; i < 16; ++i) bomb += "&" + previous + ";";
+    bomb += "'>";
+    previous = std::string(1, c);
+  }
+  bomb += "]><config version='&k;'><item>&k;</item></config>";
+  EXPECT_EQ(k_failure, ql2::check_relaxng(bomb.c_str(), k_schema, nullptr));
+}
+
 TEST_F(ReadXmlFileToVisitor, SchemasCannotReachForFiles) {
   std::string const included = m_dir.file("part.rng");
   std::ofstream(included) << "<element name='config' "
                              "xmlns='http://relaxng.org/ns/structure/1.0'><empty/></element>";
-  std::string const schema = "<externalRef href='file://" + included +
-                             "' xmlns='http://relaxng.org/ns/structure/1.0'/>";
+  std::string const schema =
+      "<externalRef href='file://" + included + "' xmlns='http://relaxng.org/ns/structure/1.0'/>";
   EXPECT_EQ(k_failure, ql2::check_relaxng("<config/>", schema.c_str(), nullptr));
 }
 

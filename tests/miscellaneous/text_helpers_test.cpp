@@ -27,31 +27,32 @@ TEST_P(markup_test, GivesTheConsoleText) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, markup_test,
-    ::testing::Values(
-        markup_case_t{L"", L""}, markup_case_t{L"plain text, <b>kept</b>", L"plain text, <b>kept</b>"},
-        // An anchor is replaced whole by its cli attribute...
-        markup_case_t{L"<a href='x' cli='see the help'>Help</a>", L"see the help"},
-        markup_case_t{L"Run <a href=\"#run\" cli=\"--run\">run</a> now", L"Run --run now"},
-        // ...and vanishes without one, or when it is not XML, visible text included.
-        markup_case_t{L"<a href='x'>Help</a>", L""},
-        markup_case_t{L"<a href='a&b' cli='never'>x</a>!", L"!"},
-        markup_case_t{L"<a cli='1'>x</a><a cli='2'>y</a>", L"12"},
-        // The pattern also catches an element that only starts with "a".
-        markup_case_t{L"<abbr>x</a>", L""},
-        // The same anchor twice gets the same replacement.
-        markup_case_t{L"<a cli='A'>a</a>-<a cli='A'>a</a>", L"A-A"},
-        // An attribute of another type is no text.
-        markup_case_t{L"<a int:cli='5' xmlns:int='u'>x</a>", L""},
-        // A cli that holds markup is replaced in its turn.
-        markup_case_t{L"<a cli='&lt;br&gt;'>x</a>", L"\n"},
-        markup_case_t{L"<ul><li>one</li><li>two</li></ul>", L" * one\n * two\n"},
-        markup_case_t{L"<p>first</p><p><strong>bold</strong><br>line<br/>end</p>",
-                      L"first\nbold\nline\nend\n"},
-        // Other spellings and entities stay as they are.
-        markup_case_t{L"<P>a<BR>b<br />c &amp; d", L"<P>a<BR>b<br />c &amp; d"},
-        // A dot in the pattern also matches a line end; an unclosed anchor stays.
-        markup_case_t{L"<a\ncli='x'>multi\nline</a>", L"x"},
-        markup_case_t{L"<a cli='x'>no end", L"<a cli='x'>no end"}));
+    ::testing::Values(markup_case_t{L"", L""},
+                      markup_case_t{L"plain text, <b>kept</b>", L"plain text, <b>kept</b>"},
+                      // An anchor is replaced whole by its cli attribute...
+                      markup_case_t{L"<a href='x' cli='see the help'>Help</a>", L"see the help"},
+                      markup_case_t{L"Run <a href=\"#run\" cli=\"--run\">run</a> now",
+                                    L"Run --run now"},
+                      // ...and vanishes without one, or when it is not XML, visible text included.
+                      markup_case_t{L"<a href='x'>Help</a>", L""},
+                      markup_case_t{L"<a href='a&b' cli='never'>x</a>!", L"!"},
+                      markup_case_t{L"<a cli='1'>x</a><a cli='2'>y</a>", L"12"},
+                      // The pattern also catches an element that only starts with "a".
+                      markup_case_t{L"<abbr>x</a>", L""},
+                      // The same anchor twice gets the same replacement.
+                      markup_case_t{L"<a cli='A'>a</a>-<a cli='A'>a</a>", L"A-A"},
+                      // An attribute of another type is no text.
+                      markup_case_t{L"<a int:cli='5' xmlns:int='u'>x</a>", L""},
+                      // A cli that holds markup is replaced in its turn.
+                      markup_case_t{L"<a cli='&lt;br&gt;'>x</a>", L"\n"},
+                      markup_case_t{L"<ul><li>one</li><li>two</li></ul>", L" * one\n * two\n"},
+                      markup_case_t{L"<p>first</p><p><strong>bold</strong><br>line<br/>end</p>",
+                                    L"first\nbold\nline\nend\n"},
+                      // Other spellings and entities stay as they are.
+                      markup_case_t{L"<P>a<BR>b<br />c &amp; d", L"<P>a<BR>b<br />c &amp; d"},
+                      // A dot in the pattern also matches a line end; an unclosed anchor stays.
+                      markup_case_t{L"<a\ncli='x'>multi\nline</a>", L"x"},
+                      markup_case_t{L"<a cli='x'>no end", L"<a cli='x'>no end"}));
 
 TEST(EscapeRegexChars, QuotesEachSpecialCharacterOnce) {
   EXPECT_EQ(L"a\\.b", ql2::escape_regex_chars(L"a.b"));
@@ -104,7 +105,8 @@ TEST(FindBestMatch, ExactWordsWinAndCaseCounts) {
 }
 
 TEST(FindBestMatch, CandidatesWithMoreWordsNeverWin) {
-  EXPECT_EQ(best({L"set-value-now", L"set-values"}, L"set-val"), std::make_pair(1, words_t{L"set-values"}));
+  EXPECT_EQ(best({L"set-value-now", L"set-values"}, L"set-val"),
+            std::make_pair(1, words_t{L"set-values"}));
   EXPECT_EQ(best({L"set-value-now"}, L"set-value"), std::make_pair(0, words_t{}));
 }
 
@@ -128,9 +130,9 @@ TEST(FindBestMatch, TheMatchesOutliveTheCandidates) {
   ql2::generic_iterator_t<std::wstring> matches;
   {
     std::vector<std::wstring> candidates = {L"alpha-one", L"alpha-two"};
-    EXPECT_EQ(2, ql2::find_best_match(
-                     ql2::iterutil::make_owned_iterator_from<std::wstring>(candidates), L"a-",
-                     matches));
+    EXPECT_EQ(
+        2, ql2::find_best_match(ql2::iterutil::make_owned_iterator_from<std::wstring>(candidates),
+                                L"a-", matches));
   }
   ql2::generic_iterator_t<std::wstring> copy = matches;
   ASSERT_FALSE(copy.at_end());

@@ -4,8 +4,8 @@
 // its order is the order of the declarations on a document element.
 #include <charconv>
 #include <cmath>
-#include <limits>
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include <quillon2/das/variant.hpp>
@@ -23,7 +23,8 @@ namespace {
 // The base of the URIs that this library defines itself.
 #define Q2_BAG_URI_BASE "urn:quillon2"
 #define Q2_XML_SCHEMA "http://www.w3.org/2001/XMLSchema"
-#define Q2_ROW(prefix, uri) {prefix, sizeof(prefix) - 1, uri}
+#define Q2_ROW(prefix, uri) \
+  { prefix, sizeof(prefix) - 1, uri }
 
 constexpr namespace_row_t k_namespaces[] = {
     Q2_ROW("blob", Q2_BAG_URI_BASE "/2009/BagSchema#blob"),
@@ -114,14 +115,22 @@ long next_code_point(char const* text, std::size_t length, std::size_t& i) {
 // one that stands as it is.
 inline char const* attribute_reference(char32_t c) {
   switch (c) {
-    case '&': return "&amp;";
-    case '<': return "&lt;";
-    case '>': return "&gt;";
-    case '"': return "&quot;";
-    case '\t': return "&#9;";
-    case '\n': return "&#10;";
-    case '\r': return "&#13;";
-    default: return nullptr;
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\t':
+      return "&#9;";
+    case '\n':
+      return "&#10;";
+    case '\r':
+      return "&#13;";
+    default:
+      return nullptr;
   }
 }
 

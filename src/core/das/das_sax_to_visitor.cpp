@@ -171,8 +171,7 @@ class sax_to_visitor_t {
     if (m_depth < m_path.size()) return false;
     return m_depth == 0 || m_frames[m_depth - 1].matched;
   }
-  void on_start(char const* localname, char const* prefix, int count,
-                xmlChar const** attributes);
+  void on_start(char const* localname, char const* prefix, int count, xmlChar const** attributes);
   void on_end();
   char const* qualified(char const* prefix, char const* name) {
     m_name.assign(prefix).push_back(':');
@@ -217,16 +216,15 @@ class sax_to_visitor_t {
   std::string m_why;
 };
 
-void sax_to_visitor_t::start_element(void* context, xmlChar const* localname,
-                                     xmlChar const* prefix, xmlChar const*, int, xmlChar const**,
-                                     int nb_attributes, int, xmlChar const** attributes) {
+void sax_to_visitor_t::start_element(void* context, xmlChar const* localname, xmlChar const* prefix,
+                                     xmlChar const*, int, xmlChar const**, int nb_attributes, int,
+                                     xmlChar const** attributes) {
   guarded(context, [&](sax_to_visitor_t& self) {
     self.on_start(text_of(localname), text_of(prefix), nb_attributes, attributes);
   });
 }
 
-void sax_to_visitor_t::end_element(void* context, xmlChar const*, xmlChar const*,
-                                   xmlChar const*) {
+void sax_to_visitor_t::end_element(void* context, xmlChar const*, xmlChar const*, xmlChar const*) {
   guarded(context, [](sax_to_visitor_t& self) { self.on_end(); });
 }
 
@@ -367,8 +365,8 @@ int sax_to_visitor_t::parse(char const* data, std::size_t size, bool is_utf8, st
   if (parser->sax != nullptr) xmlFree(parser->sax);
   parser->sax = &m_sax;
   parser->userData = this;
-  xmlCtxtUseOptions(parser, internal::safe_parse_options(
-                                k_read_options | (is_utf8 ? XML_PARSE_IGNORE_ENC : 0)));
+  xmlCtxtUseOptions(
+      parser, internal::safe_parse_options(k_read_options | (is_utf8 ? XML_PARSE_IGNORE_ENC : 0)));
   m_parser = parser;
   internal::refusal_watch_t watch;
   xmlParseDocument(parser);

@@ -3,6 +3,7 @@
 // The schema and the document are parsed behind the refusing entity loader: a schema
 // that includes or references other files, or a document with an external DTD, cannot
 // make libxml2 read them, and such a schema simply fails to compile.
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -51,11 +52,13 @@ void report_warning(void* context, char const* format, ...) {
 
 int check_relaxng(char const* xml, char const* schema, check_relaxng_callback_t* callback) {
   if (xml == nullptr || schema == nullptr) return k_general_failure;
+  std::size_t const schema_length = std::strlen(schema);
+  if (schema_length > static_cast<std::size_t>(INT_MAX)) return k_general_failure;
   internal::ensure_xml_safety();
   internal::refusal_watch_t watch;
 
   xmlRelaxNGParserCtxtPtr parser =
-      xmlRelaxNGNewMemParserCtxt(schema, static_cast<int>(std::strlen(schema)));
+      xmlRelaxNGNewMemParserCtxt(schema, static_cast<int>(schema_length));
   xmlRelaxNGPtr compiled = nullptr;
   if (parser != nullptr) {
     xmlRelaxNGSetParserErrors(parser, report_error, report_warning, callback);

@@ -54,7 +54,7 @@ int write_attribute_form(variant_bag_t const& bag, wchar_t const* root_path, std
   if (!internal::open_root_path(*visitor, root.c_str())) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag: the root path \"" << (root_path != nullptr ? root_path : L"")
-                                                 << L"\" is no element name");
+                                                  << L"\" is no element name");
     return k_general_failure;
   }
   int const result = dump_variant_bag(bag, sptr_t<variant_bag_visitor_t>(visitor));
@@ -185,8 +185,8 @@ int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t cons
     }
     bag.clear();
     std::string why;
-    int const result = internal::read_element_form_file(
-        bag, internal::native_file_name(file_name), or_null(rest, path), why);
+    int const result = internal::read_element_form_file(bag, internal::native_file_name(file_name),
+                                                        or_null(rest, path), why);
     if (!is_failure(result)) return k_success;
   }
   std::string const content = get_xml_file_content(path_t(file_name));

@@ -5,10 +5,10 @@
 // memory nor the nesting of a stream of events reaches the depth of the call stack.
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <cwchar>
 #include <deque>
 #include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -105,8 +105,9 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         }
         notype_ptr_t const pointer = value.get<notype_ptr_t>();
         if (pointer.is_null()) {
-          if (!events.on_start_pointer(utf8_of(name, frame->values.get_name()), "dasID_None",
-                                       utf8_of(ptr_type, get_name_from_id(pointer.get_ptr_type()))) ||
+          if (!events.on_start_pointer(
+                  utf8_of(name, frame->values.get_name()), "dasID_None",
+                  utf8_of(ptr_type, get_name_from_id(pointer.get_ptr_type()))) ||
               !events.on_end_pointer()) {
             return k_general_failure;
           }

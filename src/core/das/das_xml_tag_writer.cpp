@@ -43,9 +43,7 @@ constexpr std::uint32_t k_indexed_attributes = 12;
 
 xmlChar const* xml_text(char const* text) { return reinterpret_cast<xmlChar const*>(text); }
 
-bool has_forbidden_character(char const* name) {
-  return std::strpbrk(name, " </>") != nullptr;
-}
+bool has_forbidden_character(char const* name) { return std::strpbrk(name, " </>") != nullptr; }
 
 std::uint32_t hash_of(char const* text, std::size_t length) {
   std::uint32_t hash = 2166136261u;
@@ -171,7 +169,7 @@ struct xml_tag_t {
   std::uint32_t depth = 1;
   text_t prefix;
   text_t name;
-  text_t text;  // escaped element content
+  text_t text;                    // escaped element content
   std::uint64_t hashes_seen = 0;  // one bit for each attribute, by its hash: a quick "new"
   bool hidden = false;
 };
@@ -373,8 +371,7 @@ bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char co
   std::string escaped[2];
   for (int i = 0; i < 2; ++i) {
     std::size_t const length = std::strlen(texts[i]);
-    if (!internal::is_xml_text_utf8(texts[i], length) ||
-        length > internal::k_max_attribute_bytes) {
+    if (!internal::is_xml_text_utf8(texts[i], length) || length > internal::k_max_attribute_bytes) {
       return refuse("an object type name that XML cannot hold, of", name != nullptr ? name : "");
     }
     internal::append_escaped_attribute_utf8(escaped[i], texts[i], length);
@@ -448,7 +445,8 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
 
 visitor_variant_bag_to_string_t::name_entry_t const& visitor_variant_bag_to_string_t::name_entry(
     char const* name, std::size_t length, internal::value_text_t const& text) {
-  std::uint32_t const key = hash_of(name, length) ^ static_cast<std::uint32_t>(text.row + 2) * 40503u;
+  std::uint32_t const key =
+      hash_of(name, length) ^ static_cast<std::uint32_t>(text.row + 2) * 40503u;
   name_entry_t& entry = m_name_cache[key & (k_name_cache - 1)];
   if (entry.type_row == text.row && entry.name.size() == length &&
       std::memcmp(entry.name.data(), name, length) == 0) {
@@ -593,23 +591,20 @@ bool visitor_variant_bag_to_string_t::open_tag(xmlTextWriterPtr writer, std::uin
   }
   if (!m_name.empty()) {
     if (xmlTextWriterStartAttribute(writer, xml_text(m_name.c_str())) < 0) return false;
-    if (!m_scratch.empty() &&
-        xmlTextWriterWriteRawLen(writer, xml_text(m_scratch.data()),
-                                 static_cast<int>(m_scratch.size())) < 0) {
+    if (!m_scratch.empty() && xmlTextWriterWriteRawLen(writer, xml_text(m_scratch.data()),
+                                                       static_cast<int>(m_scratch.size())) < 0) {
       return false;
     }
     if (xmlTextWriterEndAttribute(writer) < 0) return false;
   }
-  if (tag.text.size != 0 &&
-      xmlTextWriterWriteRawLen(writer, xml_text(chars(tag.text)), static_cast<int>(tag.text.size)) <
-          0) {
+  if (tag.text.size != 0 && xmlTextWriterWriteRawLen(writer, xml_text(chars(tag.text)),
+                                                     static_cast<int>(tag.text.size)) < 0) {
     return false;
   }
   return true;
 }
 
-int visitor_variant_bag_to_string_t::write_document(xmlTextWriterPtr writer,
-                                                    char const* encoding) {
+int visitor_variant_bag_to_string_t::write_document(xmlTextWriterPtr writer, char const* encoding) {
   if (xmlTextWriterSetIndent(writer, 1) < 0 ||
       xmlTextWriterStartDocument(writer, nullptr, encoding, nullptr) < 0) {
     return k_general_failure;
@@ -695,8 +690,8 @@ int visitor_variant_bag_to_string_t::to_xml_file(wchar_t const* file_name, char 
   std::string bytes;
   if (print(bytes, encoding, false) != k_success) return k_general_failure;
   internal::atomic_file_writer_t file;
-  if (!file.open(internal::native_file_name(file_name)) || !file.write(bytes.data(), bytes.size()) ||
-      !file.commit()) {
+  if (!file.open(internal::native_file_name(file_name)) ||
+      !file.write(bytes.data(), bytes.size()) || !file.commit()) {
     std::wstring why;
     internal::append_utf8_as_wide(why, file.why().data(), file.why().size());
     Q2_LOG(internal::main_logger(), internal::log_error,

@@ -26,8 +26,7 @@ namespace {
 // matches every character) finds it: the first "<a", the first ">" behind it, then the
 // first "</a>" behind that. When the earliest "<a" has no such continuation, no later
 // one has either, so the search ends there. Returns false when there is none.
-bool find_anchor(std::wstring const& text, std::size_t from, std::size_t& begin,
-                 std::size_t& end) {
+bool find_anchor(std::wstring const& text, std::size_t from, std::size_t& begin, std::size_t& end) {
   std::size_t const open = text.find(L"<a", from);
   if (open == std::wstring::npos) return false;
   std::size_t const close_of_start = text.find(L'>', open + 2);
@@ -43,8 +42,8 @@ bool find_anchor(std::wstring const& text, std::size_t from, std::size_t& begin,
 // a well-formed element `a` and the attribute is text.
 std::wstring anchor_replacement(std::wstring const& anchor) {
   variant_bag_t attributes;
-  int const result = load_variant_bag_from_string2(
-      attributes, KESMET_2_18::strings::utf16_to_utf8(anchor), L"a");
+  int const result =
+      load_variant_bag_from_string2(attributes, KESMET_2_18::strings::utf16_to_utf8(anchor), L"a");
   if ((result >> 30) & 1) return std::wstring();
   variant_t const cli = attributes.get_variant(L"cli", variant_t(L"", false));
   if (!cli.can_get<wchar_t const*>()) return std::wstring();
@@ -90,9 +89,9 @@ std::wstring removeHtmlMarkupFromText(std::wstring const& text) {
   }
 
   static wchar_t const* const k_tags[][2] = {
-      {L"<p>", L""},       {L"</p>", L"\n"},     {L"<ul>", L""},    {L"</ul>", L""},
-      {L"<strong>", L""},  {L"</strong>", L""},  {L"<br>", L"\n"},  {L"<br/>", L"\n"},
-      {L"<li>", L" * "},   {L"</li>", L"\n"},
+      {L"<p>", L""},      {L"</p>", L"\n"},    {L"<ul>", L""},   {L"</ul>", L""},
+      {L"<strong>", L""}, {L"</strong>", L""}, {L"<br>", L"\n"}, {L"<br/>", L"\n"},
+      {L"<li>", L" * "},  {L"</li>", L"\n"},
   };
   for (auto const& tag : k_tags) {
     KESMET_2_18::strings::replace_all(result, std::wstring(tag[0]), std::wstring(tag[1]));

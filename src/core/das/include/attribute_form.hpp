@@ -51,8 +51,8 @@ void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std
 
 // How a prefix converts text, as the reader applies it.
 enum class prefix_kind_t : std::uint8_t {
-  none,       // no prefix: wide text
-  boolean,    // "true"/"1", "false"/"0"
+  none,     // no prefix: wide text
+  boolean,  // "true"/"1", "false"/"0"
   s8,
   u8,
   s16,
@@ -68,9 +68,7 @@ enum class prefix_kind_t : std::uint8_t {
 };
 prefix_kind_t prefix_kind(char const* prefix, std::size_t length);
 // Whether a prefix names a type that converts text ("0" converts by it).
-inline bool is_type_prefix(prefix_kind_t kind) {
-  return kind != prefix_kind_t::other;
-}
+inline bool is_type_prefix(prefix_kind_t kind) { return kind != prefix_kind_t::other; }
 
 // Converts `text` by the prefix's rule. False (and `out` untouched) for a prefix without
 // a conversion and for a boolean that is none of its four texts.

@@ -6,7 +6,7 @@
 namespace quillon2 {
 class variant_bag_visitor_t;
 class variant_bag_visitor_to_xml_t;
-}
+}  // namespace quillon2
 
 namespace quillon2::internal {
 
