@@ -367,8 +367,8 @@ variant_t wide_text_variant(char const* text, std::size_t length) {
   for (; i + 8 <= length; i += 8) {
     std::uint64_t word;
     std::memcpy(&word, s + i, sizeof word);
-    std::uint64_t const marks = word & ~(word << 1) & 0x8080808080808080ull;
-    continuations += static_cast<std::size_t>(__builtin_popcountll(marks));
+    std::uint64_t const marks = (word & ~(word << 1) & 0x8080808080808080ull) >> 7;
+    continuations += static_cast<std::size_t>((marks * 0x0101010101010101ull) >> 56);
   }
   for (; i < length; ++i) continuations += (s[i] & 0xC0) == 0x80 ? 1 : 0;
   std::size_t const units = length - continuations;

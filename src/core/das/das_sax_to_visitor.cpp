@@ -27,6 +27,7 @@
 #include <quillon2/das/variant_bag_visitor.hpp>
 
 #include "core/das/include/attribute_form.hpp"
+#include "core/das/include/bag_builder.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/sax_to_visitor.hpp"
 #include "core/das/include/variant_text.hpp"
@@ -93,7 +94,8 @@ bool wildcard_match(std::string const& pattern, char const* name) {
 
 class sax_to_visitor_t {
  public:
-  sax_to_visitor_t(variant_bag_visitor_t* visitor, char const* path) : m_visitor(visitor) {
+  sax_to_visitor_t(variant_bag_visitor_t* visitor, char const* path)
+      : m_visitor(visitor), m_builder(dynamic_cast<variant_bag_builder_t*>(visitor)) {
     std::memset(&m_sax, 0, sizeof m_sax);
     m_sax.initialized = XML_SAX2_MAGIC;
     m_sax.startElementNs = &start_element;
@@ -167,6 +169,15 @@ class sax_to_visitor_t {
     return info;
   }
 
+  // Hands a value that is not needed afterwards to the visitor.
+  void deliver(char const* name, variant_t& value) {
+    if (m_builder != nullptr) {
+      m_builder->take_variant(name, value);
+    } else {
+      m_visitor->on_variant(name, value);
+    }
+  }
+
   bool is_active() const {
     if (m_depth < m_path.size()) return false;
     return m_depth == 0 || m_frames[m_depth - 1].matched;
@@ -203,6 +214,8 @@ class sax_to_visitor_t {
 
   xmlSAXHandler m_sax;
   variant_bag_visitor_t* m_visitor;
+  // The visitor when it is the library's own builder, which can take values over.
+  variant_bag_builder_t* m_builder;
   std::vector<std::string> m_path;
   std::vector<frame_t> m_frames;  // frames beyond m_depth are kept for their text buffers
   std::size_t m_depth = 0;
@@ -304,10 +317,10 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
     if (a.skipped) continue;
     variant_t value;
     if (internal::variant_from_prefixed_text(value, a.kind, a.value, a.length)) {
-      m_visitor->on_variant(a.name, value);
+      deliver(a.name, value);
     } else {
-      m_visitor->on_variant(qualified(a.prefix, a.name),
-                            internal::wide_text_variant(a.value, a.length));
+      value = internal::wide_text_variant(a.value, a.length);
+      deliver(qualified(a.prefix, a.name), value);
     }
   }
 }
@@ -332,7 +345,7 @@ void sax_to_visitor_t::on_end() {
                                               end - begin)) {
       value = internal::wide_text_variant(text.data() + begin, end - begin);
     }
-    m_visitor->on_variant("", value);
+    deliver("", value);
   } else if (frame.kind == internal::prefix_kind_t::null) {
     // A null text has no characters: the prefix alone says it is there, as the writer
     // gives it to the element.

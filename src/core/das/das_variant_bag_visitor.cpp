@@ -18,6 +18,7 @@
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_visitor.hpp>
 
+#include "core/das/include/bag_builder.hpp"
 #include "core/das/include/utf8_codec.hpp"
 #include "core/das/include/xml_safety.hpp"
 
@@ -46,13 +47,14 @@ char const* utf8_of(std::string& buffer, wchar_t const* text) {
 
 // Wide text of a UTF-8 name, the same way.
 wchar_t const* wide_of(std::wstring& buffer, char const* text) {
-  buffer.clear();
-  if (text == nullptr) return buffer.c_str();
+  if (text == nullptr) text = "";
   auto const* s = reinterpret_cast<unsigned char const*>(text);
-  std::size_t i = 0;
-  for (; s[i] != 0 && s[i] < 0x80; ++i) buffer.push_back(static_cast<wchar_t>(s[i]));
-  if (s[i] != 0) {
-    char const* rest = text + i;
+  std::size_t ascii = 0;
+  while (s[ascii] != 0 && s[ascii] < 0x80) ++ascii;
+  buffer.resize(ascii);
+  for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<wchar_t>(s[i]);
+  if (s[ascii] != 0) {
+    char const* rest = text + ascii;
     internal::append_utf8_as_wide(buffer, rest, std::strlen(rest));
   }
   return buffer.c_str();
@@ -169,94 +171,73 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
 // ---------------------------------------------------------------------------------------
 // The builder
 
-// Rebuilds a bag from events. Values go in with put, bags with add_variant_bag, and an
-// object pointer collects its bag in a frame of its own until its end, where it becomes
-// a proxy in the enclosing bag.
-class variant_bag_builder_t : public variant_bag_visitor_t {
- public:
-  explicit variant_bag_builder_t(variant_bag_t& target) : m_current(&target) { target.clear(); }
+variant_bag_builder_t::variant_bag_builder_t(variant_bag_t& target) : m_current(&target) {
+  target.clear();
+}
 
-  bool on_start_variant_bag(char const* name) override {
-    static variant_bag_t const empty;
-    variant_bag_t& child = m_current->add_variant_bag(wide_of(m_name, name), empty);
-    m_levels.push_back(level_t{m_current, false});
-    m_current = &child;
-    return true;
+bool variant_bag_builder_t::on_start_variant_bag(char const* name) {
+  static variant_bag_t const empty;
+  variant_bag_t& child = m_current->add_variant_bag(wide_of(m_name, name), empty);
+  m_levels.push_back(level_t{m_current, false});
+  m_current = &child;
+  return true;
+}
+
+bool variant_bag_builder_t::on_end_variant_bag() {
+  if (m_levels.empty() || m_levels.back().is_pointer) {
+    report("!m_bag_stack.empty()", "quillon2::variant_bag_builder_t::on_end_variant_bag");
+    return false;
   }
+  m_current = m_levels.back().parent;
+  m_levels.pop_back();
+  return true;
+}
 
-  bool on_end_variant_bag() override {
-    if (m_levels.empty() || m_levels.back().is_pointer) {
-      report("!m_bag_stack.empty()", "quillon2::variant_bag_builder_t::on_end_variant_bag");
-      return false;
-    }
-    m_current = m_levels.back().parent;
-    m_levels.pop_back();
-    return true;
+bool variant_bag_builder_t::on_start_pointer(char const* name, char const* type_id,
+                                             char const* ptr_type) {
+  m_frames.emplace_back();
+  pointer_frame_t& frame = m_frames.back();
+  frame.name = name != nullptr ? name : "";
+  frame.type_id = type_id != nullptr ? type_id : "";
+  frame.ptr_type = ptr_type != nullptr ? ptr_type : "";
+  m_levels.push_back(level_t{m_current, true});
+  m_current = &frame.bag;
+  return true;
+}
+
+bool variant_bag_builder_t::on_end_pointer() {
+  if (m_levels.empty() || !m_levels.back().is_pointer || m_frames.empty()) {
+    report("!m_pointer_stack.empty()", "quillon2::variant_bag_builder_t::on_end_pointer");
+    return false;
   }
+  pointer_frame_t& frame = m_frames.back();
+  std::wstring type_id;
+  std::wstring ptr_type;
+  internal::append_utf8_as_wide(type_id, frame.type_id.data(), frame.type_id.size());
+  internal::append_utf8_as_wide(ptr_type, frame.ptr_type.data(), frame.ptr_type.size());
+  notype_ptr_t pointer;
+  pointer.create_from_runtime_info(frame.bag, type_id.c_str(), ptr_type.c_str());
+  m_current = m_levels.back().parent;
+  m_current->put<variant_t>(wide_of(m_name, frame.name.c_str()), variant_t(pointer));
+  m_levels.pop_back();
+  m_frames.pop_back();
+  return true;
+}
 
-  bool on_start_pointer(char const* name, char const* type_id, char const* ptr_type) override {
-    m_frames.emplace_back();
-    pointer_frame_t& frame = m_frames.back();
-    frame.name = name != nullptr ? name : "";
-    frame.type_id = type_id != nullptr ? type_id : "";
-    frame.ptr_type = ptr_type != nullptr ? ptr_type : "";
-    m_levels.push_back(level_t{m_current, true});
-    m_current = &frame.bag;
-    return true;
-  }
+bool variant_bag_builder_t::on_variant(char const* name, variant_t const& value) {
+  m_current->put<variant_t>(wide_of(m_name, name), value);
+  return true;
+}
 
-  bool on_end_pointer() override {
-    if (m_levels.empty() || !m_levels.back().is_pointer || m_frames.empty()) {
-      report("!m_pointer_stack.empty()", "quillon2::variant_bag_builder_t::on_end_pointer");
-      return false;
-    }
-    pointer_frame_t& frame = m_frames.back();
-    std::wstring const type_id = wide_string(frame.type_id);
-    std::wstring const ptr_type = wide_string(frame.ptr_type);
-    notype_ptr_t pointer;
-    pointer.create_from_runtime_info(frame.bag, type_id.c_str(), ptr_type.c_str());
-    m_current = m_levels.back().parent;
-    m_current->put<variant_t>(wide_of(m_name, frame.name.c_str()), variant_t(pointer));
-    m_levels.pop_back();
-    m_frames.pop_back();
-    return true;
-  }
+void variant_bag_builder_t::take_variant(char const* name, variant_t& value) {
+  // A null value is stored and the value swapped in: no second reference to count.
+  m_current->put<variant_t>(wide_of(m_name, name), variant_t()).swap(value);
+}
 
-  bool on_variant(char const* name, variant_t const& value) override {
-    m_current->put<variant_t>(wide_of(m_name, name), value);
-    return true;
-  }
-
- private:
-  struct level_t {
-    variant_bag_t* parent;
-    bool is_pointer;
-  };
-  struct pointer_frame_t {
-    KESMET_2_18::strings::ustring8 name;
-    KESMET_2_18::strings::ustring8 type_id;
-    KESMET_2_18::strings::ustring8 ptr_type;
-    variant_bag_t bag;
-  };
-
-  static std::wstring wide_string(std::string const& utf8) {
-    std::wstring wide;
-    internal::append_utf8_as_wide(wide, utf8.data(), utf8.size());
-    return wide;
-  }
-  static void report(char const* condition, char const* function) {
-    ::KESMET_2_18::debug::_private::____________________ASSERT____________________(
-        condition, __FILE__, __LINE__, function);
-  }
-
-  variant_bag_t* m_current;
-  // Where each open bag or pointer returns to, innermost last.
-  std::vector<level_t> m_levels;
-  // The open pointers; a deque keeps each frame's bag in place while m_current points
-  // into it.
-  std::deque<pointer_frame_t> m_frames;
-  std::wstring m_name;
-};
+void variant_bag_builder_t::report(char const* condition, char const* function) {
+  ::KESMET_2_18::debug::_private::____________________ASSERT____________________(
+      condition, __FILE__, __LINE__, function);
+}
 
 sptr_t<variant_bag_visitor_t> create_variant_bag_builder(variant_bag_t& bag) {
   return sptr_t<variant_bag_visitor_t>(

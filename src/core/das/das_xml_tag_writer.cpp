@@ -275,7 +275,8 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
   // Hash indexes of the tags with many attributes, by tag.
   std::unordered_map<std::uint32_t, std::unordered_map<std::string, std::uint32_t>> m_indexes;
   std::uint32_t m_current = 0;
-  std::uint32_t m_used = 0;  // the rows of the namespace table that were used
+  std::uint32_t m_used = 0;       // the rows of the namespace table that were used
+  std::size_t m_estimate = 1024;  // what the printed document takes, at least roughly
   std::string m_scratch;
   std::string m_name;
   std::unique_ptr<char[]> m_escape;
@@ -355,6 +356,7 @@ bool visitor_variant_bag_to_string_t::start_tag(char const* name, bool is_pointe
     tag.prefix = store(prefix, prefix_length, false);
   }
   tag.name = store(local, local_length, false);
+  m_estimate += 2 * (prefix_length + local_length) + tag.depth + 12;
   return true;
 }
 
@@ -420,6 +422,7 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
       mark_used(text.row);
     }
     tag.text = stored;
+    m_estimate += stored.size;
     return true;
   }
   name_entry_t const& entry = name_entry(name, length, text);
@@ -519,11 +522,13 @@ void visitor_variant_bag_to_string_t::set_attribute(std::uint32_t tag_index, tex
                                                     std::uint32_t hash, text_t value) {
   std::uint32_t const existing =
       find_attribute(tag_index, qualified_name.data, qualified_name.size, hash);
+  m_estimate += value.size;
   if (existing != k_none) {
     // A later value of the same name keeps the attribute's place.
     m_attributes[existing].value = value;
     return;
   }
+  m_estimate += qualified_name.size + 4;
   auto const index = static_cast<std::uint32_t>(m_attributes.size());
   xml_attribute_t& attribute = m_attributes.emplace_back();
   attribute.qualified_name = qualified_name;
@@ -645,7 +650,8 @@ int visitor_variant_bag_to_string_t::print(std::string& out, char const* encodin
     bool failed;
   } sink{&out, cut_declaration, false};
   out.clear();
-  out.reserve(m_chars.bytes() + m_chars.bytes() / 4 + 32 * m_tags.size());
+  // Room that is never written costs no memory, so the estimate is generous.
+  out.reserve(m_estimate + m_estimate / 4);
   // libxml2 hands its buffer over in chunks; the declaration stands in the first one, so
   // it is cut while the text is still short.
   auto const write = [](void* context, char const* data, int size) -> int {
