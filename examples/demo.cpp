@@ -1,9 +1,12 @@
 // A tour of quillon2's main roads. Each section shows one capability as a client would
 // use it; run it with scripts/demo.
+#include <future>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <boost/make_shared.hpp>
 
 #include <quillon2/quillon2.hpp>
 
@@ -108,6 +111,103 @@ void values_and_bags() {
   std::cout << "width was " << width << " before the overlay\n";
 }
 
+// Tasks, stages and units: a stage runs on a pool worker, which then reports that the
+// stage has completed.
+void units() {
+  section("signals, tasks and units");
+  namespace qt = q2::threading;
+  struct listener_t : q2::_internal::subscriber_base_t {
+    std::promise<void> finished;
+    void work(boost::shared_ptr<qt::task_t> task) {
+      std::cout << task->get_display_name() << " runs on " << qt::get_thread_name() << "\n";
+    }
+    void completed(boost::shared_ptr<qt::task_t>) { finished.set_value(); }
+  } listener;
+  auto finished = listener.finished.get_future();
+
+  qt::thread_pool_unit_t pool(2);  // workers start on demand
+  pool.stage_completed.connect(&listener, &listener_t::completed);
+  qt::stage_t::signal_type work;
+  work.connect(&listener, &listener_t::work);
+  auto task = boost::make_shared<qt::default_task_t>();
+  task->set_display_name("greeting");
+  if (pool.execute(task, boost::make_shared<qt::stage_t>(qt::unit_service, work)) == qt::seOk) {
+    finished.wait();
+  }
+  pool.terminate();
+}
+
+// Bags go to XML and back; values compute and print with their types.
+void bags_as_xml() {
+  section("bags as XML, value arithmetic");
+  q2::variant_bag_t bag;
+  bag.add<q2::variant_t>(L"count", q2::variant_t(5));
+  bag.add<q2::variant_t>(L"title", q2::variant_t(L"Stra\u00DFe & Co"));
+  bag.add<q2::variant_t>(L"data", q2::variant_t(static_cast<void const*>("\x01\x02"), 2));
+  q2::variant_bag_t child;
+  child.add<q2::variant_t>(L"id", q2::variant_t(L"1"));
+  bag.add_variant_bag(L"child", child);
+
+  q2::variant_t text;
+  if (q2::save_variant_bag_to_string(bag, &text) != 1) return;
+  std::cout << kesmet2::utf16_to_utf8(text.get<wchar_t const*>());
+
+  q2::variant_bag_t loaded;
+  if (q2::load_variant_bag_from_string(loaded, text) != 1) return;
+  q2::variant_t const count = loaded.get_variant(L"count", q2::variant_t());
+  std::cout << "count: " << count << "; plus 2.5: "
+            << q2::variant_add(count, q2::variant_t(2.5), L"") << "\n";
+  q2::debug_print_variant_bag(loaded, true, L">");
+}
+
+// Files: one path type, printed with backslashes on every platform and handed to the
+// system in its native form; a fresh directory taken atomically; whole text files.
+void files() {
+  section("paths, files and text content");
+  auto utf8 = [](std::wstring const& w) { return kesmet2::utf16_to_utf8(w); };
+  std::wstring work;
+  if (q2::create_unique_dir(L"/tmp", L"q2demo-@@@@", work) != q2::RC_CREATED) return;
+  q2::path_t const dir(work);
+  q2::path_t notes = dir;
+  notes.append(q2::path_t(L"notes/today.txt"));
+  q2::create_directory(q2::path_t(notes.get_branch()));
+  q2::set_file_content(L"caf\u00e9 \u65e5\u672c", q2::CP_UTF16, notes);
+  std::cout << utf8(notes.as_string()) << " is " << notes.native_string() << " here\n"
+            << "relative to the work directory: " << utf8(notes.get_relative(dir).as_string())
+            << "\n";
+  q2::code_page_t const cp = q2::get_file_cp(notes);
+  std::cout << "content (" << (cp == q2::CP_UTF16 ? "UTF-16" : "other") << "): "
+            << utf8(q2::get_file_content(cp, notes)) << "\n"
+            << q2::find_files(dir, L"*.txt", true).size() << " text file below "
+            << utf8(dir.get_leaf()) << "\n";
+  q2::remove_directory(dir, true);
+}
+
+// The scheduler: a task of two stages ("service", then a 20 ms wait on "delay tasks")
+// in a group; an observer hears of its end; cancel_and_wait waits for the group.
+void scheduler() {
+  section("the scheduler");
+  namespace qt = q2::threading;
+  struct greeter_t : q2::_internal::subscriber_base_t {
+    void greet(boost::shared_ptr<qt::task_t>) { std::cout << "hello from " << qt::get_thread_name() << "\n"; }
+  } greeter;
+  struct watcher_t : qt::scheduler_status_callback_t {
+    void task_completed(boost::shared_ptr<qt::task_t> task) override {
+      std::cout << "completed: " << task->get_display_name() << "\n";
+    }
+  };
+  auto scheduler = qt::create_default_scheduler(
+      boost::make_shared<watcher_t>(), boost::make_shared<qt::default_scheduler_wait_callback_t>());
+  auto task = boost::make_shared<qt::default_task_t>();
+  qt::stage_t::signal_type work;
+  work.connect(&greeter, &greeter_t::greet);
+  task->push_stage(boost::make_shared<qt::stage_t>(qt::unit_service, work));
+  task->push_stage(boost::make_shared<qt::stage_t>(qt::unit_delay_tasks, 20));
+  task->set_display_name("greeting");
+  scheduler->add_task(task, L"demo/greetings");
+  scheduler->cancel_and_wait(L"demo", nullptr);
+}
+
 }  // namespace
 
 int main() {
@@ -119,5 +219,9 @@ int main() {
   errors();
   objects();
   values_and_bags();
+  units();
+  bags_as_xml();
+  files();
+  scheduler();
   return 0;
 }

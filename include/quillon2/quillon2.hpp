@@ -24,3 +24,30 @@
 #include <quillon2/das/notype_ptr.hpp>
 #include <quillon2/das/das_proxy.hpp>
 #include <quillon2/das/path_accessor.hpp>
+
+// Task scheduler: signals, tasks, stages and execution units.
+#include <quillon2/core/functor/signal.hpp>
+#include <quillon2/core/threading/scheduler_error.hpp>
+#include <quillon2/core/threading/spin_lock.hpp>
+#include <quillon2/core/threading/thread_name.hpp>
+#include <quillon2/core/threading/task.hpp>
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/unit.hpp>
+#include <quillon2/core/threading/scheduler.hpp>
+#include <quillon2/core/threading/units/queue_unit.hpp>
+#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
+#include <quillon2/core/threading/units/thread_pool_unit.hpp>
+#include <quillon2/core/threading/units/threads_unit.hpp>
+
+// Bags as XML (element form), value arithmetic and printing.
+#include <quillon2/das/variant_bag_serialization.hpp>
+#include <quillon2/das/variant_operations.hpp>
+
+// Files: paths, file-system operations, text file content.
+#include <quillon2/core/file_system/path.hpp>
+#include <quillon2/core/file_system/file_operations.hpp>
+#include <quillon2/core/file_system/file_content.hpp>
+
+// The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
+#include <quillon2/core/threading/scheduler_impl.hpp>
+#include <quillon2/core/threading/batch_cancel.hpp>

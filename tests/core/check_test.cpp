@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -76,39 +77,34 @@ namespace q = q2test_check;
 // --- Function names --------------------------------------------------------------------
 
 TEST(CheckFunctionName, KeepsOnlyTheQualifiedName) {
-  EXPECT_STREQ("main", qualified_function_name("int main()"));
-  EXPECT_STREQ("quillon2::create_directory_archive",
-               qualified_function_name("quillon2::error_code_t quillon2::create_directory_archive("
-                                       "const std::wstring&, quillon2::sptr_t<archive_t>&)"));
-  EXPECT_STREQ("ns::cls_t::cls_t", qualified_function_name("ns::cls_t::cls_t(int)"));
-  EXPECT_STREQ("ns::cls_t::~cls_t", qualified_function_name("ns::cls_t::~cls_t()"));
-  EXPECT_STREQ("ns::cls_t::st",
-               qualified_function_name("static std::map<int, std::vector<int> > ns::cls_t::st()"));
-  EXPECT_STREQ("ns::box_t<T>::put",
-               qualified_function_name("void ns::box_t<T>::put(T) [with T = int]"));
-  EXPECT_STREQ("ns::{anonymous}::helper", qualified_function_name("int ns::{anonymous}::helper()"));
-  // A function returning a function pointer does not come apart cleanly; it must not crash.
-  EXPECT_NE(nullptr, qualified_function_name("void (* ns::f(int))(long)"));
-}
-
-TEST(CheckFunctionName, KeepsOperatorNames) {
-  EXPECT_STREQ("ns::cls_t::operator==",
-               qualified_function_name("bool ns::cls_t::operator==(const ns::cls_t&) const"));
-  EXPECT_STREQ("ns::cls_t::operator()",
-               qualified_function_name("void ns::cls_t::operator()(int) &&"));
-  EXPECT_STREQ("ns::cls_t::operator bool",
-               qualified_function_name("ns::cls_t::operator bool() const"));
-  EXPECT_STREQ("ns::operator<", qualified_function_name("bool ns::operator<(const a&, const b&)"));
-  EXPECT_STREQ("operator new", qualified_function_name("void* operator new(std::size_t)"));
-}
-
-TEST(CheckFunctionName, LeavesWhatItCannotTakeApart) {
-  EXPECT_STREQ("top level", qualified_function_name("top level"));
-  EXPECT_STREQ("ns::run()::<lambda(int)>", qualified_function_name("ns::run()::<lambda(int)>"));
-  EXPECT_STREQ("", qualified_function_name(""));
+  std::pair<char const*, char const*> const cases[] = {
+      {"int main()", "main"},
+      {"quillon2::error_code_t quillon2::create_directory_archive(const std::wstring&, "
+       "quillon2::sptr_t<archive_t>&)",
+       "quillon2::create_directory_archive"},
+      {"ns::cls_t::cls_t(int)", "ns::cls_t::cls_t"},
+      {"ns::cls_t::~cls_t()", "ns::cls_t::~cls_t"},
+      {"static std::map<int, std::vector<int> > ns::cls_t::st()", "ns::cls_t::st"},
+      {"void ns::box_t<T>::put(T) [with T = int]", "ns::box_t<T>::put"},
+      {"int ns::{anonymous}::helper()", "ns::{anonymous}::helper"},
+      {"bool ns::cls_t::operator==(const ns::cls_t&) const", "ns::cls_t::operator=="},
+      {"void ns::cls_t::operator()(int) &&", "ns::cls_t::operator()"},
+      {"ns::cls_t::operator bool() const", "ns::cls_t::operator bool"},
+      {"bool ns::operator<(const a&, const b&)", "ns::operator<"},
+      {"void* operator new(std::size_t)", "operator new"},
+      // What cannot be taken apart stays as it is.
+      {"top level", "top level"},
+      {"ns::run()::<lambda(int)>", "ns::run()::<lambda(int)>"},
+      {"", ""},
+      {"((", "(("},
+      {") x", ") x"},
+  };
+  for (auto const& [signature, name] : cases) {
+    EXPECT_STREQ(name, qualified_function_name(signature)) << signature;
+  }
   EXPECT_STREQ("", qualified_function_name(nullptr));
-  EXPECT_STREQ("((", qualified_function_name("(("));
-  EXPECT_STREQ(") x", qualified_function_name(") x"));
+  // A function returning a function pointer does not come apart cleanly; no crash.
+  EXPECT_NE(nullptr, qualified_function_name("void (* ns::f(int))(long)"));
   char const* once = qualified_function_name("int a::b(int)");
   EXPECT_EQ(once, qualified_function_name("long a::b(int)"));  // kept once for the process
 }

@@ -27,54 +27,44 @@ constexpr std::uint32_t packed(std::uint32_t type, std::uint32_t action, std::ui
   return type | action << 2 | description << 9 | object << 18;
 }
 
+// How a code prints once raised without a location.
+std::string printed(error::code_t const& code) {
+  return error_code_t(error_code_t::raise(code)).as_string(1);
+}
+
 class ErrorCodeTest : public ::testing::Test {
  protected:
   void SetUp() override { error_code_t::clean_last(); }
   void TearDown() override { error_code_t::clean_last(); }
 };
 
-// --- The vocabulary --------------------------------------------------------------------
+// --- The vocabulary and the grammar ----------------------------------------------------
 
 TEST(ErrorWords, TablesHoldTheirWordsAtTheirPositions) {
-  EXPECT_STREQ("IsNot", error::type_word(error_type_t::IsNot));
-  EXPECT_STREQ("FailedTo", error::type_word(error_type_t::FailedTo));
-  EXPECT_STREQ("last", error::type_word(error_type_t::last));
-
+  EXPECT_STREQ("IsNot", error::type_word(error_type_t{0}));
+  EXPECT_STREQ("FailedTo", error::type_word(error_type_t{1}));
+  EXPECT_STREQ("last", error::type_word(error_type_t{2}));
   EXPECT_STREQ("A", error::action_word(error_action_t{0}));
   EXPECT_STREQ("Match", error::action_word(error_action_t{35}));
   EXPECT_STREQ("Map", error::action_word(error_action_t{36}));
   EXPECT_STREQ("Write", error::action_word(error_action_t{62}));
   EXPECT_STREQ("last", error::action_word(error_action_t{63}));
-
   EXPECT_STREQ("Any", error::description_word(error_desc_t{0}));
   EXPECT_STREQ("The", error::description_word(error_desc_t{44}));
   EXPECT_STREQ("Visible", error::description_word(error_desc_t{48}));
   EXPECT_STREQ("Action", error::description_word(error_desc_t{49}));
   EXPECT_STREQ("Wrapper", error::description_word(error_desc_t{182}));
   EXPECT_STREQ("last", error::description_word(error_desc_t{183}));
-
   EXPECT_STREQ("Action", error::object_word(error_object_t{0}));
   EXPECT_STREQ("File", error::object_word(error_object_t{37}));
   EXPECT_STREQ("Wrapper", error::object_word(error_object_t{133}));
   EXPECT_STREQ("last", error::object_word(error_object_t{134}));
-}
-
-TEST(ErrorWords, ObjectWordsFollowTheAdjectivesAsDescriptions) {
-  for (std::uint32_t object = 0; object <= 134; ++object) {
-    EXPECT_STREQ(error::object_word(error_object_t{object}),
-                 error::description_word(error_desc_t{49 + object}))
-        << object;
-  }
-}
-
-TEST(ErrorWords, IndexesPastTheTablesHaveNoWord) {
+  // Past the end marker there is no word.
   EXPECT_EQ(nullptr, error::type_word(error_type_t{3}));
   EXPECT_EQ(nullptr, error::action_word(error_action_t{64}));
   EXPECT_EQ(nullptr, error::description_word(error_desc_t{511}));
   EXPECT_EQ(nullptr, error::object_word(error_object_t{135}));
 }
-
-// --- The grammar and the bit layout ----------------------------------------------------
 
 TEST(ErrorGrammar, CodesFollowTheBitLayout) {
   EXPECT_EQ(packed(1, 0, 0, 0), error::FailedTo.A.Any.Action.value());
@@ -91,42 +81,33 @@ TEST(ErrorGrammar, CodesFollowTheBitLayout) {
   static_assert(code.type == 1 && code.action == 18 && code.description == 49 + 37 &&
                 code.object == 69 && code.zero == 0);
   EXPECT_EQ(error_desc_t::File, code.get_description());
-  EXPECT_EQ(error_object_t::Mapping, code.get_object());
 }
 
-// Every word of every table, at its place in the tree, gives the field of the same name.
-TEST(ErrorGrammar, EveryActionNamesItsOwnField) {
-#define CHECK_ACTION(word)                                                             \
-  EXPECT_STREQ(#word, error::action_word(error::FailedTo.word.The.File.get_action())); \
-  EXPECT_EQ(error_action_t::word, error::FailedTo.word.Any.Action.get_action());
-  QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)
-#undef CHECK_ACTION
-}
-
-TEST(ErrorGrammar, EveryDescriptionNamesItsOwnField) {
+// Every word, at each place it can take in the tree, gives the field that prints it.
+#define CHECK_ACTION(word) \
+  EXPECT_STREQ(#word, error::action_word(error::FailedTo.word.The.File.get_action()));
 #define CHECK_DESCRIPTION(word)                                                             \
   EXPECT_STREQ(#word, error::description_word(error::IsNot.word.Action.get_description())); \
-  EXPECT_EQ(error_desc_t::word, error::FailedTo.Write.word.Wrapper.get_description());
-  QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
-  QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)
-#undef CHECK_DESCRIPTION
-}
+  EXPECT_STREQ(#word,                                                                       \
+               error::description_word(error::FailedTo.Write.word.Wrapper.get_description()));
+#define CHECK_OBJECT(word)                                                     \
+  EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object())); \
+  EXPECT_STREQ(#word, error::object_word(error::FailedTo.Process.Last.word.get_object()));
 
-TEST(ErrorGrammar, EveryObjectNamesItsOwnField) {
-#define CHECK_OBJECT(word)                                                         \
-  EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object()));     \
-  EXPECT_EQ(error_object_t::word, error::FailedTo.Process.Last.word.get_object()); \
-  EXPECT_EQ(error_type_t::FailedTo, error::FailedTo.Process.Last.word.get_type());
-  QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)
+TEST(ErrorGrammar, EveryActionNamesItsOwnField){
+    QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)} TEST(ErrorGrammar, EveryAdjectiveNamesItsOwnField){
+    QUILLON2_ERROR_ADJECTIVE_WORDS(
+        CHECK_DESCRIPTION)} TEST(ErrorGrammar, EveryObjectAsDescriptionNamesItsOwnField){
+    QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)} TEST(ErrorGrammar, EveryObjectNamesItsOwnField){
+    QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)}
+#undef CHECK_ACTION
+#undef CHECK_DESCRIPTION
 #undef CHECK_OBJECT
-}
 
 TEST(ErrorGrammar, CallingACodeGivesItsText) {
   error::code_t const plain = error::IsNot.Valid.Argument();
   EXPECT_EQ(error::IsNot.Valid.Argument, plain);
-  EXPECT_EQ("", plain.text);
-  EXPECT_EQ("", plain.function);
-  EXPECT_EQ("", plain.file);
+  EXPECT_EQ("", plain.text + plain.function + plain.file);
   EXPECT_EQ(0u, plain.line);
   EXPECT_EQ(nullptr, plain.cause);
 
@@ -143,15 +124,12 @@ TEST(ErrorGrammar, CallingACodeGivesItsText) {
 }
 
 TEST(ErrorGrammar, CodeMasksEachFieldToItsWidth) {
-  error::code_t const exact = error::code(error_type_t::FailedTo, error_action_t::Read,
-                                          error_desc_t::Full, error_object_t::Data);
-  EXPECT_EQ(error::FailedTo.Read.Full.Data, exact);
-  EXPECT_EQ("", exact.text);
-
+  EXPECT_EQ(error::FailedTo.Read.Full.Data,
+            error::code(error_type_t::FailedTo, error_action_t::Read, error_desc_t::Full,
+                        error_object_t::Data));
   error::code_t const masked = error::code(error_type_t{5}, error_action_t{0x80 | 2},
                                            error_desc_t{0x200 | 7}, error_object_t{0xFFFFFFFF});
   EXPECT_EQ(packed(1, 2, 7, 0x1FF), masked.value());
-  EXPECT_EQ(0u, masked.zero);
 }
 
 TEST(ErrorGrammar, EqualityLooksOnlyAtTheFourWords) {
@@ -161,7 +139,6 @@ TEST(ErrorGrammar, EqualityLooksOnlyAtTheFourWords) {
   b.line = 7;
   b.cause = &a;
   EXPECT_TRUE(a == b);
-  EXPECT_FALSE(a != b);
   EXPECT_NE(error::FailedTo.Read.The.File, error::FailedTo.Write.The.File);
   EXPECT_NE(error::FailedTo.Read.The.File, error::FailedTo.Read.This.File);
   EXPECT_NE(error::FailedTo.Read.The.File, error::FailedTo.Read.The.Stream);
@@ -172,7 +149,7 @@ TEST(ErrorGrammar, EqualityLooksOnlyAtTheFourWords) {
 
 TEST_F(ErrorCodeTest, OkIsTheDefault) {
   error_code_t const ok;
-  EXPECT_EQ("Ok", ok.as_string(1));
+  EXPECT_EQ("Ok", ok.as_string(3));
   EXPECT_EQ(L"Ok", ok.toString(1));
   EXPECT_FALSE(ok.failed());
   EXPECT_TRUE(ok.succeeded());
@@ -207,8 +184,7 @@ TEST_F(ErrorCodeTest, RealErrorsCompareByTheirWords) {
   EXPECT_FALSE(static_cast<bool>(second));
   EXPECT_TRUE(second == error_code_t(&kept));
   EXPECT_TRUE(second == kept);
-  EXPECT_TRUE(second == error::IsNot.Valid.Size);
-  EXPECT_FALSE(second == error::IsNot.Valid.State);
+  EXPECT_TRUE(error::IsNot.Valid.Size == second);
   EXPECT_TRUE(second != error::IsNot.Valid.State);
   EXPECT_FALSE(error_code_t() == kept);
   EXPECT_FALSE(error_code_t::False() == kept);
@@ -221,47 +197,34 @@ TEST_F(ErrorCodeTest, RaiseStoresACopyWithItsLocation) {
   error::code_t const* stored = error_code_t::raise(code, "ns::open", "open.cpp", 42);
   ASSERT_NE(&code, stored);
   EXPECT_EQ("a.txt", stored->text);
-  EXPECT_EQ("ns::open", stored->function);
-  EXPECT_EQ("open.cpp", stored->file);
-  EXPECT_EQ(42u, stored->line);
+  EXPECT_EQ("ns::open open.cpp 42",
+            stored->function + " " + stored->file + " " + std::to_string(stored->line));
   EXPECT_EQ(nullptr, stored->cause);
   EXPECT_EQ(stored, error_code_t::get_last().pass());
 
+  // Re-raising an element of the list copies it before the list is emptied.
   error::code_t const* blank = error_code_t::raise(*stored, nullptr, nullptr, 0);
-  EXPECT_EQ("", blank->function);
-  EXPECT_EQ("", blank->file);
+  EXPECT_EQ("a.txt", blank->text);
+  EXPECT_EQ("", blank->function + blank->file);
   EXPECT_EQ(0u, blank->line);
-  EXPECT_EQ("a.txt", blank->text);  // re-raising an element of the list copies it first
 }
 
-TEST_F(ErrorCodeTest, RaiseStartsAFreshList) {
-  error_code_t const a = error_code_t::raise(error::FailedTo.Read.The.File("a"));
-  error_code_t const b = a.translate(error::FailedTo.Read.Full.Data("b"));
-  ASSERT_EQ(a.pass(), b.pass()->cause);
-  error_code_t const c = error_code_t::raise(error::FailedTo.Seek.The.File("c"));
-  EXPECT_EQ(nullptr, c.pass()->cause);
-  EXPECT_EQ(c.pass(), error_code_t::get_last().pass());
-  EXPECT_EQ("FailedTo Seek File(c)", c.as_string(1));
-}
-
-TEST_F(ErrorCodeTest, TranslateKeepsEarlierErrors) {
-  error_code_t const cause = error_code_t::raise(error::IsNot.Valid.Argument(), "f", "f.cpp", 1);
-  error_code_t const on_top = cause.translate(error::FailedTo.Read.Full.Data(), "g", "g.cpp", 2);
-  EXPECT_EQ(cause.pass(), on_top.pass()->cause);
-  EXPECT_EQ("g", on_top.pass()->function);
-  EXPECT_EQ("f", cause.pass()->function);  // still valid after the append
-  EXPECT_EQ(on_top.pass(), error_code_t::get_last().pass());
+TEST_F(ErrorCodeTest, RaiseStartsAFreshListAndTranslateKeepsIt) {
+  error_code_t const a = error_code_t::raise(error::IsNot.Valid.Argument(), "f", "f.cpp", 1);
+  error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(), "g", "g.cpp", 2);
+  EXPECT_EQ(a.pass(), b.pass()->cause);
+  EXPECT_EQ("f", a.pass()->function);  // still valid after the append
+  EXPECT_EQ(b.pass(), error_code_t::get_last().pass());
   // A translation of an older element still chains to the latest one.
-  error_code_t const third = cause.translate(error::FailedTo.Close.The.Stream());
-  EXPECT_EQ(on_top.pass(), third.pass()->cause);
-}
+  error_code_t const c = a.translate(error::FailedTo.Close.The.Stream());
+  EXPECT_EQ(b.pass(), c.pass()->cause);
 
-TEST_F(ErrorCodeTest, TranslateOfOkRaises) {
-  error_code_t const earlier = error_code_t::raise(error::IsNot.Valid.Path());
-  error_code_t const fresh = error_code_t().translate(error::FailedTo.Open.The.Stream());
+  error_code_t const fresh = error_code_t::raise(error::FailedTo.Seek.The.File("d"));
   EXPECT_EQ(nullptr, fresh.pass()->cause);
-  EXPECT_EQ("FailedTo Open Stream", fresh.as_string(1));
-  (void)earlier;
+  EXPECT_EQ("FailedTo Seek File(d)", fresh.as_string(1));
+  // On Ok, translate raises.
+  error_code_t const from_ok = error_code_t().translate(error::FailedTo.Open.The.Stream());
+  EXPECT_EQ("FailedTo Open Stream", from_ok.as_string(1));
 }
 
 TEST_F(ErrorCodeTest, TranslateWithoutAListAssertsAndStandsAlone) {
@@ -269,7 +232,6 @@ TEST_F(ErrorCodeTest, TranslateWithoutAListAssertsAndStandsAlone) {
   error::code_t const foreign = error::IsNot.Valid.State();
   error_code_t const result = error_code_t(&foreign).translate(error::FailedTo.Stop.Thread.Array());
   EXPECT_EQ(std::vector<std::string>{"!errors.empty()"}, recorder.conditions());
-  EXPECT_EQ(nullptr, result.pass()->cause);
   EXPECT_EQ("FailedTo Stop Thread Array", result.as_string(1));
 }
 
@@ -290,17 +252,14 @@ TEST_F(ErrorCodeTest, EachThreadHasItsOwnList) {
     threads.emplace_back([&, t] {
       seen[t] = error_code_t::get_last().as_string(1);  // nothing raised here yet
       sync.wait();
-      error_code_t chain = error_code_t::raise(error::IsNot.Valid.Identifier(std::to_string(t)));
+      error_code_t chain = error_code_t::raise(error::IsNot.Valid.Identifier());
       for (int round = 0; round < 200; ++round) {
         chain = chain.translate(error::FailedTo.Execute.The.Operation(std::to_string(round)));
         if (round % 50 == 49) sync.wait();  // keep the threads interleaved
       }
       int length = 0;
       for (error::code_t const* e = chain.pass(); e != nullptr; e = e->cause) ++length;
-      if (length != 201 || chain.pass()->cause->text != "198" ||
-          error_code_t::get_last().pass() != chain.pass()) {
-        seen[t] += " broken";
-      }
+      if (length != 201 || chain.pass()->cause->text != "198") seen[t] += " broken";
     });
   }
   for (auto& thread : threads) thread.join();
@@ -315,67 +274,37 @@ TEST_F(ErrorCodeTest, PrintsTheSentence) {
   EXPECT_EQ(
       "f: FailedTo Open File(a.txt)",
       error_code_t(error_code_t::raise(error::FailedTo.Open.The.File(L"a.txt"), "f")).as_string(1));
-  EXPECT_EQ("IsNot Valid Argument",
-            error_code_t(error_code_t::raise(error::IsNot.Valid.Argument)).as_string(1));
-  EXPECT_EQ(
-      "FailedTo Execute This Operation",
-      error_code_t(error_code_t::raise(error::FailedTo.Execute.This.Operation())).as_string(1));
-  EXPECT_EQ("FailedTo Join Thread Array",
-            error_code_t(error_code_t::raise(error::FailedTo.Join.Thread.Array())).as_string(1));
-  EXPECT_EQ("FailedTo Any Action",
-            error_code_t(error_code_t::raise(error::FailedTo.A.Any.Action())).as_string(1));
-  EXPECT_EQ("IsNot Action",
-            error_code_t(error_code_t::raise(error::IsNot.The.Action())).as_string(1));
+  EXPECT_EQ("IsNot Valid Argument", printed(error::IsNot.Valid.Argument));
+  EXPECT_EQ("FailedTo Execute This Operation", printed(error::FailedTo.Execute.This.Operation));
+  EXPECT_EQ("FailedTo Join Thread Array", printed(error::FailedTo.Join.Thread.Array));
+  EXPECT_EQ("FailedTo Any Action", printed(error::FailedTo.A.Any.Action));
+  EXPECT_EQ("IsNot Action", printed(error::IsNot.The.Action));
   EXPECT_EQ(
       L"IsNot Valid Path(gr\u00FC\u00DF)",
       error_code_t(error_code_t::raise(error::IsNot.Valid.Path(L"gr\u00FC\u00DF"))).toString(1));
+  // Indexes past the tables, which only error::code() makes, print as numbers.
+  EXPECT_EQ("3 100 300 last", printed(error::code(error_type_t{3}, error_action_t{100},
+                                                  error_desc_t{300}, error_object_t{134})));
 }
 
-TEST_F(ErrorCodeTest, PrintsIndexesPastTheTablesAsNumbers) {
-  error::code_t const odd =
-      error::code(error_type_t{3}, error_action_t{100}, error_desc_t{300}, error_object_t{134});
-  EXPECT_EQ("3 100 300 last", error_code_t(error_code_t::raise(odd)).as_string(1));
-}
-
-class ErrorChainPrinting : public ErrorCodeTest {
- protected:
-  void SetUp() override {
-    ErrorCodeTest::SetUp();
-    error_code_t const a =
-        error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::check", "check.cpp", 10);
-    error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(), nullptr, nullptr, 0);
-    m_top = b.translate(error::FailedTo.Open.The.Archive("z.zip"), "ns::open", "zip.cpp", 30);
-  }
-  error_code_t m_top;
-};
-
-TEST_F(ErrorChainPrinting, FlagsZeroPrintOnlyTheLatest) {
-  EXPECT_EQ("ns::open: FailedTo Open Archive(z.zip)", m_top.as_string(0));
-}
-
-TEST_F(ErrorChainPrinting, FlagOneFollowsTheCauses) {
+TEST_F(ErrorCodeTest, PrintsAChainWithEachFlag) {
+  error_code_t const a =
+      error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::check", "check.cpp", 10);
+  error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(), nullptr, nullptr, 0);
+  error_code_t const top =
+      b.translate(error::FailedTo.Open.The.Archive("z.zip"), "ns::open", "zip.cpp", 30);
+  EXPECT_EQ("ns::open: FailedTo Open Archive(z.zip)", top.as_string(0));
   EXPECT_EQ(
       "ns::open: FailedTo Open Archive(z.zip) <- FailedTo Read Full Data <- "
       "ns::check: IsNot Valid Argument(x)",
-      m_top.as_string(1));
-  EXPECT_EQ(m_top.as_string(1), m_top.as_string());
-}
-
-TEST_F(ErrorChainPrinting, FlagTwoAddsTheLocationOfTheLatest) {
-  EXPECT_EQ("zip.cpp(30): ns::open: FailedTo Open Archive(z.zip)", m_top.as_string(2));
-}
-
-TEST_F(ErrorChainPrinting, FlagsThreePutEachCauseOnItsOwnLine) {
+      top.as_string(1));
+  EXPECT_EQ("zip.cpp(30): ns::open: FailedTo Open Archive(z.zip)", top.as_string(2));
+  // Each element on a line of its own; the one without a file has no location.
   EXPECT_EQ(
       "zip.cpp(30): ns::open: FailedTo Open Archive(z.zip)\n"
       "FailedTo Read Full Data\n"
       "check.cpp(10): ns::check: IsNot Valid Argument(x)",
-      m_top.as_string(3));
-  EXPECT_EQ(
-      L"zip.cpp(30): ns::open: FailedTo Open Archive(z.zip)\n"
-      L"FailedTo Read Full Data\n"
-      L"check.cpp(10): ns::check: IsNot Valid Argument(x)",
-      m_top.toString(3));
+      top.as_string(3));
 }
 
 TEST_F(ErrorCodeTest, AHandMadeCycleStillPrints) {
@@ -383,8 +312,8 @@ TEST_F(ErrorCodeTest, AHandMadeCycleStillPrints) {
   error::code_t b = error::FailedTo.Read.The.Stream("b");
   a.cause = &b;
   b.cause = &a;
-  std::string const text = error_code_t(&a).as_string(1);
-  EXPECT_EQ(0u, text.rfind("FailedTo Read File(a) <- FailedTo Read Stream(b)", 0));
+  EXPECT_EQ(0u, error_code_t(&a).as_string(1).rfind(
+                    "FailedTo Read File(a) <- FailedTo Read Stream(b)", 0));
   a.cause = &a;
   EXPECT_EQ("FailedTo Read File(a)", error_code_t(&a).as_string(1));
 }
@@ -407,24 +336,17 @@ TEST_F(ErrorCodeTest, ExceptionPrintsItsChainOnce) {
   EXPECT_STREQ("False", quillon2::exception(error_code_t::False()).what());
 }
 
-TEST_F(ErrorCodeTest, ExceptionIsCaughtAsStdException) {
+TEST_F(ErrorCodeTest, ThrownErrorsAreCaughtThroughTheirBases) {
   try {
     throw quillon2::exception(error_code_t::raise(error::FailedTo.Open.The.Archive("a.zip")));
   } catch (std::exception const& caught) {
     EXPECT_STREQ("FailedTo Open Archive(a.zip)", caught.what());
-    return;
   }
-  ADD_FAILURE() << "not caught";
-}
-
-TEST_F(ErrorCodeTest, AThrownCodeIsCaughtAsItsBase) {
   try {
     throw error_code_t::raise(error::FailedTo.Read.The.Stream());
   } catch (error::code_base_t const* caught) {
     EXPECT_EQ(error::FailedTo.Read.The.Stream, *caught);
-    return;
   }
-  ADD_FAILURE() << "not caught";
 }
 
 // --- Carrying errors between threads ---------------------------------------------------
@@ -434,9 +356,7 @@ TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
   std::thread raiser([&carried] {
     error_code_t const a =
         error_code_t::raise(error::IsNot.Valid.Argument("x"), "ns::f", "f.cpp", 3);
-    error_code_t const b =
-        a.translate(error::FailedTo.Read.Full.Data(L"\u00E9"), "ns::g", "g.cpp", 4);
-    carried.set(b);
+    carried.set(a.translate(error::FailedTo.Read.Full.Data(L"\u00E9"), "ns::g", "g.cpp", 4));
     error_code_t::raise(error::FailedTo.Stop.Thread.Array());  // the original chain goes
   });
   raiser.join();  // and the raising thread's list is gone with it
@@ -446,7 +366,6 @@ TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
   // Codes and texts come back; function names and locations do not.
   EXPECT_EQ("FailedTo Read Full Data(\xC3\xA9)\nIsNot Valid Argument(x)", rebuilt.as_string(3));
   EXPECT_EQ(rebuilt.pass(), error_code_t::get_last().pass());
-  EXPECT_EQ(error::IsNot.Valid.Argument, *rebuilt.pass()->cause);
   EXPECT_EQ(nullptr, rebuilt.pass()->cause->cause);
   // get() may be asked again; each time the chain is raised afresh.
   std::string const first_text = rebuilt.as_string(1);
@@ -464,24 +383,17 @@ TEST_F(ErrorCodeTest, ContainerOfOkOrFalseHoldsNothing) {
   EXPECT_EQ(earlier.pass(), error_code_t::get_last().pass());  // nothing was raised
 }
 
-TEST_F(ErrorCodeTest, ContainerIsFilledOnce) {
+TEST_F(ErrorCodeTest, ContainerIsFilledOnceAndMoves) {
   q2test::assert_recorder_t recorder;
   error::container_t box;
   EXPECT_EQ(nullptr, box.get().pass());
   box.set(error_code_t::raise(error::IsNot.Valid.Path("a")));
   box.set(error_code_t::raise(error::IsNot.Valid.Path("b")));
   EXPECT_EQ((std::vector<std::string>{"m_ptr", "!m_ptr"}), recorder.conditions());
-  EXPECT_EQ("IsNot Valid Path(b)", box.get().as_string(1));
-}
-
-TEST_F(ErrorCodeTest, ContainersMoveTheirHolder) {
-  error::container_t first;
-  first.set(error_code_t::raise(error::FailedTo.Sync.The.Stream()));
-  error::container_t second(std::move(first));
-  EXPECT_EQ("FailedTo Sync Stream", second.get().as_string(1));
-  error::container_t third;
-  third = std::move(second);
-  EXPECT_EQ("FailedTo Sync Stream", third.get().as_string(1));
+  error::container_t moved(std::move(box));
+  error::container_t assigned;
+  assigned = std::move(moved);
+  EXPECT_EQ("IsNot Valid Path(b)", assigned.get().as_string(1));
 }
 
 TEST_F(ErrorCodeTest, ManyThreadsHandTheirChainsBack) {

@@ -73,6 +73,8 @@ INSTANTIATE_TEST_SUITE_P(
         shape_case_t{L"\\\\?\\\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
         shape_case_t{
             L"\\\\?\\UNC\\srv\\a", L"UNC\\srv\\a", {L"UNC", L"srv", L"a"}, false, false, true},
+        // A host "?" is only reachable behind the long prefix, and prints like one.
+        shape_case_t{L"\\\\?\\\\\\?\\a", L"\\\\?\\a", {L"\\\\?", L"a"}, true, false, true},
         shape_case_t{L"*.txt", L"*.txt", {L"*.txt"}, false, true, true},
         shape_case_t{L"a?c", L"a?c", {L"a?c"}, false, true, true},
         shape_case_t{L"\u00e9t\u00e9\\\u65e5\u672c",

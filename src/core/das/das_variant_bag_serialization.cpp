@@ -89,6 +89,11 @@ class element_writer_t {
   bool attribute(char const* name, char const* value);
   bool wide_attribute(char const* name, wchar_t const* value);
   bool end_element();
+  // Text that is ready for the document, as it stands.
+  bool write_raw(std::string const& text) {
+    return xmlTextWriterWriteRawLen(m_writer, xml_text(text.data()),
+                                    static_cast<int>(text.size())) >= 0;
+  }
   int write_value(wchar_t const* name, variant_t const& value);
   int write_blob(variant_t const& value);
   // Opens the element of a pointer; `data` receives what the object saved and `open` says
@@ -151,15 +156,14 @@ int element_writer_t::write_blob(variant_t const& value) {
   }
   m_bytes.resize(static_cast<std::size_t>(size));
   if (size != 0) value.get_blob_data(m_bytes.data(), size);
-  m_scratch.clear();
-  m_scratch.reserve(static_cast<std::size_t>(size) * 2 + static_cast<std::size_t>(size) / 16 + 2);
+  m_scratch.assign(blob_text_length(m_bytes.size()), '\n');
+  char* out = m_scratch.data();
   for (std::size_t i = 0; i < m_bytes.size(); ++i) {
-    if (i % 16 == 0) m_scratch.push_back('\n');
-    m_scratch.push_back(k_hex_digits[m_bytes[i] >> 4]);
-    m_scratch.push_back(k_hex_digits[m_bytes[i] & 0xF]);
+    if (i % 16 == 0) ++out;  // the line feed that is already there
+    *out++ = k_hex_digits[m_bytes[i] >> 4];
+    *out++ = k_hex_digits[m_bytes[i] & 0xF];
   }
-  m_scratch.push_back('\n');
-  if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) return k_general_failure;
+  if (!write_raw(m_scratch)) return k_general_failure;
   return k_success;
 }
 
@@ -191,14 +195,14 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
         return fail("text with characters that XML cannot hold");
       }
       if (utf8_bytes > k_max_text_bytes) return fail("a text too long for a document");
-      if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) {
+      if (!write_raw(m_scratch)) {
         return k_general_failure;
       }
     }
   } else if (type != vtNull && type != vtDummy) {
     m_scratch.clear();
     internal::append_number_text(m_scratch, value);
-    if (xmlTextWriterWriteRaw(m_writer, xml_text(m_scratch.c_str())) < 0) {
+    if (!write_raw(m_scratch)) {
       return k_general_failure;
     }
   }

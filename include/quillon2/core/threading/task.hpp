@@ -8,7 +8,7 @@
 #pragma once
 
 #include <atomic>
-#include <deque>
+#include <list>
 
 #include <boost/shared_ptr.hpp>
 
@@ -72,9 +72,9 @@ class QUILLON2_API default_task_t : public task_t {
 
  private:
   std::atomic<int> m_canceled{0};
-  std::deque<boost::shared_ptr<stage_t>> m_stages;
+  std::list<boost::shared_ptr<stage_t>> m_stages;
   mutable spin_lock_t m_lock;  // guards both queues and the name
-  std::deque<boost::shared_ptr<stage_t>> m_finalization_stages;
+  std::list<boost::shared_ptr<stage_t>> m_finalization_stages;
   KESMET_2_18::strings::ustring8 m_display_name;
 };
 

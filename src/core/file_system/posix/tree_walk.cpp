@@ -188,8 +188,8 @@ bool remove_tree(std::string const& path) {
   split_leaf(path, parent_path, leaf);
   if (leaf.empty()) return false;  // the root directory is never removed
   // The parent is only a place to work from: searching it is all the walk needs.
-  unique_fd_t parent(retry_eintr(
-      [&] { return ::open(parent_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+  unique_fd_t parent(
+      retry_eintr([&] { return ::open(parent_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); }));
   if (!parent) return false;
 
   struct frame_t {

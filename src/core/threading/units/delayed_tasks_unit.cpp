@@ -1,4 +1,6 @@
 // delayed_tasks_unit_t: one timer thread that completes waits.
+#include <algorithm>
+
 #include <boost/thread/thread.hpp>
 
 #include <quillon2/core/threading/stage.hpp>
@@ -136,7 +138,21 @@ void delayed_tasks_unit_t::timer_thread() {
         _internal::signal_t<boost::shared_ptr<task_t>> pass(completed);
         fire(due, pass);
       }
-      boost::this_thread::sleep_for(pass_interval);  // an interruption point
+      // Sleep until the earliest deadline, one pass interval at most. Each new job wakes
+      // the thread, so a short wait is never held behind a long pass.
+      boost::unique_lock<boost::mutex> lock(m_jobs_mutex);
+      boost::chrono::microseconds pause = pass_interval;
+      for (auto const& job : m_jobs) {
+        double const remaining = job->stage->delay / 1000.0 - job->timer->elapsed();
+        auto const until_due = boost::chrono::microseconds(
+            static_cast<boost::int_least64_t>(std::max(remaining, 0.0) * 1e6));
+        pause = std::min(pause, until_due);
+      }
+      if (pause.count() > 0) {
+        m_jobs_condition.wait_for(lock, pause);  // an interruption point
+      } else {
+        boost::this_thread::interruption_point();
+      }
     }
   } catch (boost::thread_interrupted const&) {
     // terminate() ends the thread.

@@ -2,12 +2,12 @@
 // `delay` (milliseconds) has passed, or earlier when its task is canceled; the stage's own
 // signal is not emitted.
 //
-// One timer thread, started by on_registered, looks at the pending jobs every 100
-// milliseconds: a delay is never honoured early and at most about 100 ms late, and a
-// canceled task leaves the timer within one pass. stage_completed is emitted on the timer
-// thread with no lock of the unit held, so whatever follows a finished wait (the task's
-// next stage, even another wait on this unit, or the task's completion) may call
-// execute again from there.
+// One timer thread, started by on_registered, looks at the pending jobs when one arrives,
+// when the earliest is due and at least every 100 milliseconds: a delay is never honoured
+// early, and a canceled task leaves the timer within one pass. stage_completed is emitted
+// on the timer thread with no lock of the unit held, so whatever follows a finished wait
+// (the task's next stage, even another wait on this unit, or the task's completion) may
+// call execute again from there.
 #pragma once
 
 #include <cstddef>

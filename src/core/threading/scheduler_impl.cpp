@@ -1,0 +1,509 @@
+// The scheduler core: tables, dispatch, completion, cancellation and notifications.
+//
+// Every table lives behind the tasks spin lock; the unit registry behind the units spin
+// lock. The two are never held together, and neither is held while foreign code runs
+// (a task's virtual operations other than the flag reads, a unit's execute, an observer).
+#include <algorithm>
+#include <mutex>
+
+#include <boost/make_shared.hpp>
+#include <boost/thread/thread.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include <quillon2/core/assert.hpp>
+#include <quillon2/core/threading/scheduler_impl.hpp>
+#include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
+#include <quillon2/core/threading/units/thread_pool_unit.hpp>
+#include <quillon2/core/threading/units/threads_unit.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+#include "core/miscellaneous/include/logging.hpp"
+
+namespace quillon2::threading {
+
+namespace {
+
+using internal::log_trace;
+using internal::scheduler_logger;
+
+// Bit 0 of a task's flags: an ordinary stage was handed to a unit, so the task has
+// really started and its finalization stages are to run.
+constexpr int started_flag = 1;
+
+// Marks the threads that a scheduler's units started, by the scheduler's id.
+thread_local std::uint64_t t_unit_thread_of = 0;
+
+std::atomic<std::uint64_t> g_next_scheduler_id{1};
+
+std::wstring display_name(boost::shared_ptr<task_t> const& task) {
+  return task ? kesmet2::utf8_to_utf16(task->get_display_name()) : std::wstring(L"(null)");
+}
+
+using lock_t = std::lock_guard<spin_lock_t>;
+
+}  // namespace
+
+// Answers whether the cancellation of one group has come to its end.
+class scheduler_impl_t::cancel_operation_status_t : public scheduler_operation_status_t {
+ public:
+  cancel_operation_status_t(std::list<canceling_group_t> const& canceling, spin_lock_t& lock,
+                            std::wstring group)
+      : m_canceling_groups(canceling), m_lock(lock), m_group(std::move(group)) {}
+
+  bool is_finished() override {
+    lock_t guard(m_lock);
+    for (auto const& entry : m_canceling_groups) {
+      if (matches(entry.group, m_group)) return false;
+    }
+    return true;
+  }
+
+ private:
+  std::list<canceling_group_t> const& m_canceling_groups;
+  spin_lock_t& m_lock;
+  std::wstring m_group;
+};
+
+// Sits first in the observer list that the units get, so that every thread a unit
+// starts is known as one of this scheduler's threads. Clients never see it.
+class scheduler_impl_t::unit_thread_marker_t : public scheduler_status_callback_t {
+ public:
+  explicit unit_thread_marker_t(std::uint64_t id) : m_id(id) {}
+  void thread_started() override { t_unit_thread_of = m_id; }
+
+ private:
+  std::uint64_t m_id;
+};
+
+bool scheduler_impl_t::matches(std::wstring const& pattern, std::wstring const& group) {
+  if (pattern.empty()) return true;
+  if (group.size() < pattern.size()) return false;
+  if (group.compare(0, pattern.size(), pattern) != 0) return false;
+  return group.size() == pattern.size() || group[pattern.size()] == L'/';
+}
+
+scheduler_impl_t::scheduler_impl_t(boost::shared_ptr<scheduler_status_callback_t> status,
+                                   boost::shared_ptr<scheduler_wait_callback_t> wait)
+    : m_default_wait(std::move(wait)), m_id(g_next_scheduler_id.fetch_add(1)) {
+  Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::scheduler_impl_t");
+  m_marker = boost::make_shared<unit_thread_marker_t>(m_id);
+  if (status) m_status_callbacks.push_back(std::move(status));
+  publish_callbacks();
+}
+
+scheduler_impl_t::~scheduler_impl_t() {
+  Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::~scheduler_impl_t");
+  scheduler_error_t err = release_units();
+  if (err == seTasksPending) {
+    cancel_and_wait(std::wstring(), m_default_wait);
+    err = release_units();
+    QUILLON_ASSERT(err == seOk);
+    // Tasks are still registered and nobody will wait for them: cut the units off
+    // before the tables go, so that no unit thread can reach this object any more.
+    if (err != seOk) release_units_forced();
+  }
+  disconnect_all_signals();
+}
+
+bool scheduler_impl_t::is_unit_thread() const { return t_unit_thread_of == m_id; }
+
+bool scheduler_impl_t::is_under_canceling_group(std::wstring const& group) const {
+  for (auto const& entry : m_canceling_groups) {
+    if (matches(entry.group, group)) return true;
+  }
+  return false;
+}
+
+bool scheduler_impl_t::is_waiting(task_ptr const& task) const {
+  return m_waiting_tasks.find(task) != m_waiting_tasks.end();
+}
+
+scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> task,
+                                             std::wstring const& group) {
+  if (!task) return seInvalidArgument;
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::add_task. Name:" << display_name(task) << L" group:" << group);
+  {
+    lock_t guard(m_tasks_lock);
+    if (is_under_canceling_group(group)) {
+      Q2_LOG(scheduler_logger(), log_trace,
+             L"\tthe task is not added because the group is canceling.");
+      return seGroupCanceling;
+    }
+    auto inserted = m_tasks.emplace(task, task_entry_t{group, false});
+    if (!inserted.second) {
+      Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
+      return seAlreadyExists;
+    }
+  }
+  schedule_next_task_stage(task);
+  notify([&task](scheduler_status_callback_t& callback) { callback.task_added(task); });
+  return seOk;
+}
+
+scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> prev_task,
+                                             boost::shared_ptr<task_t> task,
+                                             std::wstring const& group) {
+  if (!prev_task || !task) return seInvalidArgument;
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::add_task. Name:" << display_name(task) << L" group:" << group
+                                              << L" prev task:" << display_name(prev_task));
+  lock_t guard(m_tasks_lock);
+  if (is_under_canceling_group(group)) {
+    Q2_LOG(scheduler_logger(), log_trace,
+           L"\tthe task is not added because the group is canceling.");
+    return seGroupCanceling;
+  }
+  if (m_tasks.count(task) != 0 || is_waiting(task)) {
+    Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
+    return seAlreadyExists;
+  }
+  m_sequential_tasks[prev_task].emplace_back(task, group);
+  ++m_waiting_tasks[task];
+  return seOk;
+}
+
+bool scheduler_impl_t::dispatch_next_stage(task_ptr const& task, bool finalization) {
+  for (;;) {
+    boost::shared_ptr<stage_t> stage =
+        finalization ? task->pop_finalization_stage() : task->pop_stage();
+    if (!stage) return false;
+
+    boost::shared_ptr<unit_t> unit;
+    {
+      lock_t guard(m_units_lock);
+      auto found = m_units.find(stage->unit);
+      if (found != m_units.end()) unit = found->second;
+    }
+    if (!unit) continue;  // a stage for a unit that is not registered is dropped
+
+    task->merge_flags(stage->flags);
+    // A task is marked as finalizing only when a finalization stage really leaves for a
+    // unit: that mark is what routes the stage's completion, and a task that completes
+    // right away needs none.
+    if (finalization) {
+      lock_t guard(m_tasks_lock);
+      auto found = m_tasks.find(task);
+      if (found != m_tasks.end()) found->second.finalizing = true;
+    }
+    scheduler_error_t const err = unit->execute(task, stage);
+    if (err == seOk) return true;
+
+    notify(
+        [&](scheduler_status_callback_t& callback) { callback.stage_rejected(task, stage, err); });
+    return false;
+  }
+}
+
+void scheduler_impl_t::schedule_next_task_stage(task_ptr const& task) {
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::schedule_next_task_stage. task:" << display_name(task));
+  if (!task->is_canceled() && dispatch_next_stage(task, false)) return;
+  schedule_next_task_final_stage(task);
+}
+
+void scheduler_impl_t::schedule_next_task_final_stage(task_ptr const& task) {
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::schedule_next_task_final_stage. task:" << display_name(task));
+  if ((task->get_flags() & started_flag) != 0 && dispatch_next_stage(task, true)) return;
+  handle_task_complete(task);
+}
+
+void scheduler_impl_t::handle_task_stage_complete(boost::shared_ptr<task_t> task) {
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::handle_task_stage_complete. task:" << display_name(task));
+  if (!task) return;
+  bool finalizing = false;
+  {
+    lock_t guard(m_tasks_lock);
+    auto found = m_tasks.find(task);
+    finalizing = found != m_tasks.end() && found->second.finalizing;
+  }
+  if (finalizing || task->is_canceled()) {
+    schedule_next_task_final_stage(task);
+  } else {
+    schedule_next_task_stage(task);
+  }
+}
+
+void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::handle_task_complete. task:" << display_name(task));
+  follower_list followers;
+  {
+    lock_t guard(m_tasks_lock);
+    auto found = m_tasks.find(task);
+    if (found != m_tasks.end()) {
+      // The task no longer holds back the cancellations that cover its group.
+      for (auto& entry : m_canceling_groups) {
+        if (entry.running != 0 && matches(entry.group, found->second.group)) --entry.running;
+      }
+      m_tasks.erase(found);
+    }
+    auto waiting = m_sequential_tasks.find(task);
+    if (waiting != m_sequential_tasks.end()) {
+      followers.swap(waiting->second);
+      m_sequential_tasks.erase(waiting);
+      for (auto const& follower : followers) {
+        auto count = m_waiting_tasks.find(follower.first);
+        if (count != m_waiting_tasks.end() && --count->second == 0) m_waiting_tasks.erase(count);
+      }
+    }
+  }
+
+  // Followers enter through the virtual add_task; one whose group is being canceled is
+  // refused there and dropped without a word.
+  for (auto const& follower : followers) {
+    scheduler_t& self = *this;
+    self.add_task(follower.first, follower.second);
+  }
+  followers.clear();
+
+  std::vector<std::wstring> ended_groups;
+  {
+    lock_t guard(m_tasks_lock);
+    for (auto entry = m_canceling_groups.begin(); entry != m_canceling_groups.end();) {
+      if (entry->running == 0) {
+        ended_groups.push_back(std::move(entry->group));
+        entry = m_canceling_groups.erase(entry);
+      } else {
+        ++entry;
+      }
+    }
+  }
+
+  // One pass under the callback mutex: the task first, then the groups it closed.
+  if (m_callback_count.load(std::memory_order_acquire) == 0) return;
+  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
+  boost::shared_ptr<std::vector<callback_ptr> const> const callbacks = m_callback_snapshot;
+  for (auto const& callback : *callbacks) callback->task_completed(task);
+  for (auto const& group : ended_groups) {
+    for (auto const& callback : *callbacks) callback->group_canceled(group);
+  }
+}
+
+scheduler_error_t scheduler_impl_t::cancel(std::wstring const& group) {
+  Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::cancel. Group:" << group);
+  std::vector<task_ptr> to_cancel;
+  {
+    lock_t guard(m_tasks_lock);
+    if (is_under_canceling_group(group)) {
+      Q2_LOG(scheduler_logger(), log_trace, L"\talready canceled.");
+      return seGroupCanceling;
+    }
+    std::size_t running = 0;
+    for (auto const& entry : m_tasks) {
+      if (!matches(group, entry.second.group)) continue;
+      Q2_LOG(scheduler_logger(), log_trace,
+             L"\tinsert from m_task_group. Task:" << display_name(entry.first));
+      to_cancel.push_back(entry.first);
+      ++running;
+    }
+    for (auto const& waiting : m_sequential_tasks) {
+      for (auto const& follower : waiting.second) {
+        if (!matches(group, follower.second)) continue;
+        Q2_LOG(scheduler_logger(), log_trace,
+               L"\tinsert from m_sequential_tasks. Task:" << display_name(follower.first));
+        to_cancel.push_back(follower.first);
+      }
+    }
+    if (to_cancel.empty()) {
+      Q2_LOG(scheduler_logger(), log_trace, L"\tNo tasks to cancel.");
+    } else {
+      m_canceling_groups.push_back(canceling_group_t{group, running});
+    }
+  }
+
+  if (to_cancel.empty()) {
+    notify([&group](scheduler_status_callback_t& callback) { callback.group_canceled(group); });
+    return seOk;
+  }
+  // A task can be listed twice (running and waiting at once); canceling is idempotent.
+  for (auto const& task : to_cancel) task->cancel();
+  return seOk;
+}
+
+scheduler_error_t scheduler_impl_t::cancel_and_wait(
+    std::wstring const& group, boost::shared_ptr<scheduler_wait_callback_t> callback) {
+  Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::cancel_and_wait. Group:" << group);
+  if (!callback && !m_default_wait) return seNoWaitCallback;
+  scheduler_t& self = *this;
+  scheduler_error_t const err = self.cancel(group);
+  if (err != seOk) return err;
+
+  auto status =
+      boost::make_shared<cancel_operation_status_t>(m_canceling_groups, m_tasks_lock, group);
+  boost::weak_ptr<scheduler_operation_status_t> weak_status = status;
+  (callback ? callback : m_default_wait)->wait(weak_status);
+  Q2_LOG(scheduler_logger(), log_trace,
+         L"scheduler_impl_t::cancel_and_wait. Finished Group:" << group);
+  return seOk;
+}
+
+std::list<boost::shared_ptr<task_t>> scheduler_impl_t::find_tasks(std::wstring const& group) {
+  std::list<task_ptr> found;
+  lock_t guard(m_tasks_lock);
+  for (auto const& entry : m_tasks) {
+    if (matches(group, entry.second.group)) found.push_back(entry.first);
+  }
+  return found;
+}
+
+bool scheduler_impl_t::find_group(boost::shared_ptr<task_t> task, std::wstring& group) {
+  lock_t guard(m_tasks_lock);
+  auto found = m_tasks.find(task);
+  if (found == m_tasks.end()) return false;
+  group = found->second.group;
+  return true;
+}
+
+bool scheduler_impl_t::is_known_task(boost::shared_ptr<task_t> task) {
+  lock_t guard(m_tasks_lock);
+  return m_tasks.count(task) != 0 || is_waiting(task);
+}
+
+bool scheduler_impl_t::is_known_group(std::wstring& group) {
+  lock_t guard(m_tasks_lock);
+  if (is_under_canceling_group(group)) return false;
+  for (auto const& entry : m_tasks) {
+    if (matches(group, entry.second.group)) return true;
+  }
+  for (auto const& waiting : m_sequential_tasks) {
+    for (auto const& follower : waiting.second) {
+      if (matches(group, follower.second)) return true;
+    }
+  }
+  return false;
+}
+
+scheduler_error_t scheduler_impl_t::add_unit(std::wstring const& name,
+                                             boost::shared_ptr<unit_t> unit) {
+  if (name.empty() || !unit) return seInvalidArgument;
+  {
+    lock_t guard(m_units_lock);
+    if (m_units.count(name) != 0) return seAlreadyExists;
+    unit->stage_completed.connect(this, &scheduler_impl_t::handle_task_stage_complete);
+    m_units.emplace(name, unit);
+  }
+  {
+    // The observers go first, so that a thread the unit starts on registration is
+    // announced (and known as this scheduler's) like every later one.
+    boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
+    unit->set_status_callbacks(unit_callbacks());
+  }
+  unit->on_registered();
+  return seOk;
+}
+
+std::list<boost::shared_ptr<scheduler_status_callback_t>> scheduler_impl_t::unit_callbacks() const {
+  callback_list callbacks = m_status_callbacks;
+  callbacks.push_front(m_marker);
+  return callbacks;
+}
+
+void scheduler_impl_t::publish_callbacks() {
+  m_callback_snapshot = boost::make_shared<std::vector<callback_ptr> const>(
+      m_status_callbacks.begin(), m_status_callbacks.end());
+  m_callback_count.store(m_status_callbacks.size(), std::memory_order_release);
+}
+
+scheduler_error_t scheduler_impl_t::add_status_callback(
+    boost::shared_ptr<scheduler_status_callback_t> callback) {
+  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
+  if (std::find(m_status_callbacks.begin(), m_status_callbacks.end(), callback) !=
+      m_status_callbacks.end()) {
+    return seAlreadyExists;
+  }
+  m_status_callbacks.push_back(std::move(callback));
+  publish_callbacks();
+  callback_list const for_units = unit_callbacks();
+  lock_t units_guard(m_units_lock);
+  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
+  return seOk;
+}
+
+scheduler_error_t scheduler_impl_t::remove_status_callback(
+    boost::shared_ptr<scheduler_status_callback_t> callback) {
+  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
+  auto found = std::find(m_status_callbacks.begin(), m_status_callbacks.end(), callback);
+  if (found == m_status_callbacks.end()) return seNotFound;
+  m_status_callbacks.erase(found);
+  publish_callbacks();
+  callback_list const for_units = unit_callbacks();
+  lock_t units_guard(m_units_lock);
+  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
+  return seOk;
+}
+
+template <typename F>
+void scheduler_impl_t::notify(F const& call) {
+  // Without observers there is nobody to tell; the count is published under the
+  // callback mutex, after the list changed.
+  if (m_callback_count.load(std::memory_order_acquire) == 0) return;
+  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
+  boost::shared_ptr<std::vector<callback_ptr> const> const callbacks = m_callback_snapshot;
+  for (auto const& callback : *callbacks) call(*callback);
+}
+
+scheduler_error_t scheduler_impl_t::release_units() {
+  {
+    lock_t guard(m_tasks_lock);
+    if (!m_tasks.empty()) return seTasksPending;
+  }
+  // The registry is emptied before any unit stops, so that a unit thread still busy
+  // with the end of a task (starting followers, say) finds no unit to hand work to
+  // instead of waiting for a lock held across the join of its own thread.
+  std::unordered_map<std::wstring, boost::shared_ptr<unit_t>> units;
+  {
+    lock_t guard(m_units_lock);
+    units.swap(m_units);
+  }
+  for (auto const& unit : units) {
+    unit.second->terminate();
+    unit.second->stage_completed.disconnect(this, &scheduler_impl_t::handle_task_stage_complete);
+  }
+  return seOk;
+}
+
+void scheduler_impl_t::release_units_forced() {
+  std::unordered_map<std::wstring, boost::shared_ptr<unit_t>> units;
+  {
+    lock_t guard(m_units_lock);
+    units.swap(m_units);
+  }
+  // Disconnecting waits for an emission in progress on another thread to end; after
+  // it no stage completion can reach this object.
+  for (auto const& unit : units) {
+    unit.second->stage_completed.disconnect(this, &scheduler_impl_t::handle_task_stage_complete);
+  }
+  for (auto const& unit : units) unit.second->terminate();
+}
+
+boost::shared_ptr<scheduler_t> create_default_scheduler(
+    boost::shared_ptr<scheduler_status_callback_t> status,
+    boost::shared_ptr<scheduler_wait_callback_t> wait, bool create_main_unit) {
+  // The last owner may let go on one of the scheduler's own unit threads (an observer
+  // or a stage that drops it). Tearing down there would join that very thread, or wait
+  // for the task whose stage is running: the teardown then moves to a thread of its own.
+  auto* impl = new scheduler_impl_t(std::move(status), std::move(wait));
+  boost::shared_ptr<scheduler_t> scheduler(impl, [](scheduler_impl_t* doomed) {
+    if (!doomed->is_unit_thread()) {
+      delete doomed;
+      return;
+    }
+    try {
+      boost::thread([doomed] { delete doomed; }).detach();
+    } catch (boost::thread_resource_error const&) {
+      delete doomed;  // no thread to be had: tear down here after all
+    }
+  });
+  if (create_main_unit) impl->add_unit(unit_main, boost::make_shared<thread_pool_unit_t>(1u));
+  impl->add_unit(unit_service, boost::make_shared<thread_pool_unit_t>(
+                                   std::min(thread_pool_unit_t::MaxThreads, 16u)));
+  impl->add_unit(unit_long_tasks, boost::make_shared<threads_unit_t>());
+  impl->add_unit(unit_delay_tasks, boost::make_shared<delayed_tasks_unit_t>());
+  return scheduler;
+}
+
+}  // namespace quillon2::threading
