@@ -1,9 +1,6 @@
 // The attribute form of bags: exact documents, round trips of every type through text
 // and files, the filter path, both forms through load_variant_bag2, hostile input, and
 // saves that never lose data.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -531,22 +528,6 @@ TEST_F(AttributeFormFile, AFailedSaveLeavesTheOldFile) {
   EXPECT_EQ(k_failure, ql2::save_variant_bag2(bad, file.c_str(), L"root"));
   EXPECT_EQ(k_failure, ql2::save_variant_bag2(every_type(), file.c_str(), L"bad name"));
   EXPECT_EQ(before, file_text(m_dir.file("keep.xml")));
-}
-
-TEST_F(AttributeFormFile, SavesReplaceTheFileBehindALinkAndKeepItsMode) {
-  std::string const target = m_dir.file("target.xml");
-  write_file(target, "old");
-  ASSERT_EQ(0, ::chmod(target.c_str(), 0640));
-  ASSERT_EQ(0, ::symlink(target.c_str(), m_dir.file("link.xml").c_str()));
-  ASSERT_EQ(1, ql2::save_variant_bag2(every_type(), name("link.xml").c_str(), L"root"));
-  struct stat st;
-  ASSERT_EQ(0, ::lstat(m_dir.file("link.xml").c_str(), &st));
-  EXPECT_TRUE(S_ISLNK(st.st_mode));
-  ASSERT_EQ(0, ::stat(target.c_str(), &st));
-  EXPECT_EQ(0640u, st.st_mode & 0777);
-  variant_bag_t loaded;
-  ASSERT_EQ(1, ql2::load_variant_bag2(loaded, name("target.xml").c_str(), L"root", false));
-  expect_same_values(every_type(), loaded);
 }
 
 // ---------------------------------------------------------------------------------------

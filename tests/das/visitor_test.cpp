@@ -1,7 +1,5 @@
 // Bags as event streams: the walk of a bag, the builder, the XML writer visitor, the
 // readers of XML into visitors, and RELAX NG checks.
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <fstream>
 #include <sstream>
@@ -200,22 +198,6 @@ TEST(VariantBagBuilder, RebuildsValuesFirstBagsLastAndPointersAsProxies) {
   auto object = pointer->get<visitor_test::marker_t>();  // the proxy gives way to the object
   ASSERT_TRUE(object);
   EXPECT_EQ(9, object->m_mark);
-}
-
-TEST(VariantBagBuilder, UnknownTypesStayProxies) {
-  variant_bag_t target;
-  auto builder = ql2::create_variant_bag_builder(target);
-  EXPECT_TRUE(builder->on_start_pointer("p", "dasID_nowhere::thing_t", ""));
-  EXPECT_TRUE(builder->on_variant("v", variant_t(3)));
-  EXPECT_TRUE(builder->on_end_pointer());
-  ql2::notype_ptr_t const* pointer = target.get<ql2::notype_ptr_t>(L"p");
-  ASSERT_NE(nullptr, pointer);
-  EXPECT_EQ("dasID_nowhere::thing_t", narrow(pointer->get_obj_type_as_string()));
-  ql2::sptr_t<ql2::serializable_object_interface_t> object;
-  ASSERT_EQ(1, pointer->get_serializable_object(object));
-  variant_bag_t saved;
-  EXPECT_EQ(1, object->save(saved));
-  EXPECT_EQ(3, saved.get_variant(L"v", variant_t()).get<ql2::s32_t>());
 }
 
 TEST(VariantBagBuilder, UnbalancedEndsAreReportedAndChangeNothing) {
