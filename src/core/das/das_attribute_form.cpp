@@ -1,0 +1,491 @@
+// Type prefixes, namespace table and value texts of the attribute form.
+//
+// The namespace table is a constant: it needs no building on first use and no lock, and
+// its order is the order of the declarations on a document element.
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include <quillon2/das/variant.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+#include "core/das/include/attribute_form.hpp"
+#include "core/das/include/das_assert.hpp"
+#include "core/das/include/variant_buddy.hpp"
+#include "core/das/include/variant_text.hpp"
+#include "core/das/include/xml_safety.hpp"
+
+namespace quillon2::internal {
+namespace {
+
+// The base of the URIs that this library defines itself.
+#define Q2_BAG_URI_BASE "urn:quillon2"
+#define Q2_XML_SCHEMA "http://www.w3.org/2001/XMLSchema"
+#define Q2_ROW(prefix, uri) \
+  { prefix, sizeof(prefix) - 1, uri }
+
+constexpr namespace_row_t k_namespaces[] = {
+    Q2_ROW("blob", Q2_BAG_URI_BASE "/2009/BagSchema#blob"),
+    Q2_ROW("boolean", Q2_XML_SCHEMA "#boolean"),
+    Q2_ROW("byte", Q2_XML_SCHEMA "#byte"),
+    Q2_ROW("crypto", "http://exslt.org/crypto"),
+    Q2_ROW("date", "http://exslt.org/dates-and-times"),
+    Q2_ROW("double", Q2_BAG_URI_BASE "/2001/XMLSchema#double"),
+    Q2_ROW("dyn", "http://exslt.org/dynamic"),
+    Q2_ROW("exsl", "http://exslt.org/common"),
+    Q2_ROW("float", Q2_XML_SCHEMA "#float"),
+    Q2_ROW("func", "http://exslt.org/functions"),
+    Q2_ROW("int", Q2_XML_SCHEMA "#int"),
+    Q2_ROW("long", Q2_XML_SCHEMA "#long"),
+    Q2_ROW("math", "http://exslt.org/math"),
+    Q2_ROW("null", Q2_BAG_URI_BASE "/2009/BagSchema#null"),
+    Q2_ROW("pointer", Q2_BAG_URI_BASE "/2009/BagSchema#pointer"),
+    Q2_ROW("saxon", "http://icl.com/saxon"),
+    Q2_ROW("set", "http://exslt.org/sets"),
+    Q2_ROW("short", Q2_XML_SCHEMA "#short"),
+    Q2_ROW("str", "http://exslt.org/strings"),
+    Q2_ROW("unsignedByte", Q2_XML_SCHEMA "#unsignedByte"),
+    Q2_ROW("unsignedInt", Q2_XML_SCHEMA "#unsignedInt"),
+    Q2_ROW("unsignedLong", Q2_XML_SCHEMA "#unsignedLong"),
+    Q2_ROW("unsignedShort", Q2_XML_SCHEMA "#unsignedShort"),
+    Q2_ROW("xsl", "http://www.w3.org/1999/XSL/Transform"),
+};
+static_assert(sizeof k_namespaces / sizeof k_namespaces[0] <= 32, "rows are bits of a mask");
+
+#undef Q2_ROW
+#undef Q2_XML_SCHEMA
+#undef Q2_BAG_URI_BASE
+
+constexpr std::size_t k_namespace_count = sizeof k_namespaces / sizeof k_namespaces[0];
+
+// Row numbers of the typed prefixes, for the writer.
+enum row_t : int {
+  row_blob = 0,
+  row_boolean = 1,
+  row_byte = 2,
+  row_double = 5,
+  row_float = 8,
+  row_int = 10,
+  row_long = 11,
+  row_null = 13,
+  row_pointer = 14,
+  row_short = 17,
+  row_unsigned_byte = 19,
+  row_unsigned_int = 20,
+  row_unsigned_long = 21,
+  row_unsigned_short = 22,
+};
+
+bool equals(char const* text, std::size_t length, char const* word, std::size_t word_length) {
+  return length == word_length && std::memcmp(text, word, length) == 0;
+}
+
+// One code point of well-formed UTF-8 at text[i], or -1 for a malformed sequence.
+long next_code_point(char const* text, std::size_t length, std::size_t& i) {
+  auto const* s = reinterpret_cast<unsigned char const*>(text);
+  unsigned char const b = s[i];
+  if (b < 0x80) {
+    ++i;
+    return b;
+  }
+  std::size_t need;
+  long c;
+  long min;
+  if ((b & 0xE0) == 0xC0) {
+    need = 1, c = b & 0x1F, min = 0x80;
+  } else if ((b & 0xF0) == 0xE0) {
+    need = 2, c = b & 0x0F, min = 0x800;
+  } else if ((b & 0xF8) == 0xF0) {
+    need = 3, c = b & 0x07, min = 0x10000;
+  } else {
+    return -1;
+  }
+  for (std::size_t j = 1; j <= need; ++j) {
+    if (i + j >= length || (s[i + j] & 0xC0) != 0x80) return -1;
+    c = (c << 6) | (s[i + j] & 0x3F);
+  }
+  if (c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return -1;
+  i += need + 1;
+  return c;
+}
+
+// The reference that stands for an ASCII character in an attribute value, or null for
+// one that stands as it is.
+inline char const* attribute_reference(char32_t c) {
+  switch (c) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\t':
+      return "&#9;";
+    case '\n':
+      return "&#10;";
+    case '\r':
+      return "&#13;";
+    default:
+      return nullptr;
+  }
+}
+
+// Whether an ASCII character needs a reference in an attribute value, or cannot stand
+// in a document at all: a table, since this runs over every character of every text.
+struct ascii_classes_t {
+  bool special[128] = {};
+  bool name_start[128] = {};
+  bool name[128] = {};
+  constexpr ascii_classes_t() {
+    for (int c = 0; c < 0x20; ++c) special[c] = true;
+    special[static_cast<int>('&')] = true;
+    special[static_cast<int>('<')] = true;
+    special[static_cast<int>('>')] = true;
+    special[static_cast<int>('"')] = true;
+    for (int c = 'a'; c <= 'z'; ++c) name_start[c] = true;
+    for (int c = 'A'; c <= 'Z'; ++c) name_start[c] = true;
+    name_start[static_cast<int>('_')] = true;
+    name_start[static_cast<int>(':')] = true;
+    for (int c = 0; c < 128; ++c) name[c] = name_start[c];
+    for (int c = '0'; c <= '9'; ++c) name[c] = true;
+    name[static_cast<int>('-')] = true;
+    name[static_cast<int>('.')] = true;
+  }
+};
+constexpr ascii_classes_t k_ascii;
+
+// The text-layer parser of floating-point text, with a fast road for the plain numbers
+// that a save writes: where from_chars reads the whole text, strtod reads the same value.
+double parse_double_text(char const* text, std::size_t length) {
+  double value = 0;
+  auto const result = std::from_chars(text, text + length, value, std::chars_format::general);
+  if (result.ec == std::errc() && result.ptr == text + length && length != 0) return value;
+  return KESMET_2_18::generic::convert::str_to_double(std::string(text, length));
+}
+
+void set_prefix(value_text_t& out, int row) {
+  out.row = row;
+  out.prefix = k_namespaces[row].prefix;
+  out.prefix_length = k_namespaces[row].prefix_length;
+}
+
+}  // namespace
+
+namespace_row_t const* namespace_table() { return k_namespaces; }
+
+std::size_t namespace_table_size() { return k_namespace_count; }
+
+int namespace_row_of(char const* prefix, std::size_t length) {
+  if (prefix == nullptr || length == 0) return -1;
+  for (std::size_t i = 0; i < k_namespace_count; ++i) {
+    if (k_namespaces[i].prefix[0] == prefix[0] &&
+        equals(prefix, length, k_namespaces[i].prefix, k_namespaces[i].prefix_length)) {
+      return static_cast<int>(i);
+    }
+  }
+  return -1;
+}
+
+int pointer_namespace_row() { return row_pointer; }
+
+void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std::string& text) {
+  out = value_text_t();
+  switch (value.get_type()) {
+    case vtBool:
+      set_prefix(out, row_boolean);
+      break;
+    case vtSByte:
+      set_prefix(out, row_byte);
+      break;
+    case vtUByte:
+      set_prefix(out, row_unsigned_byte);
+      break;
+    case vtSShort:
+      set_prefix(out, row_short);
+      break;
+    case vtUShort:
+      set_prefix(out, row_unsigned_short);
+      break;
+    case vtSInt:
+      set_prefix(out, row_int);
+      break;
+    case vtUInt:
+      set_prefix(out, row_unsigned_int);
+      break;
+    case vtSInt64:
+      set_prefix(out, row_long);
+      break;
+    case vtUInt64:
+      set_prefix(out, row_unsigned_long);
+      break;
+    case vtFloat:
+      set_prefix(out, row_float);
+      append_number_text(text, value, 9);
+      return;
+    case vtDouble:
+      set_prefix(out, row_double);
+      append_number_text(text, value, 17);
+      return;
+    case vtWString:
+    case vtWCharPtr: {
+      wchar_t const* wide = value.get<wchar_t const*>();
+      out.wide = wide != nullptr ? wide : L"";
+      return;
+    }
+    case vtBlob:
+      set_prefix(out, row_blob);
+      return;
+    case vtNull:
+      set_prefix(out, row_null);
+      return;
+    case vtNotypePtr:
+      set_prefix(out, row_pointer);
+      return;
+    default:
+      Q2_DAS_ASSERT_TEXT("\"variant type without an attribute form\" == NULL");
+      return;
+  }
+  append_number_text(text, value);
+}
+
+prefix_kind_t prefix_kind(char const* prefix, std::size_t length) {
+  if (prefix == nullptr || length == 0) return prefix_kind_t::none;
+  switch (prefix[0]) {
+    case 'b':
+      if (equals(prefix, length, "boolean", 7)) return prefix_kind_t::boolean;
+      if (equals(prefix, length, "byte", 4)) return prefix_kind_t::s8;
+      break;
+    case 'd':
+      if (equals(prefix, length, "double", 6)) return prefix_kind_t::dbl;
+      break;
+    case 'f':
+      if (equals(prefix, length, "float", 5)) return prefix_kind_t::single;
+      break;
+    case 'i':
+      if (equals(prefix, length, "int", 3)) return prefix_kind_t::s32;
+      break;
+    case 'l':
+      if (equals(prefix, length, "long", 4)) return prefix_kind_t::s64;
+      break;
+    case 'n':
+      if (equals(prefix, length, "null", 4)) return prefix_kind_t::null;
+      break;
+    case 's':
+      if (equals(prefix, length, "short", 5)) return prefix_kind_t::s16;
+      break;
+    case 'u':
+      if (equals(prefix, length, "unsignedByte", 12)) return prefix_kind_t::u8;
+      if (equals(prefix, length, "unsignedShort", 13)) return prefix_kind_t::u16;
+      if (equals(prefix, length, "unsignedInt", 11)) return prefix_kind_t::u32;
+      if (equals(prefix, length, "unsignedLong", 12)) return prefix_kind_t::u64;
+      break;
+    default:
+      break;
+  }
+  return prefix_kind_t::other;
+}
+
+bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* text,
+                                std::size_t length) {
+  using namespace KESMET_2_18::generic::convert;
+  using KESMET_2_18::types::radix_t;
+  if (text == nullptr) {
+    text = "";
+    length = 0;
+  }
+  switch (kind) {
+    case prefix_kind_t::none:
+      out = wide_text_variant(text, length);
+      return true;
+    case prefix_kind_t::boolean:
+      if (equals(text, length, "true", 4) || equals(text, length, "1", 1)) {
+        out = variant_t(true);
+        return true;
+      }
+      if (equals(text, length, "false", 5) || equals(text, length, "0", 1)) {
+        out = variant_t(false);
+        return true;
+      }
+      return false;
+    case prefix_kind_t::s8:
+      out = variant_t(static_cast<signed char>(str_to_int8(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::u8:
+      out = variant_t(static_cast<unsigned char>(str_to_uint8(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::s16:
+      out = variant_t(static_cast<short>(str_to_int16(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::u16:
+      out = variant_t(static_cast<unsigned short>(str_to_uint16(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::s32:
+      out = variant_t(static_cast<int>(str_to_int32(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::u32:
+      out = variant_t(static_cast<unsigned int>(str_to_uint32(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::s64:
+      out = variant_t(static_cast<s64_t>(str_to_int64(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::u64:
+      out = variant_t(static_cast<u64_t>(str_to_uint64(text, length, radix_t::decimal)));
+      return true;
+    case prefix_kind_t::single: {
+      double const value = parse_double_text(text, length);
+      // As the text layer's float parser does: beyond the range of float is infinite.
+      float const infinity = std::numeric_limits<float>::infinity();
+      if (std::isfinite(value) && std::fabs(value) > std::numeric_limits<float>::max()) {
+        out = variant_t(value > 0 ? infinity : -infinity);
+      } else {
+        out = variant_t(static_cast<float>(value));
+      }
+      return true;
+    }
+    case prefix_kind_t::dbl:
+      out = variant_t(parse_double_text(text, length));
+      return true;
+    case prefix_kind_t::null:
+      out = variant_t();
+      return true;
+    case prefix_kind_t::other:
+      break;
+  }
+  return false;
+}
+
+variant_t wide_text_variant(char const* text, std::size_t length) {
+  auto const* s = reinterpret_cast<unsigned char const*>(text);
+  // Well-formed UTF-8 gives one unit for each byte that does not continue a sequence
+  // (10xxxxxx): counted eight bytes at a time.
+  std::size_t continuations = 0;
+  std::size_t i = 0;
+  for (; i + 8 <= length; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, s + i, sizeof word);
+    std::uint64_t const marks = (word & ~(word << 1) & 0x8080808080808080ull) >> 7;
+    continuations += static_cast<std::size_t>((marks * 0x0101010101010101ull) >> 56);
+  }
+  for (; i < length; ++i) continuations += (s[i] & 0xC0) == 0x80 ? 1 : 0;
+  std::size_t const units = length - continuations;
+  variant_t value;
+  variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
+  auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
+  if (out == nullptr) return variant_t(L"", false);
+  wchar_t* const end = out + units;
+  i = 0;
+  while (i < length) {
+    if (i + 8 <= length) {
+      std::uint64_t word;
+      std::memcpy(&word, s + i, sizeof word);
+      if ((word & 0x8080808080808080ull) == 0) {
+        for (int k = 0; k < 8; ++k) out[k] = static_cast<wchar_t>(s[i + k]);
+        out += 8;
+        i += 8;
+        continue;
+      }
+    }
+    unsigned char const b = s[i];
+    if (b < 0x80) {
+      *out++ = static_cast<wchar_t>(b);
+      ++i;
+      continue;
+    }
+    // Every unit written stands for a distinct lead byte, so the count above bounds the
+    // writes; anything malformed goes to the general decoder, which replaces it.
+    long const c = next_code_point(text, length, i);
+    if (c < 0) return wide_variant_from_utf8(text, length);
+    *out++ = static_cast<wchar_t>(c);
+  }
+  if (out != end) return wide_variant_from_utf8(text, length);
+  *out = L'\0';
+  return value;
+}
+
+long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out) {
+  char* const start = out;
+  for (std::size_t i = 0; i < length; ++i) {
+    auto const c = static_cast<char32_t>(text[i]);
+    if (c < 0x80) {
+      if (!k_ascii.special[c]) {
+        *out++ = static_cast<char>(c);
+        continue;
+      }
+      char const* reference = attribute_reference(c);
+      if (reference == nullptr) return -1;  // a control character
+      if (!attribute && (c == '\t' || c == '\n')) {
+        *out++ = static_cast<char>(c);  // content keeps its tabs and line ends
+        continue;
+      }
+      std::size_t const n = std::strlen(reference);
+      std::memcpy(out, reference, n);
+      out += n;
+      continue;
+    }
+    if (!is_xml_char(c)) return -1;
+    if (c < 0x800) {
+      *out++ = static_cast<char>(0xC0 | (c >> 6));
+      *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      *out++ = static_cast<char>(0xE0 | (c >> 12));
+      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      *out++ = static_cast<char>(0xF0 | (c >> 18));
+      *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return static_cast<long>(out - start);
+}
+
+void append_escaped_attribute_utf8(std::string& out, char const* text, std::size_t length) {
+  for (std::size_t i = 0; i < length; ++i) {
+    auto const c = static_cast<unsigned char>(text[i]);
+    char const* reference = c < 0x80 ? attribute_reference(c) : nullptr;
+    if (reference != nullptr) {
+      out += reference;
+    } else {
+      out.push_back(static_cast<char>(c));
+    }
+  }
+}
+
+bool is_xml_text_utf8(char const* text, std::size_t length) {
+  std::size_t i = 0;
+  while (i < length) {
+    long const c = next_code_point(text, length, i);
+    if (c < 0 || !is_xml_char(static_cast<char32_t>(c))) return false;
+  }
+  return true;
+}
+
+bool is_xml_name_utf8(char const* text, std::size_t length) {
+  if (text == nullptr || length == 0) return false;
+  // Names are nearly always ASCII: a table decides those.
+  auto const* bytes = reinterpret_cast<unsigned char const*>(text);
+  if (bytes[0] < 0x80) {
+    if (!k_ascii.name_start[bytes[0]]) return false;
+    std::size_t i = 1;
+    while (i < length && bytes[i] < 0x80 && k_ascii.name[bytes[i]]) ++i;
+    if (i == length) return true;
+    if (bytes[i] < 0x80) return false;
+  }
+  std::size_t i = 0;
+  bool first = true;
+  while (i < length) {
+    long const c = next_code_point(text, length, i);
+    if (c < 0) return false;
+    auto const code = static_cast<char32_t>(c);
+    if (first ? !is_xml_name_start_char(code) : !is_xml_name_char(code)) return false;
+    first = false;
+  }
+  return true;
+}
+
+}  // namespace quillon2::internal

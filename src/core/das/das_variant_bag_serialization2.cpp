@@ -1,0 +1,206 @@
+// The attribute form of bags: the public save and load calls, and the public readers of
+// XML into visitors. Saving walks the bag into the XML writer visitor; loading runs the
+// SAX reader into a builder.
+#include <cstring>
+#include <cwchar>
+#include <ios>
+#include <string>
+
+#include <quillon2/core/file_system/file_content.hpp>
+#include <quillon2/core/file_system/path.hpp>
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/variant_bag_serialization2.hpp>
+#include <quillon2/das/variant_bag_visitor.hpp>
+
+#include "core/das/include/das_assert.hpp"
+#include "core/das/include/element_form.hpp"
+#include "core/das/include/sax_to_visitor.hpp"
+#include "core/das/include/variant_text.hpp"
+#include "core/das/include/xml_file_io.hpp"
+#include "core/das/include/xml_safety.hpp"
+#include "core/das/include/xml_tag_writer.hpp"
+#include "core/miscellaneous/include/logging.hpp"
+
+namespace quillon2 {
+
+namespace {
+
+constexpr int k_success = 1;
+constexpr int k_general_failure = 0x40000001;
+
+bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
+
+std::string utf8_of(wchar_t const* text) {
+  std::string utf8;
+  if (text != nullptr) internal::append_wide_as_utf8(utf8, text, std::wcslen(text));
+  return utf8;
+}
+
+std::wstring wide_of(std::string const& utf8) {
+  std::wstring wide;
+  internal::append_utf8_as_wide(wide, utf8.data(), utf8.size());
+  return wide;
+}
+
+char const* or_null(std::string const& text, wchar_t const* source) {
+  return source != nullptr ? text.c_str() : nullptr;
+}
+
+// The attribute form of `bag` under the root path, without the declaration.
+int write_attribute_form(variant_bag_t const& bag, wchar_t const* root_path, std::string& out) {
+  sptr_t<variant_bag_visitor_to_xml_t> visitor = create_visitor_to_xml(nullptr);
+  std::string const root = utf8_of(root_path);
+  if (!internal::open_root_path(*visitor, root.c_str())) {
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot save a bag: the root path \"" << (root_path != nullptr ? root_path : L"")
+                                                  << L"\" is no element name");
+    return k_general_failure;
+  }
+  int const result = dump_variant_bag(bag, sptr_t<variant_bag_visitor_t>(visitor));
+  if (is_failure(result)) {
+    std::string why = internal::why_refused(*visitor);
+    if (why.empty()) why = "an object that cannot be saved";
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot save a bag: " << wide_of(why) << L" (0x" << std::hex << result << L")");
+    return result;
+  }
+  if (visitor->to_xml_string(out) != k_success) {
+    std::string why = internal::why_refused(*visitor);
+    if (why.empty()) why = "the XML writer failed";
+    Q2_LOG(internal::main_logger(), internal::log_error, L"cannot save a bag: " << wide_of(why));
+    return k_general_failure;
+  }
+  return k_success;
+}
+
+// Reads UTF-8 attribute-form text into `bag` through a builder.
+int read_attribute_form(variant_bag_t& bag, char const* data, std::size_t size,
+                        wchar_t const* path) {
+  sptr_t<variant_bag_visitor_t> builder = create_variant_bag_builder(bag);
+  std::string const utf8_path = utf8_of(path);
+  std::string why;
+  int const result = internal::read_xml_memory_to_visitor(data, size, true, builder.get(),
+                                                          or_null(utf8_path, path), why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from text: " << wide_of(why));
+    return result;
+  }
+  if (path != nullptr) {
+    if (*path == L'\0') return k_general_failure;  // a path without a step names nothing
+    wchar_t const* last = std::wcsrchr(path, L'.');
+    bag.rename(last != nullptr ? last + 1 : path);
+  }
+  return k_success;
+}
+
+}  // namespace
+
+int read_xml_to_visitor(char const* xml, variant_bag_visitor_t* visitor, char const* path) {
+  if (xml == nullptr) return k_general_failure;
+  std::string why;
+  int const result =
+      internal::read_xml_memory_to_visitor(xml, std::strlen(xml), true, visitor, path, why);
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info, L"cannot read XML: " << wide_of(why));
+  }
+  return result;
+}
+
+int read_xml_file_to_visitor(wchar_t const* file, variant_bag_visitor_t* visitor,
+                             char const* path) {
+  if (file == nullptr) return k_general_failure;
+  std::string content;
+  std::string why;
+  int result = k_general_failure;
+  if (internal::read_file_locked(internal::native_file_name(file), content, why)) {
+    result = internal::read_xml_memory_to_visitor(content.data(), content.size(), false, visitor,
+                                                  path, why);
+  }
+  if (is_failure(result)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot read XML from " << file << L": " << wide_of(why));
+  }
+  return result;
+}
+
+int save_variant_bag_to_string2(variant_bag_t const& bag, KESMET_2_18::strings::ustring8& text,
+                                wchar_t const* root_path) {
+  std::string out;
+  int const result = write_attribute_form(bag, root_path, out);
+  if (is_failure(result)) return result;
+  text.swap(out);
+  return k_success;
+}
+
+int save_variant_bag_to_string2(variant_bag_t const& bag, variant_t& text,
+                                wchar_t const* root_path) {
+  std::string out;
+  int const result = write_attribute_form(bag, root_path, out);
+  if (is_failure(result)) return result;
+  text = internal::wide_variant_from_utf8(out.data(), out.size());
+  return k_success;
+}
+
+int save_variant_bag2(variant_bag_t const& bag, wchar_t const* file_name,
+                      wchar_t const* root_path) {
+  if (file_name == nullptr) return k_general_failure;
+  std::string text;
+  int const result = write_attribute_form(bag, root_path, text);
+  if (is_failure(result)) return result;
+  if (!set_xml_file_content(text, CP_UTF8, path_t(file_name))) {
+    Q2_LOG(internal::main_logger(), internal::log_error,
+           L"cannot save a bag to " << file_name << L": the file cannot be written");
+    return k_general_failure;
+  }
+  return k_success;
+}
+
+int load_variant_bag_from_string2(variant_bag_t& bag, KESMET_2_18::strings::ustring8 const& text,
+                                  wchar_t const* path) {
+  return read_attribute_form(bag, text.data(), text.size(), path);
+}
+
+int load_variant_bag_from_string2(variant_bag_t& bag, variant_t const& text, wchar_t const* path) {
+  if (!text.can_get<KESMET_2_18::strings::uchar_t const*>()) {
+    Q2_DAS_ASSERT_TEXT("can_get<const kesmet2::uchar_t*>()");
+    bag.clear();
+    return k_general_failure;
+  }
+  std::string const utf8 = utf8_of(text.get<wchar_t const*>());
+  return read_attribute_form(bag, utf8.data(), utf8.size(), path);
+}
+
+int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t const* path,
+                      bool try_element_form) {
+  if (file_name == nullptr) return k_general_failure;
+  if (try_element_form) {
+    // The element form's document element is "root" whatever the path's first step says.
+    std::string rest;
+    if (path != nullptr) {
+      std::string const full = utf8_of(path);
+      std::size_t const dot = full.find('.');
+      if (dot != std::string::npos) rest = full.substr(dot + 1);
+    }
+    bag.clear();
+    std::string why;
+    int const result = internal::read_element_form_file(bag, internal::native_file_name(file_name),
+                                                        or_null(rest, path), why);
+    if (!is_failure(result)) return k_success;
+  }
+  std::string const content = get_xml_file_content(path_t(file_name));
+  if (content.empty()) {
+    bag.clear();
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from " << file_name
+                                      << L": the file cannot be read or holds no XML text");
+    return k_general_failure;
+  }
+  int const result = load_variant_bag_from_string2(bag, content, path);
+  if (is_failure(result)) return result;
+  bag.put<variant_t>(L"#file_name", variant_t(file_name, false));
+  return k_success;
+}
+
+}  // namespace quillon2

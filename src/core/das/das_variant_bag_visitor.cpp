@@ -1,0 +1,247 @@
+// Bags as event streams: the walk of a bag (dump_variant_bag) and the builder that turns
+// events back into a bag.
+//
+// Both keep their nesting on explicit stacks, so that neither the depth of a bag in
+// memory nor the nesting of a stream of events reaches the depth of the call stack.
+#include <cstdint>
+#include <cstring>
+#include <cwchar>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/type_factory.hpp>
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/variant_bag_visitor.hpp>
+
+#include "core/das/include/bag_builder.hpp"
+#include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/xml_safety.hpp"
+
+namespace quillon2 {
+
+namespace {
+
+constexpr int k_success = 1;
+constexpr int k_general_failure = 0x40000001;
+
+bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
+
+// UTF-8 of a wide name into a buffer that is reused from call to call.
+char const* utf8_of(std::string& buffer, wchar_t const* text) {
+  buffer.clear();
+  if (text == nullptr) return buffer.c_str();
+  std::size_t ascii = 0;
+  while (text[ascii] != L'\0' && static_cast<std::uint32_t>(text[ascii]) < 0x80) ++ascii;
+  buffer.resize(ascii);
+  for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<char>(text[i]);
+  if (text[ascii] != L'\0') {
+    internal::append_wide_as_utf8(buffer, text + ascii, std::wcslen(text + ascii));
+  }
+  return buffer.c_str();
+}
+
+// Wide text of a UTF-8 name, the same way.
+wchar_t const* wide_of(std::wstring& buffer, char const* text) {
+  if (text == nullptr) text = "";
+  auto const* s = reinterpret_cast<unsigned char const*>(text);
+  std::size_t ascii = 0;
+  while (s[ascii] != 0 && s[ascii] < 0x80) ++ascii;
+  buffer.resize(ascii);
+  for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<wchar_t>(s[i]);
+  if (s[ascii] != 0) {
+    char const* rest = text + ascii;
+    internal::append_utf8_as_wide(buffer, rest, std::strlen(rest));
+  }
+  return buffer.c_str();
+}
+
+}  // namespace
+
+wchar_t const* to_ustring_converter_t::convert(char const* utf8) {
+  std::wstring wide;
+  if (utf8 != nullptr) internal::append_utf8_as_wide(wide, utf8, std::strlen(utf8));
+  m_strings.push_back(std::move(wide));
+  return m_strings.back().c_str();
+}
+
+// ---------------------------------------------------------------------------------------
+// The walk
+
+int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> visitor) {
+  if (!visitor) return k_success;
+
+  struct frame_t {
+    variant_bag_t const* bag = nullptr;
+    std::unique_ptr<variant_bag_t> object_data;  // what a pointer's object saved
+    bool values_done = false;
+    variant_bag_t::const_iterator_t<variant_t> values;
+    variant_bag_t::const_iterator_t<variant_bag_t> children;
+  };
+  std::vector<frame_t> stack(1);
+  stack.back().bag = &bag;
+  stack.back().values = bag.begin<variant_t>();
+  stack.back().children = bag.begin<variant_bag_t>();
+
+  std::string name;
+  std::string type_id;
+  std::string ptr_type;
+  variant_bag_visitor_t& events = *visitor;
+
+  while (!stack.empty()) {
+    frame_t* frame = &stack.back();
+    if (!frame->values_done) {
+      std::unique_ptr<variant_bag_t> object_data;
+      for (; !frame->values.at_end(); frame->values.next()) {
+        variant_t const& value = frame->values.get_value();
+        if (value.get_type() != vtNotypePtr) {
+          variant_t const own(value);  // the visitor gets a value of its own
+          if (!events.on_variant(utf8_of(name, frame->values.get_name()), own)) {
+            return k_general_failure;
+          }
+          continue;
+        }
+        notype_ptr_t const pointer = value.get<notype_ptr_t>();
+        if (pointer.is_null()) {
+          if (!events.on_start_pointer(
+                  utf8_of(name, frame->values.get_name()), "dasID_None",
+                  utf8_of(ptr_type, get_name_from_id(pointer.get_ptr_type()))) ||
+              !events.on_end_pointer()) {
+            return k_general_failure;
+          }
+          continue;
+        }
+        sptr_t<serializable_object_interface_t> object;
+        int result = pointer.get_serializable_object(object);
+        if (is_failure(result)) return result;
+        object_data.reset(new variant_bag_t());
+        result = object->save(*object_data);
+        if (is_failure(result)) return result;
+        utf8_of(type_id, pointer.get_obj_type_as_string());
+        if (pointer.get_ptr_type() != pointer.get_object_type()) {
+          utf8_of(ptr_type, pointer.get_ptr_type_as_string());
+        } else {
+          ptr_type = type_id;
+        }
+        if (!events.on_start_pointer(utf8_of(name, frame->values.get_name()), type_id.c_str(),
+                                     ptr_type.c_str())) {
+          return k_general_failure;
+        }
+        frame->values.next();
+        break;
+      }
+      if (object_data) {
+        // The object's bag is walked next, as a frame of its own.
+        stack.emplace_back();
+        frame_t& inner = stack.back();
+        inner.bag = object_data.get();
+        inner.values = object_data->begin<variant_t>();
+        inner.children = object_data->begin<variant_bag_t>();
+        inner.object_data = std::move(object_data);
+        continue;
+      }
+      frame->values_done = true;
+    }
+    if (!frame->children.at_end()) {
+      wchar_t const* entry_name = frame->children.get_name();
+      variant_bag_t const& child = frame->children.get_value();
+      frame->children.next();
+      if (!events.on_start_variant_bag(utf8_of(name, entry_name))) return k_general_failure;
+      stack.emplace_back();
+      frame_t& inner = stack.back();
+      inner.bag = &child;
+      inner.values = child.begin<variant_t>();
+      inner.children = child.begin<variant_bag_t>();
+      continue;
+    }
+    bool const was_pointer = frame->object_data != nullptr;
+    stack.pop_back();
+    if (stack.empty()) break;
+    if (!(was_pointer ? events.on_end_pointer() : events.on_end_variant_bag())) {
+      return k_general_failure;
+    }
+  }
+  return k_success;
+}
+
+// ---------------------------------------------------------------------------------------
+// The builder
+
+variant_bag_builder_t::variant_bag_builder_t(variant_bag_t& target) : m_current(&target) {
+  target.clear();
+}
+
+bool variant_bag_builder_t::on_start_variant_bag(char const* name) {
+  static variant_bag_t const empty;
+  variant_bag_t& child = m_current->add_variant_bag(wide_of(m_name, name), empty);
+  m_levels.push_back(level_t{m_current, false});
+  m_current = &child;
+  return true;
+}
+
+bool variant_bag_builder_t::on_end_variant_bag() {
+  if (m_levels.empty() || m_levels.back().is_pointer) {
+    report("!m_bag_stack.empty()", "quillon2::variant_bag_builder_t::on_end_variant_bag");
+    return false;
+  }
+  m_current = m_levels.back().parent;
+  m_levels.pop_back();
+  return true;
+}
+
+bool variant_bag_builder_t::on_start_pointer(char const* name, char const* type_id,
+                                             char const* ptr_type) {
+  m_frames.emplace_back();
+  pointer_frame_t& frame = m_frames.back();
+  frame.name = name != nullptr ? name : "";
+  frame.type_id = type_id != nullptr ? type_id : "";
+  frame.ptr_type = ptr_type != nullptr ? ptr_type : "";
+  m_levels.push_back(level_t{m_current, true});
+  m_current = &frame.bag;
+  return true;
+}
+
+bool variant_bag_builder_t::on_end_pointer() {
+  if (m_levels.empty() || !m_levels.back().is_pointer || m_frames.empty()) {
+    report("!m_pointer_stack.empty()", "quillon2::variant_bag_builder_t::on_end_pointer");
+    return false;
+  }
+  pointer_frame_t& frame = m_frames.back();
+  std::wstring type_id;
+  std::wstring ptr_type;
+  internal::append_utf8_as_wide(type_id, frame.type_id.data(), frame.type_id.size());
+  internal::append_utf8_as_wide(ptr_type, frame.ptr_type.data(), frame.ptr_type.size());
+  notype_ptr_t pointer;
+  pointer.create_from_runtime_info(frame.bag, type_id.c_str(), ptr_type.c_str());
+  m_current = m_levels.back().parent;
+  m_current->put<variant_t>(wide_of(m_name, frame.name.c_str()), variant_t(pointer));
+  m_levels.pop_back();
+  m_frames.pop_back();
+  return true;
+}
+
+bool variant_bag_builder_t::on_variant(char const* name, variant_t const& value) {
+  m_current->put<variant_t>(wide_of(m_name, name), value);
+  return true;
+}
+
+void variant_bag_builder_t::take_variant(char const* name, variant_t& value) {
+  // A null value is stored and the value swapped in: no second reference to count.
+  m_current->put<variant_t>(wide_of(m_name, name), variant_t()).swap(value);
+}
+
+void variant_bag_builder_t::report(char const* condition, char const* function) {
+  ::KESMET_2_18::debug::_private::____________________ASSERT____________________(
+      condition, __FILE__, __LINE__, function);
+}
+
+sptr_t<variant_bag_visitor_t> create_variant_bag_builder(variant_bag_t& bag) {
+  return sptr_t<variant_bag_visitor_t>(
+      new ref_counted_t<variant_bag_builder_t, mt_ref_count_impl_t>(bag));
+}
+
+}  // namespace quillon2

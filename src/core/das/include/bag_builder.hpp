@@ -1,0 +1,58 @@
+// The visitor that rebuilds a bag from events, for the readers that feed it.
+//
+// Values go in with put (a later value of one name replaces the earlier), bags with
+// add_variant_bag (bags of one name stay side by side), and an object pointer collects
+// its bag in a frame of its own until its end, where it becomes a proxy in the enclosing
+// bag. The nesting lives on explicit stacks, however deep the events go.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/variant_bag_visitor.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+namespace quillon2 {
+
+class variant_bag_builder_t : public variant_bag_visitor_t {
+ public:
+  // Clears `target`, which must outlive the builder.
+  explicit variant_bag_builder_t(variant_bag_t& target);
+
+  bool on_start_variant_bag(char const* name) override;
+  bool on_end_variant_bag() override;
+  bool on_start_pointer(char const* name, char const* type_id, char const* ptr_type) override;
+  bool on_end_pointer() override;
+  bool on_variant(char const* name, variant_t const& value) override;
+
+  // on_variant for a value that the caller gives away: it is moved into the bag, and
+  // `value` is left null.
+  void take_variant(char const* name, variant_t& value);
+
+ private:
+  struct level_t {
+    variant_bag_t* parent;
+    bool is_pointer;
+  };
+  struct pointer_frame_t {
+    KESMET_2_18::strings::ustring8 name;
+    KESMET_2_18::strings::ustring8 type_id;
+    KESMET_2_18::strings::ustring8 ptr_type;
+    variant_bag_t bag;
+  };
+
+  static void report(char const* condition, char const* function);
+
+  variant_bag_t* m_current;
+  // Where each open bag or pointer returns to, innermost last.
+  std::vector<level_t> m_levels;
+  // The open pointers; a deque keeps each frame's bag in place while m_current points
+  // into it.
+  std::deque<pointer_frame_t> m_frames;
+  std::wstring m_name;
+};
+
+}  // namespace quillon2
