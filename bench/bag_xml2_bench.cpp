@@ -26,9 +26,8 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlwriter.h>
-#ifdef Q2_HAVE_PUGIXML
-#include <pugixml.hpp>
-#endif
+
+#include "bench_document.hpp"
 
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
@@ -54,50 +53,6 @@ struct corpus_t {
   plain_tag_t tree;  // the same document as a plain tree
 };
 
-std::uint64_t next_random(std::uint64_t& state) {
-  state = state * 6364136223846793005ull + 1442695040888963407ull;
-  return state >> 33;
-}
-
-variant_bag_t make_bag(std::size_t target_bytes) {
-  std::uint64_t seed = 42;
-  variant_bag_t bag;
-  std::wstring const words[] = {L"alpha",        L"beta",         L"gr\u00fc\u00dfe",
-                                L"\u65e5\u672c", L"<tag & more>", L"line\nfeed"};
-  std::size_t estimate = 0;
-  for (int i = 0; estimate < target_bytes; ++i) {
-    variant_bag_t record;
-    record.add<variant_t>(L"id", variant_t(i));
-    record.add<variant_t>(
-        L"name",
-        variant_t(
-            (words[next_random(seed) % 6] + L" " + std::to_wstring(next_random(seed))).c_str()));
-    record.add<variant_t>(L"active", variant_t(next_random(seed) % 2 == 0));
-    record.add<variant_t>(L"ratio", variant_t(static_cast<double>(next_random(seed)) / 7.0));
-    record.add<variant_t>(L"count", variant_t(static_cast<quillon2::u64_t>(next_random(seed))));
-    record.add<variant_t>(L"level", variant_t(static_cast<short>(next_random(seed) % 1000)));
-    record.add<variant_t>(L"scale", variant_t(static_cast<float>(next_random(seed) % 100) / 8.0f));
-    record.add<variant_t>(L"empty", variant_t());
-    variant_bag_t meta;
-    meta.add<variant_t>(L"owner", variant_t(words[next_random(seed) % 6].c_str()));
-    meta.add<variant_t>(L"version", variant_t(static_cast<unsigned>(next_random(seed) % 50)));
-    meta.add<variant_t>(L"stamp", variant_t(static_cast<quillon2::s64_t>(next_random(seed))));
-    record.add_variant_bag(L"meta", meta);
-    estimate += 420;
-    if (i % 200 == 0) {
-      std::wstring big;
-      while (big.size() < 20000) big += words[next_random(seed) % 6] + L" ";
-      record.add<variant_t>(L"text", variant_t(big.c_str()));
-      std::string bytes(8192, '\0');
-      for (char& c : bytes) c = static_cast<char>(next_random(seed));
-      record.add<variant_t>(L"data", variant_t(static_cast<void const*>(bytes.data()),
-                                               static_cast<quillon2::u64_t>(bytes.size())));
-      estimate += 20000 + 100;
-    }
-    bag.add_variant_bag(L"record", record);
-  }
-  return bag;
-}
 
 std::string node_text(xmlNode const* node) {
   std::string text;
@@ -144,7 +99,7 @@ plain_tag_t plain_tree(xmlNode const* node) {
 corpus_t const& corpus() {
   static std::unique_ptr<corpus_t> const data = [] {
     auto c = std::make_unique<corpus_t>();
-    c->bag = make_bag(std::getenv("Q2_BENCH_QUICK") != nullptr ? 100000 : 10000000);
+    c->bag = q2_bench::make_record_document(q2_bench::document_bytes(), 0);
     quillon2::save_variant_bag_to_string2(c->bag, c->utf8, L"project");
     xmlDocPtr doc = xmlReadMemory(c->utf8.data(), static_cast<int>(c->utf8.size()), nullptr,
                                   nullptr, XML_PARSE_HUGE);
@@ -208,15 +163,7 @@ void BM_save_libxml2_writer(benchmark::State& state) {
 }
 
 void BM_save_ptree(benchmark::State& state) {
-  corpus_t const& c = corpus();
-  boost::property_tree::ptree tree;
-  std::istringstream in(c.utf8);
-  boost::property_tree::read_xml(in, tree);
-  for (auto _ : state) {
-    std::ostringstream out;
-    boost::property_tree::write_xml(out, tree);
-    benchmark::DoNotOptimize(out);
-  }
+  q2_bench::save_with_ptree(state, corpus().utf8);
   set_bytes(state);
 }
 
@@ -308,32 +255,13 @@ void BM_load_ptree(benchmark::State& state) {
 }
 
 #ifdef Q2_HAVE_PUGIXML
-struct string_writer_t : pugi::xml_writer {
-  std::string text;
-  void write(void const* data, std::size_t size) override {
-    text.append(static_cast<char const*>(data), size);
-  }
-};
-
 void BM_save_pugixml(benchmark::State& state) {
-  corpus_t const& c = corpus();
-  pugi::xml_document doc;
-  doc.load_buffer(c.utf8.data(), c.utf8.size());
-  for (auto _ : state) {
-    string_writer_t writer;
-    doc.save(writer, " ");
-    benchmark::DoNotOptimize(writer.text);
-  }
+  q2_bench::save_with_pugixml(state, corpus().utf8);
   set_bytes(state);
 }
 
 void BM_load_pugixml(benchmark::State& state) {
-  corpus_t const& c = corpus();
-  for (auto _ : state) {
-    pugi::xml_document doc;
-    if (!doc.load_buffer(c.utf8.data(), c.utf8.size())) state.SkipWithError("parse failed");
-    benchmark::DoNotOptimize(doc);
-  }
+  q2_bench::load_with_pugixml(state, corpus().utf8);
   set_bytes(state);
 }
 

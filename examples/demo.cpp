@@ -160,6 +160,65 @@ void bags_as_xml() {
   q2::debug_print_variant_bag(loaded, true, L">");
 }
 
+// The attribute form: each value is an attribute whose namespace prefix says its type.
+// The same text can be read into a bag, or into a visitor of one's own that sees the
+// document as events without building anything.
+void bags_as_attributes() {
+  section("bags as XML, attribute form; visitors");
+  q2::variant_bag_t settings;
+  settings.add<q2::variant_t>(L"width", q2::variant_t(640));
+  settings.add<q2::variant_t>(L"ratio", q2::variant_t(0.75));
+  settings.add<q2::variant_t>(L"title", q2::variant_t(L"Stra\u00DFe & Co"));
+  q2::variant_bag_t recent;
+  recent.add<q2::variant_t>(L"file", q2::variant_t(L"a.txt"));
+  settings.add_variant_bag(L"recent", recent);
+
+  kesmet2::ustring8 xml;
+  if (q2::save_variant_bag_to_string2(settings, xml, L"project.settings") != 1) return;
+  std::cout << xml;
+
+  q2::variant_bag_t loaded;
+  if (q2::load_variant_bag_from_string2(loaded, xml, L"project.settings") != 1) return;
+  // The values come back typed, in the order of their attributes (by prefix, then name).
+  q2::debug_print_variant_bag(loaded, true, L"loaded ");
+
+  // A visitor of our own: counts what it sees, keeps nothing.
+  struct counter_t : q2::variant_bag_visitor_t {
+    int bags = 0;
+    int values = 0;
+    bool on_start_variant_bag(char const*) override { return ++bags, true; }
+    bool on_end_variant_bag() override { return true; }
+    bool on_start_pointer(char const*, char const*, char const*) override { return true; }
+    bool on_end_pointer() override { return true; }
+    bool on_variant(char const*, q2::variant_t const&) override { return ++values, true; }
+  };
+  q2::sptr_t<counter_t> counter(new q2::ref_counted_t<counter_t>());
+  q2::read_xml_to_visitor(xml.c_str(), counter.get(), "project.settings");
+  std::cout << "a visitor saw " << counter->bags << " bag and " << counter->values
+            << " values\n";
+}
+
+// Help texts in a little HTML become console text; hyphenated option names match by
+// the prefixes of their words.
+void text_helpers() {
+  section("text helpers");
+  std::wstring const help =
+      L"<p>Run <strong>once</strong>.</p><ul><li>see <a href='run.html' cli='run --help'>"
+      L"Running</a></li></ul>";
+  std::cout << kesmet2::utf16_to_utf8(q2::removeHtmlMarkupFromText(help));
+  std::cout << kesmet2::utf16_to_utf8(q2::escape_regex_chars(L"a.b*c")) << "\n";
+  q2::generic_iterator_t<std::wstring> matches;
+  int const found = q2::find_best_match(
+      q2::iterutil::make_owned_iterator_from<std::wstring>(
+          std::vector<std::wstring>{L"start-now", L"start-later", L"stop-now"}),
+      L"st-n", matches);
+  std::cout << "st-n matches " << found << ":";
+  for (; !matches.at_end(); matches.next()) {
+    std::cout << " " << kesmet2::utf16_to_utf8(matches.current());
+  }
+  std::cout << "\n";
+}
+
 // Files: one path type, printed with backslashes on every platform and handed to the
 // system in its native form; a fresh directory taken atomically; whole text files.
 void files() {
@@ -221,7 +280,9 @@ int main() {
   values_and_bags();
   units();
   bags_as_xml();
+  bags_as_attributes();
   files();
+  text_helpers();
   scheduler();
   return 0;
 }

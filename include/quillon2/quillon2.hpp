@@ -43,6 +43,13 @@
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/das/variant_operations.hpp>
 
+// Bags as XML (attribute form), bags as event streams, RELAX NG checks.
+#include <quillon2/das/variant_bag_visitor.hpp>
+#include <quillon2/das/variant_bag_serialization2.hpp>
+
+// Text helpers: help markup to console text, regex quoting, best match of option names.
+#include <quillon2/core/text_helpers.hpp>
+
 // Files: paths, file-system operations, text file content.
 #include <quillon2/core/file_system/path.hpp>
 #include <quillon2/core/file_system/file_operations.hpp>

@@ -14,13 +14,6 @@
 
 namespace {
 
-std::string read_file(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 int count_of(std::string const& text, std::string const& part) {
   int n = 0;
   for (auto pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1)) ++n;
@@ -46,8 +39,8 @@ class LogTest : public q2test::temp_dir_test {
     int const status = std::system(command.c_str());
     result_t result;
     if (status != -1 && WIFEXITED(status)) result.exit_code = WEXITSTATUS(status);
-    result.out = read_file(m_dir.file("out"));
-    result.err = read_file(m_dir.file("err"));
+    result.out = q2test::read_file(m_dir.file("out"));
+    result.err = q2test::read_file(m_dir.file("err"));
     return result;
   }
 
@@ -81,7 +74,7 @@ TEST_F(LogTest, ReadsThePropertiesFileNamedByTheEnvironment) {
   EXPECT_EQ(23, result.exit_code);
   EXPECT_EQ("", result.out);
   EXPECT_EQ("", result.err);
-  std::string const log = read_file(m_dir.file("log.txt"));
+  std::string const log = q2test::read_file(m_dir.file("log.txt"));
   EXPECT_EQ(1, count_of(log, "QUILLON|ERROR|error \xC3\xBC\n"));
   EXPECT_EQ(1, count_of(log, "QUILLON|INFO|info enabled\n"));
   EXPECT_EQ(1, count_of(log, "QUILLON|TRACE|trace enabled\n"));

@@ -64,17 +64,6 @@ constexpr int k_failure = 0x40000001;
 
 std::wstring wide(std::string const& text) { return KESMET_2_18::strings::utf8_to_utf16(text); }
 
-std::string file_text(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-void write_file(std::string const& path, std::string const& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
 std::string save(variant_bag_t const& bag, wchar_t const* root = L"root") {
   std::string text;
   EXPECT_EQ(1, ql2::save_variant_bag_to_string2(bag, text, root));
@@ -317,7 +306,7 @@ TEST(AttributeFormRoundTrip, NumbersAreExactAndFloatsKeepNineDigits) {
 TEST_F(AttributeFormFile, EveryTypeComesBackThroughAFileWithItsName) {
   std::wstring const file = name("bag.xml");
   ASSERT_EQ(1, ql2::save_variant_bag2(every_type(), file.c_str(), L"settings"));
-  std::string const bytes = file_text(m_dir.file("bag.xml"));
+  std::string const bytes = q2test::read_file(m_dir.file("bag.xml"));
   EXPECT_EQ(0u, bytes.find("<?xml version='1.0' encoding='UTF-8'?>\n\n<settings "));
   variant_bag_t loaded;
   ASSERT_EQ(1, ql2::load_variant_bag2(loaded, file.c_str(), L"settings", false));
@@ -457,7 +446,7 @@ TEST(AttributeFormLoad, EntitiesAreNeverExpanded) {
 }
 
 TEST_F(AttributeFormFile, ExternalEntitiesAndDtdsAreNeverRead) {
-  write_file(m_dir.file("secret.txt"), "SECRET");
+  q2test::write_file(m_dir.file("secret.txt"), "SECRET");
   std::string const secret = m_dir.file("secret.txt");
   variant_bag_t bag;
   for (std::string const& text :
@@ -512,7 +501,7 @@ TEST_F(AttributeFormFile, MissingAndUnreadableFilesFail) {
   EXPECT_TRUE(bag.has<variant_t>(L"kept"));
   EXPECT_EQ(k_failure, ql2::load_variant_bag2(bag, name("missing.xml").c_str(), L"root", true));
   EXPECT_TRUE(bag.is_empty());
-  write_file(m_dir.file("latin.xml"), "<?xml version='1.0' encoding='ISO-8859-1'?><root/>");
+  q2test::write_file(m_dir.file("latin.xml"), "<?xml version='1.0' encoding='ISO-8859-1'?><root/>");
   EXPECT_EQ(k_failure, ql2::load_variant_bag2(bag, name("latin.xml").c_str(), L"root", false));
   EXPECT_EQ(k_failure, ql2::save_variant_bag2(every_type(), nullptr, L"root"));
   EXPECT_EQ(k_failure,
@@ -522,12 +511,12 @@ TEST_F(AttributeFormFile, MissingAndUnreadableFilesFail) {
 TEST_F(AttributeFormFile, AFailedSaveLeavesTheOldFile) {
   std::wstring const file = name("keep.xml");
   ASSERT_EQ(1, ql2::save_variant_bag2(every_type(), file.c_str(), L"root"));
-  std::string const before = file_text(m_dir.file("keep.xml"));
+  std::string const before = q2test::read_file(m_dir.file("keep.xml"));
   variant_bag_t bad = every_type();
   bad.add<variant_t>(L"zzz", variant_t(L"\x01", false));
   EXPECT_EQ(k_failure, ql2::save_variant_bag2(bad, file.c_str(), L"root"));
   EXPECT_EQ(k_failure, ql2::save_variant_bag2(every_type(), file.c_str(), L"bad name"));
-  EXPECT_EQ(before, file_text(m_dir.file("keep.xml")));
+  EXPECT_EQ(before, q2test::read_file(m_dir.file("keep.xml")));
 }
 
 // ---------------------------------------------------------------------------------------

@@ -80,17 +80,6 @@ int from_text(variant_bag_t& bag, std::wstring const& text) {
 
 std::wstring wide(std::string const& text) { return KESMET_2_18::strings::utf8_to_utf16(text); }
 
-std::string file_text(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-void write_file(std::string const& path, std::string const& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
 std::vector<std::string> directory_entries(std::string const& path) {
   std::vector<std::string> names;
   if (DIR* dir = ::opendir(path.c_str())) {
@@ -344,7 +333,7 @@ TEST_F(BagXmlFile, ObjectsThatCannotBeSavedPassTheirCodeOnAndWriteNothing) {
   variant_bag_t good;
   good.add<variant_t>(L"v", variant_t(1));
   ASSERT_EQ(1, ql2::save_variant_bag(good, name("o.xml").c_str()));
-  std::string const before = file_text(m_dir.file("o.xml"));
+  std::string const before = q2test::read_file(m_dir.file("o.xml"));
 
   ql2::sptr_t<xml_test::point_t> point(new ql2::ref_counted_t<xml_test::point_t>());
   point->m_fail = 0x40000123;
@@ -359,7 +348,7 @@ TEST_F(BagXmlFile, ObjectsThatCannotBeSavedPassTheirCodeOnAndWriteNothing) {
   variant_bag_t unsavable;
   unsavable.add<variant_t>(L"o", variant_t(ql2::notype_ptr_t(opaque.get(), 0)));
   EXPECT_EQ(0x40000066, ql2::save_variant_bag(unsavable, name("o.xml").c_str()));
-  EXPECT_EQ(before, file_text(m_dir.file("o.xml")));
+  EXPECT_EQ(before, q2test::read_file(m_dir.file("o.xml")));
 }
 
 // ---------------------------------------------------------------------------------------
@@ -419,7 +408,7 @@ TEST(BagXmlLoad, InternalEntitiesAreSubstituted) {
 }
 
 TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
-  write_file(m_dir.file("secret.txt"), "secret");
+  q2test::write_file(m_dir.file("secret.txt"), "secret");
   std::string const url = "file://" + m_dir.file("secret.txt");
   std::vector<std::string> hostile = {
       "<!DOCTYPE root [<!ENTITY e SYSTEM \"" + url + "\">]><root><a>&e;</a></root>",
@@ -442,7 +431,7 @@ TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
     variant_bag_t bag;
     EXPECT_EQ(k_failure, from_text(bag, wide(text))) << text.substr(0, 80);
     EXPECT_TRUE(bag.is_empty());
-    write_file(m_dir.file("hostile.xml"), text);
+    q2test::write_file(m_dir.file("hostile.xml"), text);
     bag.add<variant_t>(L"old", variant_t(1));
     EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("hostile.xml").c_str(), L""));
     EXPECT_TRUE(bag.is_empty());
@@ -450,13 +439,13 @@ TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
 }
 
 TEST_F(BagXmlFile, PathSelectsTheStartElement) {
-  write_file(m_dir.file("p.xml"), "<root><a><x>0</x></a><a><b><v>1</v></b></a><top>2</top></root>");
+  q2test::write_file(m_dir.file("p.xml"), "<root><a><x>0</x></a><a><b><v>1</v></b></a><top>2</top></root>");
   variant_bag_t bag;
   // Each step takes the first element of its name: the first "a" has no "b".
   EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
   EXPECT_TRUE(bag.is_empty());
 
-  write_file(m_dir.file("p.xml"), "<root><a><b><v>1</v></b></a><top>2</top></root>");
+  q2test::write_file(m_dir.file("p.xml"), "<root><a><b><v>1</v></b></a><top>2</top></root>");
   ASSERT_EQ(1, ql2::load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
   EXPECT_STREQ(L"1", bag.get<variant_t>(L"v")->get<wchar_t const*>());
   ASSERT_EQ(1, ql2::load_variant_bag(bag, name("p.xml").c_str(), L""));
@@ -475,7 +464,7 @@ TEST_F(BagXmlFile, TextThatXmlCannotHoldFailsTheSaveAndKeepsTheOldFile) {
   variant_bag_t good;
   good.add<variant_t>(L"v", variant_t(1));
   ASSERT_EQ(1, ql2::save_variant_bag(good, name("keep.xml").c_str()));
-  std::string const before = file_text(m_dir.file("keep.xml"));
+  std::string const before = q2test::read_file(m_dir.file("keep.xml"));
 
   std::vector<variant_bag_t> bad(7);
   bad[0].add<variant_t>(L"t", variant_t(L"bell\x07", false));
@@ -492,7 +481,7 @@ TEST_F(BagXmlFile, TextThatXmlCannotHoldFailsTheSaveAndKeepsTheOldFile) {
   for (std::size_t i = 0; i < bad.size(); ++i) {
     SCOPED_TRACE(i);
     EXPECT_EQ(k_failure, ql2::save_variant_bag(bad[i], name("keep.xml").c_str()));
-    EXPECT_EQ(before, file_text(m_dir.file("keep.xml")));
+    EXPECT_EQ(before, q2test::read_file(m_dir.file("keep.xml")));
     variant_t text(L"unchanged", false);
     EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string(bad[i], &text));
     EXPECT_STREQ(L"unchanged", text.get<wchar_t const*>());
@@ -558,7 +547,7 @@ TEST_F(BagXmlFile, ALockedFileIsNeitherReadNorReplaced) {
   variant_bag_t bag;
   bag.add<variant_t>(L"v", variant_t(1));
   ASSERT_EQ(1, ql2::save_variant_bag(bag, name("l.xml").c_str()));
-  std::string const before = file_text(m_dir.file("l.xml"));
+  std::string const before = q2test::read_file(m_dir.file("l.xml"));
   int const fd = ::open(m_dir.file("l.xml").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_LE(0, fd);
   ASSERT_EQ(0, ::flock(fd, LOCK_EX));
@@ -569,7 +558,7 @@ TEST_F(BagXmlFile, ALockedFileIsNeitherReadNorReplaced) {
   EXPECT_TRUE(loaded.is_empty());
   bag.put<variant_t>(L"v", variant_t(2));
   EXPECT_EQ(k_failure, ql2::save_variant_bag(bag, name("l.xml").c_str()));
-  EXPECT_EQ(before, file_text(m_dir.file("l.xml")));
+  EXPECT_EQ(before, q2test::read_file(m_dir.file("l.xml")));
 
   ::close(fd);
   EXPECT_EQ(1, ql2::load_variant_bag(loaded, name("l.xml").c_str(), L""));

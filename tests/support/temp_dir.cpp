@@ -3,6 +3,8 @@
 #include <stdlib.h>
 
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -21,6 +23,17 @@ temp_dir_t::~temp_dir_t() {
   boost::system::error_code ec;
   // Make everything writable first so that read-only leftovers go too.
   boost::filesystem::remove_all(m_path, ec);
+}
+
+std::string read_file(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void write_file(std::string const& path, std::string const& text) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
 }  // namespace q2test

@@ -25,6 +25,11 @@ class temp_dir_t {
   std::string m_path;
 };
 
+// The whole content of a file, or the empty text when it cannot be read.
+std::string read_file(std::string const& path);
+// Replaces the content of a file (made if missing) by `text`.
+void write_file(std::string const& path, std::string const& text);
+
 // A fixture that gives each test its own temporary directory.
 class temp_dir_test : public ::testing::Test {
  protected:

@@ -14,6 +14,7 @@
 #include "core/das/include/attribute_form.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/variant_buddy.hpp"
+#include "core/das/include/utf8_codec.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_safety.hpp"
 
@@ -85,30 +86,9 @@ bool equals(char const* text, std::size_t length, char const* word, std::size_t 
 // One code point of well-formed UTF-8 at text[i], or -1 for a malformed sequence.
 long next_code_point(char const* text, std::size_t length, std::size_t& i) {
   auto const* s = reinterpret_cast<unsigned char const*>(text);
-  unsigned char const b = s[i];
-  if (b < 0x80) {
-    ++i;
-    return b;
-  }
-  std::size_t need;
-  long c;
-  long min;
-  if ((b & 0xE0) == 0xC0) {
-    need = 1, c = b & 0x1F, min = 0x80;
-  } else if ((b & 0xF0) == 0xE0) {
-    need = 2, c = b & 0x0F, min = 0x800;
-  } else if ((b & 0xF8) == 0xF0) {
-    need = 3, c = b & 0x07, min = 0x10000;
-  } else {
-    return -1;
-  }
-  for (std::size_t j = 1; j <= need; ++j) {
-    if (i + j >= length || (s[i + j] & 0xC0) != 0x80) return -1;
-    c = (c << 6) | (s[i + j] & 0x3F);
-  }
-  if (c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return -1;
-  i += need + 1;
-  return c;
+  if (s[i] < 0x80) return s[i++];
+  char32_t c;
+  return decode_utf8_sequence(s, length, i, c) ? static_cast<long>(c) : -1;
 }
 
 // The reference that stands for an ASCII character in an attribute value, or null for
@@ -252,44 +232,44 @@ void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std
   append_number_text(text, value);
 }
 
-prefix_kind_t prefix_kind(char const* prefix, std::size_t length) {
-  if (prefix == nullptr || length == 0) return prefix_kind_t::none;
+text_type_t prefix_kind(char const* prefix, std::size_t length) {
+  if (prefix == nullptr || length == 0) return text_type_t::wide_string;
   switch (prefix[0]) {
     case 'b':
-      if (equals(prefix, length, "boolean", 7)) return prefix_kind_t::boolean;
-      if (equals(prefix, length, "byte", 4)) return prefix_kind_t::s8;
+      if (equals(prefix, length, "boolean", 7)) return text_type_t::boolean;
+      if (equals(prefix, length, "byte", 4)) return text_type_t::s8;
       break;
     case 'd':
-      if (equals(prefix, length, "double", 6)) return prefix_kind_t::dbl;
+      if (equals(prefix, length, "double", 6)) return text_type_t::dbl;
       break;
     case 'f':
-      if (equals(prefix, length, "float", 5)) return prefix_kind_t::single;
+      if (equals(prefix, length, "float", 5)) return text_type_t::single;
       break;
     case 'i':
-      if (equals(prefix, length, "int", 3)) return prefix_kind_t::s32;
+      if (equals(prefix, length, "int", 3)) return text_type_t::s32;
       break;
     case 'l':
-      if (equals(prefix, length, "long", 4)) return prefix_kind_t::s64;
+      if (equals(prefix, length, "long", 4)) return text_type_t::s64;
       break;
     case 'n':
-      if (equals(prefix, length, "null", 4)) return prefix_kind_t::null;
+      if (equals(prefix, length, "null", 4)) return text_type_t::null;
       break;
     case 's':
-      if (equals(prefix, length, "short", 5)) return prefix_kind_t::s16;
+      if (equals(prefix, length, "short", 5)) return text_type_t::s16;
       break;
     case 'u':
-      if (equals(prefix, length, "unsignedByte", 12)) return prefix_kind_t::u8;
-      if (equals(prefix, length, "unsignedShort", 13)) return prefix_kind_t::u16;
-      if (equals(prefix, length, "unsignedInt", 11)) return prefix_kind_t::u32;
-      if (equals(prefix, length, "unsignedLong", 12)) return prefix_kind_t::u64;
+      if (equals(prefix, length, "unsignedByte", 12)) return text_type_t::u8;
+      if (equals(prefix, length, "unsignedShort", 13)) return text_type_t::u16;
+      if (equals(prefix, length, "unsignedInt", 11)) return text_type_t::u32;
+      if (equals(prefix, length, "unsignedLong", 12)) return text_type_t::u64;
       break;
     default:
       break;
   }
-  return prefix_kind_t::other;
+  return text_type_t::unknown;
 }
 
-bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* text,
+bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* text,
                                 std::size_t length) {
   using namespace KESMET_2_18::generic::convert;
   using KESMET_2_18::types::radix_t;
@@ -298,10 +278,10 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
     length = 0;
   }
   switch (kind) {
-    case prefix_kind_t::none:
+    case text_type_t::wide_string:
       out = wide_text_variant(text, length);
       return true;
-    case prefix_kind_t::boolean:
+    case text_type_t::boolean:
       if (equals(text, length, "true", 4) || equals(text, length, "1", 1)) {
         out = variant_t(true);
         return true;
@@ -311,31 +291,31 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
         return true;
       }
       return false;
-    case prefix_kind_t::s8:
+    case text_type_t::s8:
       out = variant_t(static_cast<signed char>(str_to_int8(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::u8:
+    case text_type_t::u8:
       out = variant_t(static_cast<unsigned char>(str_to_uint8(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::s16:
+    case text_type_t::s16:
       out = variant_t(static_cast<short>(str_to_int16(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::u16:
+    case text_type_t::u16:
       out = variant_t(static_cast<unsigned short>(str_to_uint16(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::s32:
+    case text_type_t::s32:
       out = variant_t(static_cast<int>(str_to_int32(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::u32:
+    case text_type_t::u32:
       out = variant_t(static_cast<unsigned int>(str_to_uint32(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::s64:
+    case text_type_t::s64:
       out = variant_t(static_cast<s64_t>(str_to_int64(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::u64:
+    case text_type_t::u64:
       out = variant_t(static_cast<u64_t>(str_to_uint64(text, length, radix_t::decimal)));
       return true;
-    case prefix_kind_t::single: {
+    case text_type_t::single: {
       double const value = parse_double_text(text, length);
       // As the text layer's float parser does: beyond the range of float is infinite.
       float const infinity = std::numeric_limits<float>::infinity();
@@ -346,13 +326,17 @@ bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* 
       }
       return true;
     }
-    case prefix_kind_t::dbl:
+    case text_type_t::dbl:
       out = variant_t(parse_double_text(text, length));
       return true;
-    case prefix_kind_t::null:
+    case text_type_t::null:
       out = variant_t();
       return true;
-    case prefix_kind_t::other:
+    case text_type_t::dummy:
+    case text_type_t::blob:
+    case text_type_t::pointer:
+    case text_type_t::bag:
+    case text_type_t::unknown:
       break;
   }
   return false;

@@ -122,7 +122,7 @@ class sax_to_visitor_t {
   struct frame_t {
     char const* prefix = nullptr;  // the parser's dictionary keeps names for the whole parse
     char const* name = nullptr;
-    internal::prefix_kind_t kind = internal::prefix_kind_t::none;
+    internal::text_type_t kind = internal::text_type_t::wide_string;
     bool is_pointer = false;
     bool matched = true;
     std::string text;
@@ -132,13 +132,13 @@ class sax_to_visitor_t {
     char const* name;
     char const* value;
     std::size_t length;
-    internal::prefix_kind_t kind;
+    internal::text_type_t kind;
     bool skipped;  // "xmlns" and "pointer" attributes give no value
   };
   // What a prefix means, found once for each of the parser's dictionary strings.
   struct prefix_info_t {
     char const* prefix = nullptr;
-    internal::prefix_kind_t kind = internal::prefix_kind_t::none;
+    internal::text_type_t kind = internal::text_type_t::wide_string;
     bool is_pointer = false;
     bool skipped = false;
   };
@@ -272,7 +272,7 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
   // A name with colons beyond its prefix is no qualified name (libxml2 reports it and goes
   // on): the prefix is part of the name then, and says no type.
   bool const whole_name = prefix != nullptr && std::strchr(localname, ':') != nullptr;
-  if (whole_name && !frame.is_pointer) frame.kind = internal::prefix_kind_t::other;
+  if (whole_name && !frame.is_pointer) frame.kind = internal::text_type_t::unknown;
 
   // The attributes in the order of their prefix and name. The parser's names are
   // dictionary strings, so equal prefixes are nearly always equal pointers.
@@ -346,7 +346,7 @@ void sax_to_visitor_t::on_end() {
       value = internal::wide_text_variant(text.data() + begin, end - begin);
     }
     deliver("", value);
-  } else if (frame.kind == internal::prefix_kind_t::null) {
+  } else if (frame.kind == internal::text_type_t::null) {
     // A null text has no characters: the prefix alone says it is there, as the writer
     // gives it to the element.
     m_visitor->on_variant("", variant_t());

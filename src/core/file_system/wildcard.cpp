@@ -3,6 +3,8 @@
 
 #include <stdexcept>
 
+#include "core/miscellaneous/include/regex_chars.hpp"
+
 namespace quillon2::internal {
 
 namespace {
@@ -29,21 +31,8 @@ std::wstring to_expression(std::wstring const& pattern) {
       case L'\\':
         expression += L"\\\\";
         break;
-      case L'.':
-      case L'[':
-      case L']':
-      case L'{':
-      case L'}':
-      case L'(':
-      case L')':
-      case L'+':
-      case L'|':
-      case L'^':
-      case L'$':
-        expression += L'\\';
-        expression += c;
-        break;
       default:
+        if (is_regex_special(c)) expression += L'\\';
         expression += c;
     }
   }

@@ -18,6 +18,8 @@
 #include <quillon2/das/variant_bag_serialization2.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
+#include "core/miscellaneous/include/regex_chars.hpp"
+
 namespace quillon2 {
 
 namespace {
@@ -103,26 +105,7 @@ std::wstring escape_regex_chars(std::wstring const& text) {
   std::wstring result;
   result.reserve(text.size() + text.size() / 8 + 1);
   for (wchar_t const c : text) {
-    switch (c) {
-      case L'.':
-      case L'[':
-      case L']':
-      case L'{':
-      case L'}':
-      case L'(':
-      case L')':
-      case L'\\':
-      case L'*':
-      case L'+':
-      case L'?':
-      case L'|':
-      case L'^':
-      case L'$':
-        result.push_back(L'\\');
-        break;
-      default:
-        break;
-    }
+    if (internal::is_regex_special(c)) result.push_back(L'\\');
     result.push_back(c);
   }
   return result;

@@ -11,6 +11,8 @@
 
 #include <quillon2/das/variant.hpp>
 
+#include "core/das/include/variant_text.hpp"
+
 namespace quillon2::internal {
 
 // One row of the namespace table: a prefix and the URI that the document element
@@ -49,30 +51,16 @@ struct value_text_t {
 };
 void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std::string& text);
 
-// How a prefix converts text, as the reader applies it.
-enum class prefix_kind_t : std::uint8_t {
-  none,     // no prefix: wide text
-  boolean,  // "true"/"1", "false"/"0"
-  s8,
-  u8,
-  s16,
-  u16,
-  s32,
-  u32,
-  s64,
-  u64,
-  single,
-  dbl,
-  null,
-  other,  // blob, pointer and every prefix without a conversion
-};
-prefix_kind_t prefix_kind(char const* prefix, std::size_t length);
+// The type that a prefix gives its text: wide_string for no prefix, one of the scalar
+// types for a typed prefix, and unknown for blob, pointer and every prefix without a
+// conversion.
+text_type_t prefix_kind(char const* prefix, std::size_t length);
 // Whether a prefix names a type that converts text ("0" converts by it).
-inline bool is_type_prefix(prefix_kind_t kind) { return kind != prefix_kind_t::other; }
+inline bool is_type_prefix(text_type_t kind) { return kind != text_type_t::unknown; }
 
 // Converts `text` by the prefix's rule. False (and `out` untouched) for a prefix without
 // a conversion and for a boolean that is none of its four texts.
-bool variant_from_prefixed_text(variant_t& out, prefix_kind_t kind, char const* text,
+bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* text,
                                 std::size_t length);
 
 // A vtWString of UTF-8 text; malformed sequences give U+FFFD.

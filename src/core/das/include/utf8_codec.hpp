@@ -9,6 +9,31 @@
 
 namespace quillon2::internal {
 
+// Decodes the sequence that starts with the non-ASCII byte s[i] and moves `i` behind it.
+// False for a malformed sequence; `i` then stands behind the maximal bad run.
+inline bool decode_utf8_sequence(unsigned char const* s, std::size_t length, std::size_t& i,
+                                 char32_t& c) {
+  unsigned char const b = s[i];
+  std::size_t need;
+  char32_t min;
+  if ((b & 0xE0) == 0xC0) {
+    need = 1, c = b & 0x1F, min = 0x80;
+  } else if ((b & 0xF0) == 0xE0) {
+    need = 2, c = b & 0x0F, min = 0x800;
+  } else if ((b & 0xF8) == 0xF0) {
+    need = 3, c = b & 0x07, min = 0x10000;
+  } else {
+    ++i;
+    return false;
+  }
+  std::size_t j = 1;
+  for (; j <= need && i + j < length && (s[i + j] & 0xC0) == 0x80; ++j) {
+    c = (c << 6) | (s[i + j] & 0x3F);
+  }
+  i += j;
+  return j > need && c >= min && c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
+}
+
 template <class Sink>
 inline void decode_utf8(char const* text, std::size_t length, Sink&& sink) {
   auto const* s = reinterpret_cast<unsigned char const*>(text);
@@ -29,30 +54,9 @@ inline void decode_utf8(char const* text, std::size_t length, Sink&& sink) {
       ++i;
       continue;
     }
-    std::size_t need;
     char32_t c;
-    char32_t min;
-    if ((b & 0xE0) == 0xC0) {
-      need = 1, c = b & 0x1F, min = 0x80;
-    } else if ((b & 0xF0) == 0xE0) {
-      need = 2, c = b & 0x0F, min = 0x800;
-    } else if ((b & 0xF8) == 0xF0) {
-      need = 3, c = b & 0x07, min = 0x10000;
-    } else {
-      sink(char32_t{0xFFFD});
-      ++i;
-      continue;
-    }
-    std::size_t j = 1;
-    for (; j <= need && i + j < length && (s[i + j] & 0xC0) == 0x80; ++j) {
-      c = (c << 6) | (s[i + j] & 0x3F);
-    }
-    if (j <= need || c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
-      sink(char32_t{0xFFFD});
-    } else {
-      sink(c);
-    }
-    i += j;
+    if (!decode_utf8_sequence(s, length, i, c)) c = 0xFFFD;
+    sink(c);
   }
 }
 
