@@ -332,14 +332,8 @@ int internal::write_element_form(variant_bag_t const& bag, std::string& out, std
     static_cast<std::string*>(context)->append(data, static_cast<std::size_t>(size));
     return size;
   };
-  auto const close = [](void*) { return 0; };
-  xmlOutputBufferPtr output = xmlOutputBufferCreateIO(append, close, &out, nullptr);
-  if (output == nullptr) return k_general_failure;
-  xmlTextWriterPtr writer = xmlNewTextWriter(output);  // owns `output` from here on
-  if (writer == nullptr) {
-    xmlOutputBufferClose(output);
-    return k_general_failure;
-  }
+  xmlTextWriterPtr writer = new_callback_writer(append, &out);
+  if (writer == nullptr) return k_general_failure;
   element_writer_t element_writer(writer);
   int const result = element_writer.write_document(bag);
   xmlFreeTextWriter(writer);
@@ -560,10 +554,20 @@ std::wstring wide_text(std::string const& utf8) {
   return wide;
 }
 
-bool is_root(xmlDoc* doc, xmlNode*& root) {
-  root = xmlDocGetRootElement(doc);
-  return root != nullptr && root->ns == nullptr &&
-         std::strcmp(reinterpret_cast<char const*>(root->name), "root") == 0;
+// The document element "root" of a parsed element-form document, or null with the
+// reason in `why` (also when the parse failed and there is no document).
+xmlNode* document_root(internal::xml_doc_ptr_t const& doc, std::string& why) {
+  if (!doc) {
+    why = internal::last_xml_parse_error();
+    return nullptr;
+  }
+  xmlNode* root = xmlDocGetRootElement(doc.get());
+  if (root == nullptr || root->ns != nullptr ||
+      std::strcmp(reinterpret_cast<char const*>(root->name), "root") != 0) {
+    why = "the document element is not \"root\"";
+    return nullptr;
+  }
+  return root;
 }
 
 // The element that `path` names below "root": steps separated by ".", each the first
@@ -606,15 +610,8 @@ int internal::read_element_form_file(variant_bag_t& bag, std::string const& nati
   if (!read_file_locked(native_name, content, why)) return k_general_failure;
   xml_doc_ptr_t doc =
       safe_read_memory(content.data(), content.size(), nullptr, k_file_read_options);
-  xmlNode* root = nullptr;
-  if (!doc) {
-    why = last_xml_parse_error();
-    return k_general_failure;
-  }
-  if (!is_root(doc.get(), root)) {
-    why = "the document element is not \"root\"";
-    return k_general_failure;
-  }
+  xmlNode* const root = document_root(doc, why);
+  if (root == nullptr) return k_general_failure;
   if (path == nullptr) {
     why = "no path";
     return k_general_failure;
@@ -634,15 +631,8 @@ int internal::read_element_form_text(variant_bag_t& bag, char const* utf8, std::
                                      std::string& why) {
   // The bytes are UTF-8 whatever the declaration says.
   xml_doc_ptr_t doc = safe_read_memory(utf8, size, "UTF-8", k_string_read_options);
-  xmlNode* root = nullptr;
-  if (!doc) {
-    why = last_xml_parse_error();
-    return k_general_failure;
-  }
-  if (!is_root(doc.get(), root)) {
-    why = "the document element is not \"root\"";
-    return k_general_failure;
-  }
+  xmlNode* const root = document_root(doc, why);
+  if (root == nullptr) return k_general_failure;
   element_reader_t reader;
   int const result = reader.read_children(root, bag);
   if (is_failure(result)) why = reader.why();

@@ -671,14 +671,8 @@ int visitor_variant_bag_to_string_t::print(std::string& out, char const* encodin
       return -1;
     }
   };
-  auto const close = [](void*) -> int { return 0; };
-  xmlOutputBufferPtr output = xmlOutputBufferCreateIO(write, close, &sink, nullptr);
-  if (output == nullptr) return k_general_failure;
-  xmlTextWriterPtr writer = xmlNewTextWriter(output);  // owns `output` from here on
-  if (writer == nullptr) {
-    xmlOutputBufferClose(output);
-    return k_general_failure;
-  }
+  xmlTextWriterPtr writer = internal::new_callback_writer(write, &sink);
+  if (writer == nullptr) return k_general_failure;
   int result = write_document(writer, encoding);
   xmlFreeTextWriter(writer);  // flushes what is left
   if (sink.failed) result = k_general_failure;

@@ -63,6 +63,15 @@ int safe_parse_options(int options) { return (options | XML_PARSE_NONET) & ~XML_
 
 std::string const& last_xml_parse_error() { return t_last_error; }
 
+xmlTextWriterPtr new_callback_writer(xmlOutputWriteCallback write, void* context) {
+  auto const close = [](void*) -> int { return 0; };
+  xmlOutputBufferPtr output = xmlOutputBufferCreateIO(write, close, context, nullptr);
+  if (output == nullptr) return nullptr;
+  xmlTextWriterPtr writer = xmlNewTextWriter(output);  // owns `output` from here on
+  if (writer == nullptr) xmlOutputBufferClose(output);
+  return writer;
+}
+
 xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
                                int options) {
   ensure_xml_safety();

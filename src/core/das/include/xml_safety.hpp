@@ -20,6 +20,7 @@
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <libxml/xmlwriter.h>
 
 namespace quillon2::internal {
 
@@ -44,6 +45,11 @@ std::string const& last_xml_parse_error();
 // kept in last_xml_parse_error() for the caller's log.
 xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
                                int options);
+
+// A text writer that hands everything it prints to `write` with `context` (a close
+// callback that does nothing goes with it). Null when libxml2 cannot make one.
+// xmlFreeTextWriter flushes what is left and frees the output too.
+xmlTextWriterPtr new_callback_writer(xmlOutputWriteCallback write, void* context);
 
 // Counts the external loads refused on this thread while it lives. A SAX-driven parse
 // (which cannot use safe_read_memory) wraps itself in one and fails when refused() holds.
