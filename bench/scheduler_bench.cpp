@@ -23,6 +23,8 @@
 #include <boost/asio/thread_pool.hpp>
 #include <boost/make_shared.hpp>
 
+#include "countdown.hpp"
+
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/scheduler.hpp>
 #include <quillon2/core/threading/scheduler_impl.hpp>
@@ -40,31 +42,7 @@ bool quick() { return std::getenv("Q2_BENCH_QUICK") != nullptr; }
 
 unsigned service_threads() { return std::min(thread_pool_unit_t::MaxThreads, 16u); }
 
-// Counts finished work and wakes the waiting thread when a target is reached.
-class countdown_t {
- public:
-  void reset(long target) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_target = target;
-    m_done.store(0, std::memory_order_relaxed);
-  }
-  void done_one() {
-    if (m_done.fetch_add(1, std::memory_order_acq_rel) + 1 == m_target) {
-      std::lock_guard<std::mutex> guard(m_mutex);
-      m_cv.notify_all();
-    }
-  }
-  void wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_cv.wait(lock, [&] { return m_done.load(std::memory_order_acquire) >= m_target; });
-  }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_cv;
-  std::atomic<long> m_done{0};
-  long m_target = 0;
-};
+using q2_bench::countdown_t;
 
 // A task that is its own work: its one stage calls run.
 class bench_task_t : public default_task_t, public quillon2::_internal::subscriber_base_t {

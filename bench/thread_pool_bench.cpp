@@ -2,15 +2,15 @@
 // subscriber that adds a number), beside boost::asio::thread_pool posting the same work.
 // Each iteration posts every job from this thread and waits for the last one.
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 #include <thread>
 
 #include <benchmark/benchmark.h>
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <boost/make_shared.hpp>
+
+#include "countdown.hpp"
 
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/stage.hpp>
@@ -25,42 +25,17 @@ constexpr unsigned workers = 2;
 
 long job_count() { return std::getenv("Q2_BENCH_QUICK") != nullptr ? 10000 : 1000000; }
 
-// Counts finished jobs; the last one wakes the waiting producer.
-class completion_t {
- public:
-  void start(long target) {
-    m_done.store(0);
-    m_target = target;
-  }
-  void job_done() {
-    if (m_done.fetch_add(1, std::memory_order_acq_rel) + 1 == m_target) {
-      std::lock_guard<std::mutex> guard(m_mutex);
-      m_condition.notify_one();
-    }
-  }
-  void wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_condition.wait(lock, [&] { return m_done.load(std::memory_order_acquire) >= m_target; });
-  }
-
- private:
-  std::atomic<long> m_done{0};
-  long m_target = 0;
-  std::mutex m_mutex;
-  std::condition_variable m_condition;
-};
-
 // The work of a job, and the end of it.
 struct sink_t : quillon2::_internal::subscriber_base_t {
   std::atomic<long> total{0};
-  completion_t* completion = nullptr;
+  q2_bench::countdown_t* completion = nullptr;
   void work(boost::shared_ptr<qt::task_t>) { total.fetch_add(1, std::memory_order_relaxed); }
-  void completed(boost::shared_ptr<qt::task_t>) { completion->job_done(); }
+  void completed(boost::shared_ptr<qt::task_t>) { completion->done_one(); }
 };
 
 void pool_unit_jobs_ours(benchmark::State& state) {
   long const jobs = job_count();
-  completion_t completion;
+  q2_bench::countdown_t completion;
   sink_t sink;
   sink.completion = &completion;
   qt::thread_pool_unit_t unit(workers);
@@ -72,7 +47,7 @@ void pool_unit_jobs_ours(benchmark::State& state) {
   task->set_display_name("bench");
 
   for (auto _ : state) {
-    completion.start(jobs);
+    completion.reset(jobs);
     for (long i = 0; i < jobs; ++i) {
       while (unit.execute(task, stage) == qt::seQueueFull) std::this_thread::yield();
     }
@@ -84,14 +59,14 @@ void pool_unit_jobs_ours(benchmark::State& state) {
 
 void pool_unit_jobs_asio(benchmark::State& state) {
   long const jobs = job_count();
-  completion_t completion;
+  q2_bench::countdown_t completion;
   sink_t sink;
   sink.completion = &completion;
   boost::asio::thread_pool pool(workers);
   auto task = boost::make_shared<qt::default_task_t>();
 
   for (auto _ : state) {
-    completion.start(jobs);
+    completion.reset(jobs);
     for (long i = 0; i < jobs; ++i) {
       boost::asio::post(pool, [&sink, task] {
         sink.work(task);
