@@ -7,7 +7,7 @@
 #include <quillon2/core/check.hpp>
 #include <quillon2/core/environ.hpp>
 
-#include "core/assert_recorder.hpp"
+#include "core/error_handling_fixture.hpp"
 
 namespace q2test_check_assert {
 
@@ -35,21 +35,8 @@ namespace {
 using quillon2::error_code_t;
 namespace q = q2test_check_assert;
 
-class CheckAssertTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    s_saved = quillon2::get_environ_value(L"QUILLON_ERROR_HANDLING");
-    quillon2::set_environ_value(L"QUILLON_ERROR_HANDLING", L"log,assert");
-  }
-  static void TearDownTestSuite() {
-    quillon2::set_environ_value(L"QUILLON_ERROR_HANDLING", s_saved);
-  }
-  void SetUp() override { error_code_t::clean_last(); }
-
-  static std::wstring s_saved;
-  q2test::assert_recorder_t m_asserts;
-};
-std::wstring CheckAssertTest::s_saved;
+constexpr wchar_t k_log_and_assert[] = L"log,assert";
+class CheckAssertTest : public q2test::error_handling_test_t<k_log_and_assert> {};
 
 TEST_F(CheckAssertTest, FailedCheckAssertsWithTheMessageThenRaises) {
   error_code_t const result = q::find_editor(false);

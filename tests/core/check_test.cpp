@@ -14,7 +14,7 @@
 #include <quillon2/core/check.hpp>
 #include <quillon2/core/environ.hpp>
 
-#include "core/assert_recorder.hpp"
+#include "core/error_handling_fixture.hpp"
 
 namespace q2test_check {
 
@@ -111,21 +111,8 @@ TEST(CheckFunctionName, KeepsOnlyTheQualifiedName) {
 
 // --- Raising with the source position --------------------------------------------------
 
-class CheckTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    s_saved = quillon2::get_environ_value(L"QUILLON_ERROR_HANDLING");
-    quillon2::set_environ_value(L"QUILLON_ERROR_HANDLING", L"log");
-  }
-  static void TearDownTestSuite() {
-    quillon2::set_environ_value(L"QUILLON_ERROR_HANDLING", s_saved);
-  }
-  void SetUp() override { error_code_t::clean_last(); }
-
-  static std::wstring s_saved;
-  q2test::assert_recorder_t m_asserts;
-};
-std::wstring CheckTest::s_saved;
+constexpr wchar_t k_log[] = L"log";
+class CheckTest : public q2test::error_handling_test_t<k_log> {};
 
 bool ends_with(std::string const& text, std::string const& tail) {
   return text.size() >= tail.size() &&

@@ -11,7 +11,7 @@
 #include <quillon2/core/object_interface.hpp>
 #include <quillon2/headers/iterator.hpp>
 
-#include "captured_asserts.hpp"
+#include "core/assert_recorder.hpp"
 
 namespace {
 
@@ -40,7 +40,7 @@ TEST(GenericIterator, WalksItsContainerInOrder) {
 }
 
 TEST(GenericIterator, CurrentAtTheEndIsReportedAndGivesADefaultValue) {
-  q2test::captured_asserts_t asserts;
+  q2test::assert_recorder_t asserts;
   auto it = three_names();
   for (int i = 0; i < 3; ++i) ++it;
   EXPECT_EQ(L"", it.current());

@@ -13,7 +13,7 @@
 #include <quillon2/core/pool_allocator.hpp>
 #include <quillon2/core/smart_pointer.hpp>
 
-#include "captured_asserts.hpp"
+#include "core/assert_recorder.hpp"
 
 namespace {
 
@@ -162,7 +162,7 @@ struct resurrecting_t final : ref_counted_t<circle_t, Counter> {
 };
 
 TEST_F(ObjectModel, AddRefOnADyingObjectIsReported) {
-  q2test::captured_asserts_t asserts;
+  q2test::assert_recorder_t asserts;
   sptr_t<shape_t>(new resurrecting_t<simple_ref_count_impl_t>());
   sptr_t<shape_t>(new resurrecting_t<mt_ref_count_impl_t>());
   EXPECT_EQ(
@@ -216,7 +216,7 @@ TEST_F(ObjectModel, SmartPointerDeletesWithTheLastCopy) {
 }
 
 TEST_F(ObjectModel, NullSmartPointerHasNoCountAndReportsAccess) {
-  q2test::captured_asserts_t asserts;
+  q2test::assert_recorder_t asserts;
   smart_pointer_t<tracked_t> empty(static_cast<tracked_t*>(nullptr));
   smart_pointer_t<tracked_t> copy = empty;
   EXPECT_EQ(nullptr, empty.get_count());

@@ -30,16 +30,13 @@ class smart_pointer_t {
       throw;
     }
   }
-  // Shares the object. A copy of a pointer that has an object but no count gets a
-  // count of its own.
+  // Shares the object and its count.
   smart_pointer_t(smart_pointer_t const& other) : m_ptr(other.m_ptr), m_count(other.m_count) {
-    if (m_ptr != nullptr && m_count == nullptr) m_count = new u32_t(0);
     if (m_count != nullptr) ++*m_count;
   }
-  // Shares the object of a pointer to a derived class, by the same rules.
+  // Shares the object of a pointer to a derived class, and its count.
   template <class U, std::enable_if_t<std::is_convertible_v<U*, T*>, int> = 0>
   smart_pointer_t(smart_pointer_t<U> const& other) : m_ptr(other.m_ptr), m_count(other.m_count) {
-    if (m_ptr != nullptr && m_count == nullptr) m_count = new u32_t(0);
     if (m_count != nullptr) ++*m_count;
   }
   smart_pointer_t(smart_pointer_t&& other) noexcept
@@ -78,13 +75,13 @@ class smart_pointer_t {
   friend class smart_pointer_t;
 
   void drop() noexcept {
-    if (m_ptr == nullptr || m_count == nullptr || *m_count == 0) return;
-    if (--*m_count != 0) return;
+    if (m_count == nullptr || --*m_count != 0) return;
     delete m_count;
     m_count = nullptr;
     delete m_ptr;
   }
 
+  // Either both are null, or the object is held and the count is at least 1.
   T* m_ptr = nullptr;
   u32_t* m_count = nullptr;
 };

@@ -242,21 +242,23 @@ generic_iterator_t<T> make_iterator(It begin, It end) {
   return generic_iterator_t<T>(new stl_iterator_impl_t<T, It>(begin, end));
 }
 
+// An iterator over the container that `holder`, a shared pointer of either kind, keeps.
+template <class T, class Container, class Holder>
+generic_iterator_t<T> make_holding_iterator(Holder holder) {
+  using it_t = typename Container::const_iterator;
+  return generic_iterator_t<T>(
+      new owned_stl_iterator_impl_t<T, it_t, identity_t<T>, Holder>(std::move(holder)));
+}
+
 // An iterator that owns its container: a std::vector or std::list held by a shared
 // pointer (std:: or boost::). The values are converted to T.
 template <class T, class Container>
 generic_iterator_t<T> make_owned_iterator(std::shared_ptr<Container> container) {
-  using it_t = typename Container::const_iterator;
-  return generic_iterator_t<T>(
-      new owned_stl_iterator_impl_t<T, it_t, identity_t<T>, std::shared_ptr<Container>>(
-          std::move(container)));
+  return make_holding_iterator<T, Container>(std::move(container));
 }
 template <class T, class Container>
 generic_iterator_t<T> make_owned_iterator(boost::shared_ptr<Container> container) {
-  using it_t = typename Container::const_iterator;
-  return generic_iterator_t<T>(
-      new owned_stl_iterator_impl_t<T, it_t, identity_t<T>, boost::shared_ptr<Container>>(
-          std::move(container)));
+  return make_holding_iterator<T, Container>(std::move(container));
 }
 // Moves `values` into a container of the iterator's own.
 template <class T, class Container>

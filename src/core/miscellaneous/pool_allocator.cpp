@@ -147,13 +147,10 @@ inline void* memory_pool_t::allocate(std::uint64_t size) {
         if (entry.size == size) {
           entry.size = 0;
           --m_cached_in_current;
-          if (entry.block != nullptr) {
-            ++page->live_blocks;
-            char* block = entry.block;
-            unlock();
-            return block;
-          }
-          break;
+          ++page->live_blocks;
+          char* block = entry.block;
+          unlock();
+          return block;
         }
       }
     }

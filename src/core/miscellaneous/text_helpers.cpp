@@ -62,11 +62,23 @@ bool starts_with(std::wstring const& text, std::wstring const& prefix) {
   return text.size() >= prefix.size() && text.compare(0, prefix.size(), prefix) == 0;
 }
 
-struct match_record_t {
-  bool same_word_count = false;
+// How well a candidate's words match the words of the text: 2 for each equal word and
+// 1 for each word that the text's word begins; 0 when a word matches neither or the
+// candidate has another number of words.
+int match_score(std::vector<std::wstring> const& words, std::vector<std::wstring> const& wanted) {
+  if (words.size() != wanted.size()) return 0;
   int score = 0;
-  std::vector<std::wstring> words;
-};
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
+    if (words[i] == wanted[i]) {
+      score += 2;
+    } else if (words[i].size() > wanted[i].size() && starts_with(words[i], wanted[i])) {
+      score += 1;
+    } else {
+      return 0;
+    }
+  }
+  return score;
+}
 
 }  // namespace
 
@@ -115,54 +127,22 @@ int find_best_match(generic_iterator_t<std::wstring> candidates, std::wstring co
                     generic_iterator_t<std::wstring>& matches) {
   std::vector<std::wstring> const wanted = split_words(text);
 
-  std::vector<match_record_t> records;
-  for (; !candidates.at_end(); candidates.next()) {
-    match_record_t record;
-    record.words = split_words(candidates.current());
-    record.same_word_count = record.words.size() == wanted.size();
-    if (record.words.size() >= wanted.size()) {
-      for (std::size_t i = 0; i < wanted.size(); ++i) {
-        std::wstring const& word = record.words[i];
-        if (word == wanted[i]) {
-          record.score += 2;
-        } else if (word.size() > wanted[i].size() && starts_with(word, wanted[i])) {
-          record.score += 1;
-        } else {
-          record.score = 0;
-          break;
-        }
-      }
-    }
-    if (record.score != 0) records.push_back(std::move(record));
-  }
-
-  // Only candidates with as many words as the text compete; the best score wins, and
-  // equal scores share the win.
+  // The best score wins, and equal scores share the win, in candidate order.
   int best = 0;
-  std::vector<match_record_t const*> winners;
-  for (match_record_t const& record : records) {
-    if (!record.same_word_count) continue;
-    if (record.score > best) {
-      winners.clear();
-      best = record.score;
-      winners.push_back(&record);
-    } else if (record.score == best) {
-      winners.push_back(&record);
-    }
-  }
-
   auto texts = boost::shared_ptr<std::vector<std::wstring>>(new std::vector<std::wstring>());
-  texts->reserve(winners.size());
-  for (match_record_t const* winner : winners) {
-    std::wstring joined;
-    for (std::size_t i = 0; i < winner->words.size(); ++i) {
-      if (i != 0) joined.push_back(L'-');
-      joined += winner->words[i];
+  for (; !candidates.at_end(); candidates.next()) {
+    std::wstring candidate = candidates.current();
+    int const score = match_score(split_words(candidate), wanted);
+    if (score == 0 || score < best) continue;
+    if (score > best) {
+      texts->clear();
+      best = score;
     }
-    texts->push_back(std::move(joined));
+    texts->push_back(std::move(candidate));
   }
-  matches = iterutil::make_owned_iterator<std::wstring>(texts);
-  return static_cast<int>(winners.size());
+  auto const count = static_cast<int>(texts->size());
+  matches = iterutil::make_owned_iterator<std::wstring>(std::move(texts));
+  return count;
 }
 
 }  // namespace quillon2
