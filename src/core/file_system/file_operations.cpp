@@ -92,25 +92,12 @@ os::create_t create_levels(path_t const& path) {
 // Whether a listed name can be named by a path: it must come back from the text
 // conversion unchanged and parse as exactly itself, one relative component. Names
 // that hold characters of the path grammar (separators, ":", "|", "<", ">", quotes)
-// or start with a blank can't, and are passed over.
-bool names_itself(std::string const& native, std::wstring const& name) {
-  if (name.empty() || name[0] == L' ' || name[0] == L'\t') return false;
-  for (wchar_t const c : name) {
-    switch (c) {
-      case L'\\':
-      case L'/':
-      case L'|':
-      case L'<':
-      case L'>':
-      case L':':
-      case L'"':
-      case L'\0':
-        return false;
-      default:
-        break;
-    }
-  }
-  return KESMET_2_18::strings::utf16_to_utf8(name) == native;
+// or start with a blank can't, and are passed over. `leaf` is the name parsed: a
+// parse that took anything else than one component of the whole name leaves a
+// shorter leaf, or none.
+bool names_itself(std::string const& native, std::wstring const& name, path_t const& leaf) {
+  return !name.empty() && leaf.get_leaf() == name &&
+         KESMET_2_18::strings::utf16_to_utf8(name) == native;
 }
 
 struct search_t {
@@ -145,8 +132,8 @@ struct search_t {
       }
       os::dir_entry_t const& entry = frame.entries[frame.next++];
       std::wstring const name = KESMET_2_18::strings::utf8_to_utf16(entry.name);
-      if (!names_itself(entry.name, name)) continue;
       path_t const leaf(name);
+      if (!names_itself(entry.name, name, leaf)) continue;
       path_t entry_path = frame.directory;
       entry_path.append(leaf);
       bool const is_directory = entry.kind != os::entry_kind_t::other;
