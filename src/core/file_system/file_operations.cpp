@@ -49,11 +49,13 @@ std::wstring generate_name(name_template_t const& t, unsigned long long n) {
   return t.prefix + number + t.suffix;
 }
 
-// The generated name as a path to append, or the empty path if it can't be one.
-path_t name_path(name_template_t const& t, unsigned long long n) {
-  path_t name(generate_name(t, n));
+// The generated name in `directory`, or the empty path if the name can't be one.
+path_t candidate_path(path_t const& directory, name_template_t const& t, unsigned long long n) {
+  path_t const name(generate_name(t, n));
   if (name.is_empty() || name.is_absolute()) return path_t();
-  return name;
+  path_t candidate = directory;
+  candidate.append(name);
+  return candidate;
 }
 
 unsigned long long first_number() { return static_cast<unsigned long long>(std::rand()); }
@@ -247,10 +249,8 @@ path_t get_unique_file_name(path_t const& directory, std::wstring const& name_te
   if (!parse_template(name_template, t)) return path_t();
   unsigned long long n = first_number();
   for (unsigned i = 0; i < k_max_name_attempts; ++i) {
-    path_t const name = name_path(t, ++n);
-    if (name.is_empty()) return path_t();
-    path_t candidate = directory;
-    candidate.append(name);
+    path_t const candidate = candidate_path(directory, t, ++n);
+    if (candidate.is_empty()) return path_t();
     if (!exists_native(candidate.native_string())) return candidate;
   }
   return path_t();
@@ -264,10 +264,8 @@ return_code_t create_unique_dir(std::wstring const& parent, std::wstring const& 
   path_t const base(parent);
   unsigned long long n = first_number();
   for (unsigned i = 0; i < k_max_name_attempts; ++i) {
-    path_t const name = name_path(t, ++n);
-    if (name.is_empty()) return RC_INVALID;
-    path_t candidate = base;
-    candidate.append(name);
+    path_t const candidate = candidate_path(base, t, ++n);
+    if (candidate.is_empty()) return RC_INVALID;
     std::wstring const text = candidate.as_string(false);
     return_code_t const rc = create_new_directory(text);
     if (rc == RC_CREATED) {
