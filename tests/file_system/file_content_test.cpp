@@ -26,12 +26,9 @@ class FileContent : public q2test::temp_dir_test {
     return path_t(kesmet2::utf8_to_utf16(m_dir.file(name)));
   }
   void write(std::string const& name, std::string const& bytes) const {
-    std::ofstream(m_dir.file(name), std::ios::binary) << bytes;
+    q2test::write_file(m_dir.file(name), bytes);
   }
-  std::string read(std::string const& name) const {
-    std::ifstream in(m_dir.file(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  std::string read(std::string const& name) const { return q2test::read_file(m_dir.file(name)); }
   q2::code_page_t cp_of_bytes(std::string const& bytes, q2::u64_t max_bytes = 0) const {
     write("probe", bytes);
     return q2::get_file_cp(at("probe"), max_bytes);

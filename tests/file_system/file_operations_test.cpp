@@ -36,12 +36,9 @@ class FileOps : public q2test::temp_dir_test {
   path_t root() const { return path_t(wide(m_dir.path())); }
 
   void write(std::string const& name, std::string const& content = "x") const {
-    std::ofstream(native(name), std::ios::binary) << content;
+    q2test::write_file(native(name), content);
   }
-  std::string read(std::string const& name) const {
-    std::ifstream in(native(name), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  std::string read(std::string const& name) const { return q2test::read_file(native(name)); }
   void mkdir(std::string const& name) const { ASSERT_EQ(0, ::mkdir(native(name).c_str(), 0777)); }
   void symlink(std::string const& target, std::string const& name) const {
     ASSERT_EQ(0, ::symlink(target.c_str(), native(name).c_str()));
@@ -359,8 +356,7 @@ TEST_F(FileOps, RenameDirectoryAcrossFileSystems) {
   path_t const target(wide(other + "/d"));
   EXPECT_TRUE(q2::rename_directory(at("d"), target));
   EXPECT_FALSE(present("d"));
-  std::ifstream in(other + "/d/sub/f");
-  EXPECT_EQ("moved", std::string(std::istreambuf_iterator<char>(in), {}));
+  EXPECT_EQ("moved", q2test::read_file(other + "/d/sub/f"));
   q2::remove_directory(path_t(wide(other)), true);
 }
 

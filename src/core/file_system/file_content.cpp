@@ -59,12 +59,30 @@ std::string encode_utf16(std::wstring const& code_points) {
   return out;
 }
 
-// The file's first max_bytes bytes (all for 0) as UTF-8, read in the encoding cp.
-text::ustring8 read_text(code_page_t cp, path_t const& path, u64_t max_bytes) {
-  std::string bytes;
-  if (!os::read_file(path.native_string(), max_bytes, bytes) || bytes.empty()) {
-    return text::ustring8();
+// What the bytes of a file hold: a UTF-16 mark, a UTF-8 mark, or a scan for valid
+// UTF-8.
+code_page_t detect_code_page(std::string const& bytes) {
+  std::size_t const n = bytes.size();
+  auto const* data = reinterpret_cast<unsigned char const*>(bytes.data());
+  if (n == 0) return CP_LOCAL;
+  if (n >= 2 && ((data[0] == 0xFF && data[1] == 0xFE) || (data[0] == 0xFE && data[1] == 0xFF))) {
+    return CP_UTF16;
   }
+  if (n >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) return CP_UTF8;
+  if (n == 1) return CP_UTF8;
+  // The scan stops short of the last byte: a lone last byte is never examined.
+  std::size_t offset = 0;
+  while (offset < n - 1) {
+    if (!ql2::validate_utf8(data + offset, n - offset)) return CP_LOCAL;
+    std::size_t const length = ql2::get_utf8_length(data + offset, n - offset);
+    offset += length > 0 ? length : 1;
+  }
+  return CP_UTF8;
+}
+
+// The bytes of a file, in the encoding cp, as UTF-8.
+text::ustring8 decode_text(code_page_t cp, std::string const& bytes) {
+  if (bytes.empty()) return text::ustring8();
   switch (cp) {
     case CP_UTF8:
       return text::remove_BOM(bytes);
@@ -73,6 +91,13 @@ text::ustring8 read_text(code_page_t cp, path_t const& path, u64_t max_bytes) {
     default:
       return local_code_page().as_utf8(bytes);
   }
+}
+
+// The file's first max_bytes bytes (all for 0) as UTF-8, read in the encoding cp.
+text::ustring8 read_text(code_page_t cp, path_t const& path, u64_t max_bytes) {
+  std::string bytes;
+  if (!os::read_file(path.native_string(), max_bytes, bytes)) return text::ustring8();
+  return decode_text(cp, bytes);
 }
 
 bool write_text(text::ustring8 const& utf8, code_page_t cp, path_t const& path) {
@@ -95,22 +120,7 @@ bool contains(std::string const& haystack, char const* needle) {
 code_page_t get_file_cp(path_t const& path, u64_t max_bytes) {
   std::string bytes;
   if (!os::read_file(path.native_string(), max_bytes, bytes)) return CP_UNKNOWN;
-  std::size_t const n = bytes.size();
-  auto const* data = reinterpret_cast<unsigned char const*>(bytes.data());
-  if (n == 0) return CP_LOCAL;
-  if (n >= 2 && ((data[0] == 0xFF && data[1] == 0xFE) || (data[0] == 0xFE && data[1] == 0xFF))) {
-    return CP_UTF16;
-  }
-  if (n >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) return CP_UTF8;
-  if (n == 1) return CP_UTF8;
-  // The scan stops short of the last byte: a lone last byte is never examined.
-  std::size_t offset = 0;
-  while (offset < n - 1) {
-    if (!ql2::validate_utf8(data + offset, n - offset)) return CP_LOCAL;
-    std::size_t const length = ql2::get_utf8_length(data + offset, n - offset);
-    offset += length > 0 ? length : 1;
-  }
-  return CP_UTF8;
+  return detect_code_page(bytes);
 }
 
 std::wstring get_file_content(code_page_t cp, path_t const& path, u64_t max_bytes) {
@@ -122,8 +132,11 @@ bool set_file_content(std::wstring const& content, code_page_t cp, path_t const&
 }
 
 text::ustring8 get_xml_file_content(path_t const& path) {
-  code_page_t const cp = get_file_cp(path, 0);
-  text::ustring8 content = read_text(cp, path, 0);
+  // One read serves both the detection and the text.
+  std::string bytes;
+  if (!os::read_file(path.native_string(), 0, bytes)) return text::ustring8();
+  code_page_t const cp = detect_code_page(bytes);
+  text::ustring8 content = decode_text(cp, bytes);
   std::size_t const end = content.find("?>");
   if (end == text::ustring8::npos) return content;
   std::string declaration = content.substr(0, end + 2);

@@ -49,11 +49,13 @@ std::wstring generate_name(name_template_t const& t, unsigned long long n) {
   return t.prefix + number + t.suffix;
 }
 
-// The generated name as a path to append, or the empty path if it can't be one.
-path_t name_path(name_template_t const& t, unsigned long long n) {
-  path_t name(generate_name(t, n));
+// The generated name in `directory`, or the empty path if the name can't be one.
+path_t candidate_path(path_t const& directory, name_template_t const& t, unsigned long long n) {
+  path_t const name(generate_name(t, n));
   if (name.is_empty() || name.is_absolute()) return path_t();
-  return name;
+  path_t candidate = directory;
+  candidate.append(name);
+  return candidate;
 }
 
 unsigned long long first_number() { return static_cast<unsigned long long>(std::rand()); }
@@ -92,25 +94,12 @@ os::create_t create_levels(path_t const& path) {
 // Whether a listed name can be named by a path: it must come back from the text
 // conversion unchanged and parse as exactly itself, one relative component. Names
 // that hold characters of the path grammar (separators, ":", "|", "<", ">", quotes)
-// or start with a blank can't, and are passed over.
-bool names_itself(std::string const& native, std::wstring const& name) {
-  if (name.empty() || name[0] == L' ' || name[0] == L'\t') return false;
-  for (wchar_t const c : name) {
-    switch (c) {
-      case L'\\':
-      case L'/':
-      case L'|':
-      case L'<':
-      case L'>':
-      case L':':
-      case L'"':
-      case L'\0':
-        return false;
-      default:
-        break;
-    }
-  }
-  return KESMET_2_18::strings::utf16_to_utf8(name) == native;
+// or start with a blank can't, and are passed over. `leaf` is the name parsed: a
+// parse that took anything else than one component of the whole name leaves a
+// shorter leaf, or none.
+bool names_itself(std::string const& native, std::wstring const& name, path_t const& leaf) {
+  return !name.empty() && leaf.get_leaf() == name &&
+         KESMET_2_18::strings::utf16_to_utf8(name) == native;
 }
 
 struct search_t {
@@ -145,8 +134,8 @@ struct search_t {
       }
       os::dir_entry_t const& entry = frame.entries[frame.next++];
       std::wstring const name = KESMET_2_18::strings::utf8_to_utf16(entry.name);
-      if (!names_itself(entry.name, name)) continue;
       path_t const leaf(name);
+      if (!names_itself(entry.name, name, leaf)) continue;
       path_t entry_path = frame.directory;
       entry_path.append(leaf);
       bool const is_directory = entry.kind != os::entry_kind_t::other;
@@ -260,10 +249,8 @@ path_t get_unique_file_name(path_t const& directory, std::wstring const& name_te
   if (!parse_template(name_template, t)) return path_t();
   unsigned long long n = first_number();
   for (unsigned i = 0; i < k_max_name_attempts; ++i) {
-    path_t const name = name_path(t, ++n);
-    if (name.is_empty()) return path_t();
-    path_t candidate = directory;
-    candidate.append(name);
+    path_t const candidate = candidate_path(directory, t, ++n);
+    if (candidate.is_empty()) return path_t();
     if (!exists_native(candidate.native_string())) return candidate;
   }
   return path_t();
@@ -277,10 +264,8 @@ return_code_t create_unique_dir(std::wstring const& parent, std::wstring const& 
   path_t const base(parent);
   unsigned long long n = first_number();
   for (unsigned i = 0; i < k_max_name_attempts; ++i) {
-    path_t const name = name_path(t, ++n);
-    if (name.is_empty()) return RC_INVALID;
-    path_t candidate = base;
-    candidate.append(name);
+    path_t const candidate = candidate_path(base, t, ++n);
+    if (candidate.is_empty()) return RC_INVALID;
     std::wstring const text = candidate.as_string(false);
     return_code_t const rc = create_new_directory(text);
     if (rc == RC_CREATED) {

@@ -18,8 +18,7 @@ using view_t = std::wstring_view;
 
 // Printed forms of this length and more get the long prefix.
 constexpr std::size_t k_long_path = 248;
-constexpr wchar_t k_long_prefix[] = L"\\\\?\\";
-constexpr std::size_t k_long_prefix_length = 4;
+using internal::k_long_prefix;
 
 // What a printed form starts with, before its components.
 view_t head_of(path_data_t const& p) {
@@ -93,8 +92,8 @@ std::wstring path_t::as_string(bool no_long_prefix) const {
   std::size_t const length = printed_length();
   bool const prefixed = !no_long_prefix && length >= k_long_path;
   std::wstring text;
-  text.reserve(length + (prefixed ? k_long_prefix_length : 0));
-  if (prefixed) text.append(k_long_prefix, k_long_prefix_length);
+  text.reserve(length + (prefixed ? k_long_prefix.size() : 0));
+  if (prefixed) text.append(k_long_prefix.data(), k_long_prefix.size());
   if (p.relative) {
     bool first = true;
     for (view_t c : p.components) {

@@ -36,10 +36,11 @@ void path_t::readonly(std::wstring const& path, bool& is_read_only, bool& failed
   failed = true;
   is_read_only = false;
   path_t const target(path);
-  auto const kind = os::probe(target.native_string());
+  std::string const target_native = target.native_string();
+  auto const kind = os::probe(target_native);
   if (kind == os::probe_t::missing) return;
   if (kind != os::probe_t::directory) {
-    is_read_only = !os::can_open_for_writing(target.native_string());
+    is_read_only = !os::can_open_for_writing(target_native);
     failed = false;
     return;
   }

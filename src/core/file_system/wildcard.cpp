@@ -3,19 +3,17 @@
 
 #include <stdexcept>
 
+#include "core/file_system/include/path_grammar.hpp"
 #include "core/miscellaneous/include/regex_chars.hpp"
 
 namespace quillon2::internal {
 
 namespace {
 
-// The long prefix that printed paths of 248 characters and more carry.
-constexpr wchar_t k_long_prefix[] = L"\\\\?\\";
-constexpr std::size_t k_long_prefix_length = 4;
-
 std::wstring to_expression(std::wstring const& pattern) {
   std::size_t start = 0;
-  if (pattern.compare(0, k_long_prefix_length, k_long_prefix) == 0) start = k_long_prefix_length;
+  // The long prefix of a printed path is no part of what it matches.
+  if (pattern.compare(0, k_long_prefix.size(), k_long_prefix) == 0) start = k_long_prefix.size();
   std::wstring expression;
   expression.reserve(2 * (pattern.size() - start));
   for (std::size_t i = start; i < pattern.size(); ++i) {

@@ -1,4 +1,5 @@
-// The path grammar, shared by path_t's constructors and path_t::validate.
+// The path grammar, shared by path_t's constructors and path_t::validate, and the
+// long prefix of printed forms, which path_t::match drops from its patterns.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +10,9 @@
 namespace quillon2::internal {
 
 using path_data_t = _internal::path_internal_t<std::wstring>;
+
+// The long prefix in front of printed forms of 248 characters and more.
+inline constexpr std::wstring_view k_long_prefix = L"\\\\?\\";
 
 // Parses a path text. Surrounding double quotes are dropped first (each end on its
 // own), then the text ends at its first NUL. With out given, the parsed form is

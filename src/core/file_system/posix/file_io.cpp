@@ -27,18 +27,6 @@ constexpr int k_max_links = 40;
 // How many names a write tries for its temporary file.
 constexpr int k_max_temp_names = 100;
 
-bool write_all(int fd, std::string const& bytes) {
-  char const* data = bytes.data();
-  std::size_t left = bytes.size();
-  while (left > 0) {
-    ssize_t const n = retry_eintr([&] { return ::write(fd, data, left); });
-    if (n < 0) return false;
-    data += n;
-    left -= static_cast<std::size_t>(n);
-  }
-  return true;
-}
-
 std::string directory_of(std::string const& path) {
   std::size_t const slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
@@ -65,7 +53,7 @@ bool write_in_place(std::string const& path, std::string const& bytes) {
   unique_fd_t fd(retry_eintr([&] {
     return ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   }));
-  return fd && write_all(fd.get(), bytes) && fd.close();
+  return fd && write_all(fd.get(), bytes.data(), bytes.size()) && fd.close();
 }
 
 }  // namespace
@@ -126,7 +114,7 @@ bool write_file(std::string const& path, std::string const& bytes) {
     return false;
   }
 
-  bool ok = write_all(fd.get(), bytes) && ::fsync(fd.get()) == 0;
+  bool ok = write_all(fd.get(), bytes.data(), bytes.size()) && ::fsync(fd.get()) == 0;
   if (ok && existed) {
     // Keeping the owner needs rights that only some callers have; without them the
     // file simply belongs to the caller. The mode goes after the owner, since a

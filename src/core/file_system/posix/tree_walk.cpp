@@ -127,11 +127,7 @@ bool copy_content(int from, int to) {
     ssize_t const n = retry_eintr([&] { return ::read(from, buffer, sizeof buffer); });
     if (n < 0) return false;
     if (n == 0) return true;
-    for (ssize_t off = 0; off < n;) {
-      ssize_t const w = retry_eintr([&] { return ::write(to, buffer + off, n - off); });
-      if (w < 0) return false;
-      off += w;
-    }
+    if (!write_all(to, buffer, static_cast<std::size_t>(n))) return false;
   }
 }
 

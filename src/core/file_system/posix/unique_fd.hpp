@@ -1,10 +1,11 @@
-// Small helpers shared by the POSIX files of the file system: an owning descriptor
-// and retry of interrupted calls.
+// Small helpers shared by the POSIX files of the file system: an owning descriptor,
+// retry of interrupted calls and a write of a whole buffer.
 #pragma once
 
 #include <errno.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -50,6 +51,17 @@ auto retry_eintr(F f) -> decltype(f()) {
     result = f();
   } while (result == -1 && errno == EINTR);
   return result;
+}
+
+// Writes all of `size` bytes, going on after short and interrupted writes.
+inline bool write_all(int fd, char const* data, std::size_t size) {
+  while (size > 0) {
+    ssize_t const n = retry_eintr([&] { return ::write(fd, data, size); });
+    if (n < 0) return false;
+    data += n;
+    size -= static_cast<std::size_t>(n);
+  }
+  return true;
 }
 
 // Whether a native path can be handed to the system at all: empty text names
