@@ -13,8 +13,8 @@
 
 #include "core/das/include/attribute_form.hpp"
 #include "core/das/include/das_assert.hpp"
-#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_safety.hpp"
 
@@ -411,19 +411,7 @@ long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, c
       continue;
     }
     if (!is_xml_char(c)) return -1;
-    if (c < 0x800) {
-      *out++ = static_cast<char>(0xC0 | (c >> 6));
-      *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      *out++ = static_cast<char>(0xE0 | (c >> 12));
-      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      *out++ = static_cast<char>(0xF0 | (c >> 18));
-      *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    }
+    out = encode_utf8(c, out);
   }
   return static_cast<long>(out - start);
 }
