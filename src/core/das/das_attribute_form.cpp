@@ -271,8 +271,6 @@ text_type_t prefix_kind(char const* prefix, std::size_t length) {
 
 bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* text,
                                 std::size_t length) {
-  using namespace KESMET_2_18::generic::convert;
-  using KESMET_2_18::types::radix_t;
   if (text == nullptr) {
     text = "";
     length = 0;
@@ -292,29 +290,14 @@ bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* te
       }
       return false;
     case text_type_t::s8:
-      out = variant_t(static_cast<signed char>(str_to_int8(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u8:
-      out = variant_t(static_cast<unsigned char>(str_to_uint8(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::s16:
-      out = variant_t(static_cast<short>(str_to_int16(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u16:
-      out = variant_t(static_cast<unsigned short>(str_to_uint16(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::s32:
-      out = variant_t(static_cast<int>(str_to_int32(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u32:
-      out = variant_t(static_cast<unsigned int>(str_to_uint32(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::s64:
-      out = variant_t(static_cast<s64_t>(str_to_int64(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u64:
-      out = variant_t(static_cast<u64_t>(str_to_uint64(text, length, radix_t::decimal)));
-      return true;
+      return integer_from_text(out, kind, text, length);
     case text_type_t::single: {
       double const value = parse_double_text(text, length);
       // As the text layer's float parser does: beyond the range of float is infinite.

@@ -133,9 +133,40 @@ Float parse_floating(char const* text, std::size_t length) {
 }
 
 template <class Char>
-bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
+bool integer_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
   using namespace KESMET_2_18::generic::convert;
-  using KESMET_2_18::types::radix_t;
+  switch (type) {
+    case text_type_t::s8:
+      out = variant_t(static_cast<signed char>(str_to_int8(text, length)));
+      return true;
+    case text_type_t::u8:
+      out = variant_t(static_cast<unsigned char>(str_to_uint8(text, length)));
+      return true;
+    case text_type_t::s16:
+      out = variant_t(static_cast<short>(str_to_int16(text, length)));
+      return true;
+    case text_type_t::u16:
+      out = variant_t(static_cast<unsigned short>(str_to_uint16(text, length)));
+      return true;
+    case text_type_t::s32:
+      out = variant_t(static_cast<int>(str_to_int32(text, length)));
+      return true;
+    case text_type_t::u32:
+      out = variant_t(static_cast<unsigned int>(str_to_uint32(text, length)));
+      return true;
+    case text_type_t::s64:
+      out = variant_t(static_cast<s64_t>(str_to_int64(text, length)));
+      return true;
+    case text_type_t::u64:
+      out = variant_t(static_cast<u64_t>(str_to_uint64(text, length)));
+      return true;
+    default:
+      return false;
+  }
+}
+
+template <class Char>
+bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
   if (text == nullptr) length = 0;
   Char const empty[1] = {0};
   Char const* const s = text != nullptr ? text : empty;
@@ -153,30 +184,14 @@ bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t
       out = variant_t();
       return true;
     case text_type_t::s8:
-      out = variant_t(static_cast<char>(str_to_int8(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u8:
-      out = variant_t(static_cast<unsigned char>(str_to_uint8(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::s16:
-      out = variant_t(static_cast<short>(str_to_int16(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u16:
-      out =
-          variant_t(static_cast<unsigned short>(str_to_uint16(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::s32:
-      out = variant_t(static_cast<int>(str_to_int32(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u32:
-      out = variant_t(static_cast<unsigned int>(str_to_uint32(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::s64:
-      out = variant_t(static_cast<s64_t>(str_to_int64(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u64:
-      out = variant_t(static_cast<u64_t>(str_to_uint64(s, length, radix_t::decimal, false)));
-      return true;
+      return integer_from(out, type, s, length);
     case text_type_t::single: {
       std::string const narrow = narrow_number_text(s, length);
       out = variant_t(parse_float(narrow.data(), narrow.size()));
@@ -302,6 +317,10 @@ bool append_number_text(std::string& out, variant_t const& value, int precision)
   }
   out.append(buffer, result.ptr);
   return true;
+}
+
+bool integer_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length) {
+  return integer_from(out, type, text, length);
 }
 
 bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length) {
