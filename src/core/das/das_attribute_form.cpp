@@ -234,39 +234,34 @@ void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std
 
 text_type_t prefix_kind(char const* prefix, std::size_t length) {
   if (prefix == nullptr || length == 0) return text_type_t::wide_string;
-  switch (prefix[0]) {
-    case 'b':
-      if (equals(prefix, length, "boolean", 7)) return text_type_t::boolean;
-      if (equals(prefix, length, "byte", 4)) return text_type_t::s8;
-      break;
-    case 'd':
-      if (equals(prefix, length, "double", 6)) return text_type_t::dbl;
-      break;
-    case 'f':
-      if (equals(prefix, length, "float", 5)) return text_type_t::single;
-      break;
-    case 'i':
-      if (equals(prefix, length, "int", 3)) return text_type_t::s32;
-      break;
-    case 'l':
-      if (equals(prefix, length, "long", 4)) return text_type_t::s64;
-      break;
-    case 'n':
-      if (equals(prefix, length, "null", 4)) return text_type_t::null;
-      break;
-    case 's':
-      if (equals(prefix, length, "short", 5)) return text_type_t::s16;
-      break;
-    case 'u':
-      if (equals(prefix, length, "unsignedByte", 12)) return text_type_t::u8;
-      if (equals(prefix, length, "unsignedShort", 13)) return text_type_t::u16;
-      if (equals(prefix, length, "unsignedInt", 11)) return text_type_t::u32;
-      if (equals(prefix, length, "unsignedLong", 12)) return text_type_t::u64;
-      break;
+  switch (namespace_row_of(prefix, length)) {
+    case row_boolean:
+      return text_type_t::boolean;
+    case row_byte:
+      return text_type_t::s8;
+    case row_double:
+      return text_type_t::dbl;
+    case row_float:
+      return text_type_t::single;
+    case row_int:
+      return text_type_t::s32;
+    case row_long:
+      return text_type_t::s64;
+    case row_null:
+      return text_type_t::null;
+    case row_short:
+      return text_type_t::s16;
+    case row_unsigned_byte:
+      return text_type_t::u8;
+    case row_unsigned_short:
+      return text_type_t::u16;
+    case row_unsigned_int:
+      return text_type_t::u32;
+    case row_unsigned_long:
+      return text_type_t::u64;
     default:
-      break;
+      return text_type_t::unknown;
   }
-  return text_type_t::unknown;
 }
 
 bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* text,
