@@ -61,23 +61,39 @@ static_assert(sizeof k_namespaces / sizeof k_namespaces[0] <= 32, "rows are bits
 
 constexpr std::size_t k_namespace_count = sizeof k_namespaces / sizeof k_namespaces[0];
 
-// Row numbers of the typed prefixes, for the writer.
+// The row of a prefix, found while compiling: the rows below follow the table.
+constexpr int row_named(char const* prefix) {
+  for (std::size_t i = 0; i < k_namespace_count; ++i) {
+    char const* a = k_namespaces[i].prefix;
+    char const* b = prefix;
+    while (*a != '\0' && *a == *b) ++a, ++b;
+    if (*a == *b) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+// Row numbers of the typed prefixes, for the writer and the reader.
 enum row_t : int {
-  row_blob = 0,
-  row_boolean = 1,
-  row_byte = 2,
-  row_double = 5,
-  row_float = 8,
-  row_int = 10,
-  row_long = 11,
-  row_null = 13,
-  row_pointer = 14,
-  row_short = 17,
-  row_unsigned_byte = 19,
-  row_unsigned_int = 20,
-  row_unsigned_long = 21,
-  row_unsigned_short = 22,
+  row_blob = row_named("blob"),
+  row_boolean = row_named("boolean"),
+  row_byte = row_named("byte"),
+  row_double = row_named("double"),
+  row_float = row_named("float"),
+  row_int = row_named("int"),
+  row_long = row_named("long"),
+  row_null = row_named("null"),
+  row_pointer = row_named("pointer"),
+  row_short = row_named("short"),
+  row_unsigned_byte = row_named("unsignedByte"),
+  row_unsigned_int = row_named("unsignedInt"),
+  row_unsigned_long = row_named("unsignedLong"),
+  row_unsigned_short = row_named("unsignedShort"),
 };
+static_assert(row_blob >= 0 && row_boolean >= 0 && row_byte >= 0 && row_double >= 0 &&
+                  row_float >= 0 && row_int >= 0 && row_long >= 0 && row_null >= 0 &&
+                  row_pointer >= 0 && row_short >= 0 && row_unsigned_byte >= 0 &&
+                  row_unsigned_int >= 0 && row_unsigned_long >= 0 && row_unsigned_short >= 0,
+              "every typed prefix has a row");
 
 bool equals(char const* text, std::size_t length, char const* word, std::size_t word_length) {
   return length == word_length && std::memcmp(text, word, length) == 0;
