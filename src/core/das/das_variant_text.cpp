@@ -221,71 +221,51 @@ text_type_t text_type_from_word(wchar_t const* word, std::size_t length) {
   return lookup_word(word, length);
 }
 
-char const* element_type_word(das_variant_type_t type) {
+namespace {
+
+struct element_word_t {
+  char const* narrow;
+  wchar_t const* wide;
+};
+
+element_word_t element_word(das_variant_type_t type) {
   switch (type) {
     case vtBool:
-      return "bool";
+      return {"bool", L"bool"};
     case vtSByte:
-      return "s8_t";
+      return {"s8_t", L"s8_t"};
     case vtUByte:
-      return "u8_t";
+      return {"u8_t", L"u8_t"};
     case vtSShort:
-      return "s16_t";
+      return {"s16_t", L"s16_t"};
     case vtUShort:
-      return "u16_t";
+      return {"u16_t", L"u16_t"};
     case vtSInt:
-      return "s32_t";
+      return {"s32_t", L"s32_t"};
     case vtUInt:
-      return "u32_t";
+      return {"u32_t", L"u32_t"};
     case vtSInt64:
-      return "s64_t";
+      return {"s64_t", L"s64_t"};
     case vtUInt64:
-      return "u64_t";
+      return {"u64_t", L"u64_t"};
     case vtFloat:
-      return "float";
+      return {"float", L"float"};
     case vtDouble:
-      return "double";
+      return {"double", L"double"};
     case vtWString:
-      return "";
+      return {"", L""};
     case vtNull:
-      return "null";
+      return {"null", L"null"};
     default:
-      return nullptr;
+      return {nullptr, nullptr};
   }
 }
 
-wchar_t const* element_type_word_wide(das_variant_type_t type) {
-  switch (type) {
-    case vtBool:
-      return L"bool";
-    case vtSByte:
-      return L"s8_t";
-    case vtUByte:
-      return L"u8_t";
-    case vtSShort:
-      return L"s16_t";
-    case vtUShort:
-      return L"u16_t";
-    case vtSInt:
-      return L"s32_t";
-    case vtUInt:
-      return L"u32_t";
-    case vtSInt64:
-      return L"s64_t";
-    case vtUInt64:
-      return L"u64_t";
-    case vtFloat:
-      return L"float";
-    case vtDouble:
-      return L"double";
-    case vtWString:
-      return L"";
-    case vtNull:
-      return L"null";
-    default:
-      return nullptr;
-  }
-}
+}  // namespace
+
+char const* element_type_word(das_variant_type_t type) { return element_word(type).narrow; }
+
+wchar_t const* element_type_word_wide(das_variant_type_t type) { return element_word(type).wide; }
 
 bool append_number_text(std::string& out, variant_t const& value, int precision) {
   char buffer[64];
