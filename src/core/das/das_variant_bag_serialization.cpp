@@ -34,14 +34,12 @@ namespace {
 
 using internal::text_type_t;
 
-// What libxml2 reads back without XML_PARSE_HUGE, with a margin for how it splits long
-// texts. The writer refuses anything larger, so that every saved document loads, and the
-// reader refuses it too, so that everything loaded can be saved again.
-constexpr std::size_t k_max_text_bytes = 9900000;  // UTF-8 bytes of one text, unescaped
-constexpr std::size_t k_max_name_bytes = 50000;
-
-// "root" is level 1; libxml2 refuses documents nested deeper than this.
-constexpr std::size_t k_max_element_depth = 257;
+// The limits of what libxml2 reads back. The writer refuses anything larger, so that every
+// saved document loads, and the reader refuses it too, so that everything loaded can be
+// saved again. A text is measured in UTF-8 bytes, unescaped; "root" is level 1.
+using internal::k_max_element_depth;
+using internal::k_max_name_bytes;
+using internal::k_max_text_bytes;
 
 // The length of the text of a blob of `size` bytes: a line feed before every run of 16
 // bytes and one at the end, two digits for each byte.

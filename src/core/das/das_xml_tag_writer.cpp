@@ -372,11 +372,11 @@ bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char co
   std::string escaped[2];
   for (int i = 0; i < 2; ++i) {
     std::size_t const length = std::strlen(texts[i]);
-    if (!internal::is_xml_text_utf8(texts[i], length) || length > internal::k_max_attribute_bytes) {
+    if (!internal::is_xml_text_utf8(texts[i], length) || length > internal::k_max_text_bytes) {
       return refuse("an object type name that XML cannot hold, of", name != nullptr ? name : "");
     }
     internal::append_escaped_attribute_utf8(escaped[i], texts[i], length);
-    if (escaped[i].size() > internal::k_max_attribute_bytes) {
+    if (escaped[i].size() > internal::k_max_text_bytes) {
       return refuse("an object type name too long for a document, of", name != nullptr ? name : "");
     }
   }
@@ -435,7 +435,7 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
     if (!store_escaped(text.wide, true, stored)) {
       return refuse("a text with characters that XML cannot hold in", name);
     }
-    if (stored.size > internal::k_max_attribute_bytes) {
+    if (stored.size > internal::k_max_text_bytes) {
       return refuse("a text too long for a document in", name);
     }
   } else {
