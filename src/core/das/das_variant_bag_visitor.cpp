@@ -71,16 +71,20 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
   if (!visitor) return DAS_OK;
 
   struct frame_t {
-    variant_bag_t const* bag = nullptr;
     std::unique_ptr<variant_bag_t> object_data;  // what a pointer's object saved
     bool values_done = false;
     variant_bag_t::const_iterator_t<variant_t> values;
     variant_bag_t::const_iterator_t<variant_bag_t> children;
   };
-  std::vector<frame_t> stack(1);
-  stack.back().bag = &bag;
-  stack.back().values = bag.begin<variant_t>();
-  stack.back().children = bag.begin<variant_bag_t>();
+  std::vector<frame_t> stack;
+  // Starts the walk of a bag in a frame of its own (which may move the frames below it).
+  auto const push = [&stack](variant_bag_t const& next) -> frame_t& {
+    frame_t& frame = stack.emplace_back();
+    frame.values = next.begin<variant_t>();
+    frame.children = next.begin<variant_bag_t>();
+    return frame;
+  };
+  push(bag);
 
   std::string name;
   std::string type_id;
@@ -131,12 +135,7 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
       }
       if (object_data) {
         // The object's bag is walked next, as a frame of its own.
-        stack.emplace_back();
-        frame_t& inner = stack.back();
-        inner.bag = object_data.get();
-        inner.values = object_data->begin<variant_t>();
-        inner.children = object_data->begin<variant_bag_t>();
-        inner.object_data = std::move(object_data);
+        push(*object_data).object_data = std::move(object_data);
         continue;
       }
       frame->values_done = true;
@@ -146,11 +145,7 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
       variant_bag_t const& child = frame->children.get_value();
       frame->children.next();
       if (!events.on_start_variant_bag(utf8_of(name, entry_name))) return DAS_E_FAIL;
-      stack.emplace_back();
-      frame_t& inner = stack.back();
-      inner.bag = &child;
-      inner.values = child.begin<variant_t>();
-      inner.children = child.begin<variant_bag_t>();
+      push(child);
       continue;
     }
     bool const was_pointer = frame->object_data != nullptr;
