@@ -13,8 +13,8 @@
 
 #include "core/das/include/attribute_form.hpp"
 #include "core/das/include/das_assert.hpp"
-#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_safety.hpp"
 
@@ -61,23 +61,39 @@ static_assert(sizeof k_namespaces / sizeof k_namespaces[0] <= 32, "rows are bits
 
 constexpr std::size_t k_namespace_count = sizeof k_namespaces / sizeof k_namespaces[0];
 
-// Row numbers of the typed prefixes, for the writer.
+// The row of a prefix, found while compiling: the rows below follow the table.
+constexpr int row_named(char const* prefix) {
+  for (std::size_t i = 0; i < k_namespace_count; ++i) {
+    char const* a = k_namespaces[i].prefix;
+    char const* b = prefix;
+    while (*a != '\0' && *a == *b) ++a, ++b;
+    if (*a == *b) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+// Row numbers of the typed prefixes, for the writer and the reader.
 enum row_t : int {
-  row_blob = 0,
-  row_boolean = 1,
-  row_byte = 2,
-  row_double = 5,
-  row_float = 8,
-  row_int = 10,
-  row_long = 11,
-  row_null = 13,
-  row_pointer = 14,
-  row_short = 17,
-  row_unsigned_byte = 19,
-  row_unsigned_int = 20,
-  row_unsigned_long = 21,
-  row_unsigned_short = 22,
+  row_blob = row_named("blob"),
+  row_boolean = row_named("boolean"),
+  row_byte = row_named("byte"),
+  row_double = row_named("double"),
+  row_float = row_named("float"),
+  row_int = row_named("int"),
+  row_long = row_named("long"),
+  row_null = row_named("null"),
+  row_pointer = row_named("pointer"),
+  row_short = row_named("short"),
+  row_unsigned_byte = row_named("unsignedByte"),
+  row_unsigned_int = row_named("unsignedInt"),
+  row_unsigned_long = row_named("unsignedLong"),
+  row_unsigned_short = row_named("unsignedShort"),
 };
+static_assert(row_blob >= 0 && row_boolean >= 0 && row_byte >= 0 && row_double >= 0 &&
+                  row_float >= 0 && row_int >= 0 && row_long >= 0 && row_null >= 0 &&
+                  row_pointer >= 0 && row_short >= 0 && row_unsigned_byte >= 0 &&
+                  row_unsigned_int >= 0 && row_unsigned_long >= 0 && row_unsigned_short >= 0,
+              "every typed prefix has a row");
 
 bool equals(char const* text, std::size_t length, char const* word, std::size_t word_length) {
   return length == word_length && std::memcmp(text, word, length) == 0;
@@ -234,45 +250,38 @@ void get_type_and_value_as_string(variant_t const& value, value_text_t& out, std
 
 text_type_t prefix_kind(char const* prefix, std::size_t length) {
   if (prefix == nullptr || length == 0) return text_type_t::wide_string;
-  switch (prefix[0]) {
-    case 'b':
-      if (equals(prefix, length, "boolean", 7)) return text_type_t::boolean;
-      if (equals(prefix, length, "byte", 4)) return text_type_t::s8;
-      break;
-    case 'd':
-      if (equals(prefix, length, "double", 6)) return text_type_t::dbl;
-      break;
-    case 'f':
-      if (equals(prefix, length, "float", 5)) return text_type_t::single;
-      break;
-    case 'i':
-      if (equals(prefix, length, "int", 3)) return text_type_t::s32;
-      break;
-    case 'l':
-      if (equals(prefix, length, "long", 4)) return text_type_t::s64;
-      break;
-    case 'n':
-      if (equals(prefix, length, "null", 4)) return text_type_t::null;
-      break;
-    case 's':
-      if (equals(prefix, length, "short", 5)) return text_type_t::s16;
-      break;
-    case 'u':
-      if (equals(prefix, length, "unsignedByte", 12)) return text_type_t::u8;
-      if (equals(prefix, length, "unsignedShort", 13)) return text_type_t::u16;
-      if (equals(prefix, length, "unsignedInt", 11)) return text_type_t::u32;
-      if (equals(prefix, length, "unsignedLong", 12)) return text_type_t::u64;
-      break;
+  switch (namespace_row_of(prefix, length)) {
+    case row_boolean:
+      return text_type_t::boolean;
+    case row_byte:
+      return text_type_t::s8;
+    case row_double:
+      return text_type_t::dbl;
+    case row_float:
+      return text_type_t::single;
+    case row_int:
+      return text_type_t::s32;
+    case row_long:
+      return text_type_t::s64;
+    case row_null:
+      return text_type_t::null;
+    case row_short:
+      return text_type_t::s16;
+    case row_unsigned_byte:
+      return text_type_t::u8;
+    case row_unsigned_short:
+      return text_type_t::u16;
+    case row_unsigned_int:
+      return text_type_t::u32;
+    case row_unsigned_long:
+      return text_type_t::u64;
     default:
-      break;
+      return text_type_t::unknown;
   }
-  return text_type_t::unknown;
 }
 
 bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* text,
                                 std::size_t length) {
-  using namespace KESMET_2_18::generic::convert;
-  using KESMET_2_18::types::radix_t;
   if (text == nullptr) {
     text = "";
     length = 0;
@@ -292,29 +301,14 @@ bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* te
       }
       return false;
     case text_type_t::s8:
-      out = variant_t(static_cast<signed char>(str_to_int8(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u8:
-      out = variant_t(static_cast<unsigned char>(str_to_uint8(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::s16:
-      out = variant_t(static_cast<short>(str_to_int16(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u16:
-      out = variant_t(static_cast<unsigned short>(str_to_uint16(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::s32:
-      out = variant_t(static_cast<int>(str_to_int32(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u32:
-      out = variant_t(static_cast<unsigned int>(str_to_uint32(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::s64:
-      out = variant_t(static_cast<s64_t>(str_to_int64(text, length, radix_t::decimal)));
-      return true;
     case text_type_t::u64:
-      out = variant_t(static_cast<u64_t>(str_to_uint64(text, length, radix_t::decimal)));
-      return true;
+      return integer_from_text(out, kind, text, length);
     case text_type_t::single: {
       double const value = parse_double_text(text, length);
       // As the text layer's float parser does: beyond the range of float is infinite.
@@ -411,19 +405,7 @@ long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, c
       continue;
     }
     if (!is_xml_char(c)) return -1;
-    if (c < 0x800) {
-      *out++ = static_cast<char>(0xC0 | (c >> 6));
-      *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      *out++ = static_cast<char>(0xE0 | (c >> 12));
-      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      *out++ = static_cast<char>(0xF0 | (c >> 18));
-      *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *out++ = static_cast<char>(0x80 | (c & 0x3F));
-    }
+    out = encode_utf8(c, out);
   }
   return static_cast<long>(out - start);
 }

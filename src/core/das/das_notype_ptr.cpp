@@ -215,12 +215,9 @@ int das_proxy_t::instantiate_object_interface(notype_ptr_t& out) const {
   int const result = das_create(m_obj_type.c_str(), out, get_ptr_type());
   if (das_failed(result)) return result;
   if (m_obj_type == none_type_name) return result;
-  object_interface_t* const object = out.get_object();
-  if (!object) return DAS_E_NULL_OBJECT;
-  unsigned const type = internal::object_type_of(object);
-  if (type == DAS_UNREGISTERED_TYPE || !is_serializable(type)) return DAS_E_NOT_CREATABLE;
-  auto* const serializable = dynamic_cast<serializable_object_interface_t*>(object);
-  if (!serializable) return DAS_E_NOT_CREATABLE;
+  sptr_t<serializable_object_interface_t> serializable;
+  int const found = out.get_serializable_object(serializable);
+  if (das_failed(found)) return found;
   if (!m_data->is_empty()) return serializable->load(*m_data);
   return result;
 }

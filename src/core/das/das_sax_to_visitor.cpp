@@ -23,6 +23,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 
+#include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag_visitor.hpp>
 
@@ -37,8 +38,6 @@ namespace quillon2 {
 
 namespace {
 
-constexpr int k_success = 1;
-constexpr int k_general_failure = 0x40000001;
 // Substitute entities, no error output, compact nodes.
 char const k_no_prefix[] = "";
 constexpr int k_read_options =
@@ -364,16 +363,16 @@ int sax_to_visitor_t::parse(char const* data, std::size_t size, bool is_utf8, st
   internal::ensure_xml_safety();
   if (size == 0 || data == nullptr) {
     why = "empty document";
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   if (size > static_cast<std::size_t>(INT_MAX)) {
     why = "document too large";
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   xmlParserCtxtPtr parser = xmlCreateMemoryParserCtxt(data, static_cast<int>(size));
   if (parser == nullptr) {
     why = "out of memory";
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   if (parser->sax != nullptr) xmlFree(parser->sax);
   parser->sax = &m_sax;
@@ -384,20 +383,20 @@ int sax_to_visitor_t::parse(char const* data, std::size_t size, bool is_utf8, st
   internal::refusal_watch_t watch;
   xmlParseDocument(parser);
   bool const well_formed = parser->wellFormed != 0;
-  int result = k_success;
+  int result = DAS_OK;
   if (m_failed) {
     why = m_why;
-    result = k_general_failure;
+    result = DAS_E_FAIL;
   } else if (!well_formed) {
     xmlErrorPtr error = xmlCtxtGetLastError(parser);
     why = error != nullptr && error->message != nullptr
               ? "line " + std::to_string(error->line) + ": " + error->message
               : std::string("not well formed");
     while (!why.empty() && (why.back() == '\n' || why.back() == ' ')) why.pop_back();
-    result = k_general_failure;
+    result = DAS_E_FAIL;
   } else if (watch.refused()) {
     why = "the document refers to external content";
-    result = k_general_failure;
+    result = DAS_E_FAIL;
   }
   m_parser = nullptr;
   parser->sax = nullptr;  // ours, not the parser's to free

@@ -11,6 +11,7 @@
 
 #include <libxml/relaxng.h>
 
+#include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant_bag_serialization2.hpp>
 #include <quillon2/das/variant_bag_visitor.hpp>
 #include <quillon2/headers/kesmet.hpp>
@@ -20,9 +21,6 @@
 namespace quillon2 {
 
 namespace {
-
-constexpr int k_success = 1;
-constexpr int k_general_failure = 0x40000001;
 
 // Formats a message of libxml2 into 1024 bytes (1023 characters at most) and hands it on.
 void report(void* context, int severity, char const* format, va_list arguments) {
@@ -51,9 +49,9 @@ void report_warning(void* context, char const* format, ...) {
 }  // namespace
 
 int check_relaxng(char const* xml, char const* schema, check_relaxng_callback_t* callback) {
-  if (xml == nullptr || schema == nullptr) return k_general_failure;
+  if (xml == nullptr || schema == nullptr) return DAS_E_FAIL;
   std::size_t const schema_length = std::strlen(schema);
-  if (schema_length > static_cast<std::size_t>(INT_MAX)) return k_general_failure;
+  if (schema_length > static_cast<std::size_t>(INT_MAX)) return DAS_E_FAIL;
   internal::ensure_xml_safety();
   internal::refusal_watch_t watch;
 
@@ -69,7 +67,7 @@ int check_relaxng(char const* xml, char const* schema, check_relaxng_callback_t*
   internal::xml_doc_ptr_t doc = internal::safe_read_memory(xml, std::strlen(xml), nullptr, 0);
   if (!doc) {
     if (compiled != nullptr) xmlRelaxNGFree(compiled);
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
 
   int validation = -1;
@@ -82,23 +80,23 @@ int check_relaxng(char const* xml, char const* schema, check_relaxng_callback_t*
   doc.reset();
   if (compiled != nullptr) xmlRelaxNGFree(compiled);
   // A schema that needed an external resource was refused it and cannot be trusted.
-  if (watch.refused()) return k_general_failure;
-  return validation == 0 ? k_success : k_general_failure;
+  if (watch.refused()) return DAS_E_FAIL;
+  return validation == 0 ? DAS_OK : DAS_E_FAIL;
 }
 
 int check_relaxng(wchar_t const* xml, wchar_t const* schema, check_relaxng_callback_t* callback) {
-  if (xml == nullptr || schema == nullptr) return k_general_failure;
+  if (xml == nullptr || schema == nullptr) return DAS_E_FAIL;
   std::string const narrow_xml = KESMET_2_18::strings::utf16_to_utf8(xml);
   std::string const narrow_schema = KESMET_2_18::strings::utf16_to_utf8(schema);
   return check_relaxng(narrow_xml.c_str(), narrow_schema.c_str(), callback);
 }
 
 int load_variant_bag_from_toml(variant_bag_t&, wchar_t const*, wchar_t const*) {
-  return k_general_failure;
+  return DAS_E_FAIL;
 }
 
 int save_variant_bag_to_toml(variant_bag_t const&, wchar_t const*, wchar_t const*) {
-  return k_general_failure;
+  return DAS_E_FAIL;
 }
 
 }  // namespace quillon2

@@ -17,6 +17,7 @@
 
 #include <quillon2/das/das_proxy.hpp>
 #include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_serialization.hpp>
@@ -33,19 +34,12 @@ namespace {
 
 using internal::text_type_t;
 
-constexpr int k_success = 1;
-constexpr int k_general_failure = 0x40000001;
-
-bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
-
-// What libxml2 reads back without XML_PARSE_HUGE, with a margin for how it splits long
-// texts. The writer refuses anything larger, so that every saved document loads, and the
-// reader refuses it too, so that everything loaded can be saved again.
-constexpr std::size_t k_max_text_bytes = 9900000;  // UTF-8 bytes of one text, unescaped
-constexpr std::size_t k_max_name_bytes = 50000;
-
-// "root" is level 1; libxml2 refuses documents nested deeper than this.
-constexpr std::size_t k_max_element_depth = 257;
+// The limits of what libxml2 reads back. The writer refuses anything larger, so that every
+// saved document loads, and the reader refuses it too, so that everything loaded can be
+// saved again. A text is measured in UTF-8 bytes, unescaped; "root" is level 1.
+using internal::k_max_element_depth;
+using internal::k_max_name_bytes;
+using internal::k_max_text_bytes;
 
 // The length of the text of a blob of `size` bytes: a line feed before every run of 16
 // bytes and one at the end, two digits for each byte.
@@ -83,7 +77,7 @@ class element_writer_t {
   int write_bag(variant_bag_t const& bag);
   int fail(char const* why) {
     if (m_why.empty()) m_why = why;
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   bool start_element(wchar_t const* name);
   bool attribute(char const* name, char const* value);
@@ -163,28 +157,28 @@ int element_writer_t::write_blob(variant_t const& value) {
     *out++ = k_hex_digits[m_bytes[i] >> 4];
     *out++ = k_hex_digits[m_bytes[i] & 0xF];
   }
-  if (!write_raw(m_scratch)) return k_general_failure;
-  return k_success;
+  if (!write_raw(m_scratch)) return DAS_E_FAIL;
+  return DAS_OK;
 }
 
 int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
   das_variant_type_t const type = value.get_type();
   if (type == vtString || type == vtCharPtr) {
     Q2_DAS_ASSERT_TEXT("\"vtString type is deprecated on windows!\" == NULL");
-    return k_success;
+    return DAS_OK;
   }
   char const* word = type == vtDummy  ? "dummy"
                      : type == vtBlob ? "blob"
                                       : internal::element_type_word(type);
   if (word == nullptr && type == vtWCharPtr) word = "";
-  if (word == nullptr) return k_success;  // no element form for this type
+  if (word == nullptr) return DAS_OK;  // no element form for this type
 
   if (!start_element(name)) return fail("an entry name that XML cannot hold");
-  if (*word != '\0' && !attribute("type", word)) return k_general_failure;
+  if (*word != '\0' && !attribute("type", word)) return DAS_E_FAIL;
 
   if (type == vtBlob) {
     int const result = write_blob(value);
-    if (is_failure(result)) return result;
+    if (das_failed(result)) return result;
   } else if (type == vtWString || type == vtWCharPtr) {
     wchar_t const* text = value.get<wchar_t const*>();
     if (text != nullptr && *text != L'\0') {
@@ -196,17 +190,17 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
       }
       if (utf8_bytes > k_max_text_bytes) return fail("a text too long for a document");
       if (!write_raw(m_scratch)) {
-        return k_general_failure;
+        return DAS_E_FAIL;
       }
     }
   } else if (type != vtNull && type != vtDummy) {
     m_scratch.clear();
     internal::append_number_text(m_scratch, value);
     if (!write_raw(m_scratch)) {
-      return k_general_failure;
+      return DAS_E_FAIL;
     }
   }
-  return end_element() ? k_success : k_general_failure;
+  return end_element() ? DAS_OK : DAS_E_FAIL;
 }
 
 int element_writer_t::start_pointer(wchar_t const* name, variant_t const& value,
@@ -214,14 +208,14 @@ int element_writer_t::start_pointer(wchar_t const* name, variant_t const& value,
   open = false;
   notype_ptr_t const pointer = value.get<notype_ptr_t>();
   if (!start_element(name)) return fail("an entry name that XML cannot hold");
-  if (!attribute("type", "pointer")) return k_general_failure;
+  if (!attribute("type", "pointer")) return DAS_E_FAIL;
   if (pointer.is_null()) {
     wchar_t const* ptr_type = pointer.get_ptr_type_as_string();
     if (!attribute("type_id", "dasID_None") ||
         !wide_attribute("ptr_type", ptr_type != nullptr ? ptr_type : L"dasID_None")) {
       return fail("a type name with characters that XML cannot hold");
     }
-    return end_element() ? k_success : k_general_failure;
+    return end_element() ? DAS_OK : DAS_E_FAIL;
   }
   if (!wide_attribute("type_id", pointer.get_obj_type_as_string())) {
     return fail("a type name with characters that XML cannot hold");
@@ -235,17 +229,17 @@ int element_writer_t::start_pointer(wchar_t const* name, variant_t const& value,
   }
   sptr_t<serializable_object_interface_t> object;
   int result = pointer.get_serializable_object(object);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     m_why = "an object that cannot be saved";
     return result;
   }
   result = object->save(data);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     m_why = "an object whose save failed";
     return result;
   }
   open = true;
-  return k_success;
+  return DAS_OK;
 }
 
 int element_writer_t::write_bag(variant_bag_t const& top) {
@@ -259,7 +253,7 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
       for (auto it = bag.begin<variant_t>(); !it.at_end(); it.next()) {
         if (it.get_value().get_type() == vtNotypePtr) continue;
         int const result = write_value(it.get_name(), it.get_value());
-        if (is_failure(result)) return result;
+        if (das_failed(result)) return result;
       }
       frame.values = bag.begin<variant_t>();
       frame.pass = 1;
@@ -277,7 +271,7 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
         inner.bag = &inner.object_data;
         bool open = false;
         int const result = start_pointer(name, value, inner.object_data, open);
-        if (is_failure(result)) return result;
+        if (das_failed(result)) return result;
         if (!open) stack.pop_back();
         continue;
       }
@@ -290,7 +284,7 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
       frame.children.next();
       if (!start_element(name)) return fail("an entry name that XML cannot hold");
       if (child.is_empty()) {
-        if (!attribute("type", "bag") || !end_element()) return k_general_failure;
+        if (!attribute("type", "bag") || !end_element()) return DAS_E_FAIL;
       } else {
         stack.emplace_back();
         stack.back().bag = &child;
@@ -298,24 +292,24 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
       continue;
     }
     stack.pop_back();
-    if (!stack.empty() && !end_element()) return k_general_failure;
+    if (!stack.empty() && !end_element()) return DAS_E_FAIL;
   }
-  return k_success;
+  return DAS_OK;
 }
 
 int element_writer_t::write_document(variant_bag_t const& bag) {
   if (xmlTextWriterSetIndent(m_writer, 1) < 0 ||
       xmlTextWriterStartDocument(m_writer, nullptr, "UTF-8", nullptr) < 0 ||
       xmlTextWriterStartElement(m_writer, xml_text("root")) < 0) {
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   m_depth = 1;
   int const result = write_bag(bag);
-  if (is_failure(result)) return result;
+  if (das_failed(result)) return result;
   if (xmlTextWriterEndElement(m_writer) < 0 || xmlTextWriterEndDocument(m_writer) < 0) {
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
-  return k_success;
+  return DAS_OK;
 }
 
 }  // namespace
@@ -333,12 +327,12 @@ int internal::write_element_form(variant_bag_t const& bag, std::string& out, std
     return size;
   };
   xmlTextWriterPtr writer = new_callback_writer(append, &out);
-  if (writer == nullptr) return k_general_failure;
+  if (writer == nullptr) return DAS_E_FAIL;
   element_writer_t element_writer(writer);
   int const result = element_writer.write_document(bag);
   xmlFreeTextWriter(writer);
   why = element_writer.why();
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     out.clear();
   } else {
     last_size.store(out.size() + out.size() / 8, std::memory_order_relaxed);
@@ -473,7 +467,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     char const* word = reinterpret_cast<char const*>(type_word);
     if (!name_within_limits(node)) {
       m_why = "a name longer than a save may write";
-      return k_general_failure;
+      return DAS_E_FAIL;
     }
     text_type_t const type =
         internal::text_type_from_word(word, word != nullptr ? std::strlen(word) : 0);
@@ -483,7 +477,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       variant_bag_t data;
       if (has_elements) {
         int const result = read_children(node, data);
-        if (is_failure(result)) return result;
+        if (das_failed(result)) return result;
       }
       std::wstring type_id;
       std::wstring ptr_type;
@@ -492,7 +486,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       if (text_length(type_id_text) > k_max_text_bytes ||
           text_length(ptr_type_text) > k_max_text_bytes) {
         m_why = "a type name longer than a save may write";
-        return k_general_failure;
+        return DAS_E_FAIL;
       }
       if (type_id_text != nullptr) {
         char const* s = reinterpret_cast<char const*>(type_id_text);
@@ -512,7 +506,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       variant_bag_t& child = bag.add_variant_bag(name.c_str(), variant_bag_t());
       if (has_elements) {
         int const result = read_children(node, child);
-        if (is_failure(result)) {
+        if (das_failed(result)) {
           bag.remove<variant_bag_t>(&child);
           return result;
         }
@@ -523,17 +517,17 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     std::size_t const length = text_length(text);
     if (length > k_max_text_bytes) {
       m_why = "a text longer than a save may write";
-      return k_general_failure;
+      return DAS_E_FAIL;
     }
     variant_t value;
     if (type == text_type_t::blob) {
       if (!blob_from_text(s, m_bytes)) {
         m_why = "a blob with an odd number of hexadecimal digits";
-        return k_general_failure;
+        return DAS_E_FAIL;
       }
       if (blob_text_length(m_bytes.size()) > k_max_text_bytes) {
         m_why = "a blob larger than a save may write";
-        return k_general_failure;
+        return DAS_E_FAIL;
       }
       value =
           variant_t(static_cast<void const*>(m_bytes.data()), static_cast<u64_t>(m_bytes.size()));
@@ -545,7 +539,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     // Stored as a null first and then swapped in: no second reference to count.
     bag.put<variant_t>(name.c_str(), variant_t()).swap(value);
   }
-  return k_success;
+  return DAS_OK;
 }
 
 std::wstring wide_text(std::string const& utf8) {
@@ -607,23 +601,23 @@ int internal::read_element_form_file(variant_bag_t& bag, std::string const& nati
                                      char const* path, std::string& why) {
   ensure_xml_safety();
   std::string content;
-  if (!read_file_locked(native_name, content, why)) return k_general_failure;
+  if (!read_file_locked(native_name, content, why)) return DAS_E_FAIL;
   xml_doc_ptr_t doc =
       safe_read_memory(content.data(), content.size(), nullptr, k_file_read_options);
   xmlNode* const root = document_root(doc, why);
-  if (root == nullptr) return k_general_failure;
+  if (root == nullptr) return DAS_E_FAIL;
   if (path == nullptr) {
     why = "no path";
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   xmlNode* start = find_start(root, path);
   if (start == nullptr) {
     why = std::string("no element at the path \"") + path + "\"";
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   element_reader_t reader;
   int const result = reader.read_children(start, bag);
-  if (is_failure(result)) why = reader.why();
+  if (das_failed(result)) why = reader.why();
   return result;
 }
 
@@ -632,20 +626,20 @@ int internal::read_element_form_text(variant_bag_t& bag, char const* utf8, std::
   // The bytes are UTF-8 whatever the declaration says.
   xml_doc_ptr_t doc = safe_read_memory(utf8, size, "UTF-8", k_string_read_options);
   xmlNode* const root = document_root(doc, why);
-  if (root == nullptr) return k_general_failure;
+  if (root == nullptr) return DAS_E_FAIL;
   element_reader_t reader;
   int const result = reader.read_children(root, bag);
-  if (is_failure(result)) why = reader.why();
+  if (das_failed(result)) why = reader.why();
   return result;
 }
 
 int save_variant_bag(variant_bag_t const& bag, wchar_t const* file_name) {
-  if (file_name == nullptr) return k_general_failure;
+  if (file_name == nullptr) return DAS_E_FAIL;
   internal::ensure_xml_safety();
   std::string text;
   std::string why;
   int const result = internal::write_element_form(bag, text, why);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag to " << file_name << L": " << wide_text(why));
     return result;
@@ -655,28 +649,28 @@ int save_variant_bag(variant_bag_t const& bag, wchar_t const* file_name) {
       !file.commit()) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag to " << file_name << L": " << wide_text(file.why()));
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
-  return k_success;
+  return DAS_OK;
 }
 
 int save_variant_bag_to_string(variant_bag_t const& bag, variant_t* text) {
-  if (text == nullptr) return k_general_failure;
+  if (text == nullptr) return DAS_E_FAIL;
   internal::ensure_xml_safety();
   std::string utf8;
   std::string why;
   int const result = internal::write_element_form(bag, utf8, why);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag to text: " << wide_text(why));
     return result;
   }
   *text = internal::wide_variant_from_utf8(utf8.data(), utf8.size());
-  return k_success;
+  return DAS_OK;
 }
 
 int load_variant_bag(variant_bag_t& bag, wchar_t const* file_name, wchar_t const* path) {
-  if (file_name == nullptr) return k_general_failure;
+  if (file_name == nullptr) return DAS_E_FAIL;
   bag.clear();
   std::string utf8_path;
   if (path != nullptr) internal::append_wide_as_utf8(utf8_path, path, std::wcslen(path));
@@ -684,7 +678,7 @@ int load_variant_bag(variant_bag_t& bag, wchar_t const* file_name, wchar_t const
   int const result =
       internal::read_element_form_file(bag, internal::native_file_name(file_name),
                                        path != nullptr ? utf8_path.c_str() : nullptr, why);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot load a bag from " << file_name << L": " << wide_text(why));
   }
@@ -695,14 +689,14 @@ int load_variant_bag_from_string(variant_bag_t& bag, variant_t const& text) {
   bag.clear();
   if (!text.can_get<wchar_t const*>()) {
     Q2_DAS_ASSERT_TEXT("can_get<const wchar_t*>()");
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   wchar_t const* wide = text.get<wchar_t const*>();
   std::string utf8;
   if (wide != nullptr) internal::append_wide_as_utf8(utf8, wide, std::wcslen(wide));
   std::string why;
   int const result = internal::read_element_form_text(bag, utf8.data(), utf8.size(), why);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot load a bag from text: " << wide_text(why));
   }

@@ -8,6 +8,7 @@
 
 #include <quillon2/core/file_system/file_content.hpp>
 #include <quillon2/core/file_system/path.hpp>
+#include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_serialization2.hpp>
@@ -25,11 +26,6 @@
 namespace quillon2 {
 
 namespace {
-
-constexpr int k_success = 1;
-constexpr int k_general_failure = 0x40000001;
-
-bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
 
 std::string utf8_of(wchar_t const* text) {
   std::string utf8;
@@ -55,23 +51,23 @@ int write_attribute_form(variant_bag_t const& bag, wchar_t const* root_path, std
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag: the root path \"" << (root_path != nullptr ? root_path : L"")
                                                   << L"\" is no element name");
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   int const result = dump_variant_bag(bag, sptr_t<variant_bag_visitor_t>(visitor));
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     std::string why = internal::why_refused(*visitor);
     if (why.empty()) why = "an object that cannot be saved";
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag: " << wide_of(why) << L" (0x" << std::hex << result << L")");
     return result;
   }
-  if (visitor->to_xml_string(out) != k_success) {
+  if (visitor->to_xml_string(out) != DAS_OK) {
     std::string why = internal::why_refused(*visitor);
     if (why.empty()) why = "the XML writer failed";
     Q2_LOG(internal::main_logger(), internal::log_error, L"cannot save a bag: " << wide_of(why));
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
-  return k_success;
+  return DAS_OK;
 }
 
 // Reads UTF-8 attribute-form text into `bag` through a builder.
@@ -82,27 +78,27 @@ int read_attribute_form(variant_bag_t& bag, char const* data, std::size_t size,
   std::string why;
   int const result = internal::read_xml_memory_to_visitor(data, size, true, builder.get(),
                                                           or_null(utf8_path, path), why);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot load a bag from text: " << wide_of(why));
     return result;
   }
   if (path != nullptr) {
-    if (*path == L'\0') return k_general_failure;  // a path without a step names nothing
+    if (*path == L'\0') return DAS_E_FAIL;  // a path without a step names nothing
     wchar_t const* last = std::wcsrchr(path, L'.');
     bag.rename(last != nullptr ? last + 1 : path);
   }
-  return k_success;
+  return DAS_OK;
 }
 
 }  // namespace
 
 int read_xml_to_visitor(char const* xml, variant_bag_visitor_t* visitor, char const* path) {
-  if (xml == nullptr) return k_general_failure;
+  if (xml == nullptr) return DAS_E_FAIL;
   std::string why;
   int const result =
       internal::read_xml_memory_to_visitor(xml, std::strlen(xml), true, visitor, path, why);
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_info, L"cannot read XML: " << wide_of(why));
   }
   return result;
@@ -110,15 +106,15 @@ int read_xml_to_visitor(char const* xml, variant_bag_visitor_t* visitor, char co
 
 int read_xml_file_to_visitor(wchar_t const* file, variant_bag_visitor_t* visitor,
                              char const* path) {
-  if (file == nullptr) return k_general_failure;
+  if (file == nullptr) return DAS_E_FAIL;
   std::string content;
   std::string why;
-  int result = k_general_failure;
+  int result = DAS_E_FAIL;
   if (internal::read_file_locked(internal::native_file_name(file), content, why)) {
     result = internal::read_xml_memory_to_visitor(content.data(), content.size(), false, visitor,
                                                   path, why);
   }
-  if (is_failure(result)) {
+  if (das_failed(result)) {
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot read XML from " << file << L": " << wide_of(why));
   }
@@ -129,32 +125,32 @@ int save_variant_bag_to_string2(variant_bag_t const& bag, KESMET_2_18::strings::
                                 wchar_t const* root_path) {
   std::string out;
   int const result = write_attribute_form(bag, root_path, out);
-  if (is_failure(result)) return result;
+  if (das_failed(result)) return result;
   text.swap(out);
-  return k_success;
+  return DAS_OK;
 }
 
 int save_variant_bag_to_string2(variant_bag_t const& bag, variant_t& text,
                                 wchar_t const* root_path) {
   std::string out;
   int const result = write_attribute_form(bag, root_path, out);
-  if (is_failure(result)) return result;
+  if (das_failed(result)) return result;
   text = internal::wide_variant_from_utf8(out.data(), out.size());
-  return k_success;
+  return DAS_OK;
 }
 
 int save_variant_bag2(variant_bag_t const& bag, wchar_t const* file_name,
                       wchar_t const* root_path) {
-  if (file_name == nullptr) return k_general_failure;
+  if (file_name == nullptr) return DAS_E_FAIL;
   std::string text;
   int const result = write_attribute_form(bag, root_path, text);
-  if (is_failure(result)) return result;
+  if (das_failed(result)) return result;
   if (!set_xml_file_content(text, CP_UTF8, path_t(file_name))) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag to " << file_name << L": the file cannot be written");
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
-  return k_success;
+  return DAS_OK;
 }
 
 int load_variant_bag_from_string2(variant_bag_t& bag, KESMET_2_18::strings::ustring8 const& text,
@@ -166,7 +162,7 @@ int load_variant_bag_from_string2(variant_bag_t& bag, variant_t const& text, wch
   if (!text.can_get<KESMET_2_18::strings::uchar_t const*>()) {
     Q2_DAS_ASSERT_TEXT("can_get<const kesmet2::uchar_t*>()");
     bag.clear();
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   std::string const utf8 = utf8_of(text.get<wchar_t const*>());
   return read_attribute_form(bag, utf8.data(), utf8.size(), path);
@@ -174,7 +170,7 @@ int load_variant_bag_from_string2(variant_bag_t& bag, variant_t const& text, wch
 
 int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t const* path,
                       bool try_element_form) {
-  if (file_name == nullptr) return k_general_failure;
+  if (file_name == nullptr) return DAS_E_FAIL;
   if (try_element_form) {
     // The element form's document element is "root" whatever the path's first step says.
     std::string rest;
@@ -187,7 +183,7 @@ int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t cons
     std::string why;
     int const result = internal::read_element_form_file(bag, internal::native_file_name(file_name),
                                                         or_null(rest, path), why);
-    if (!is_failure(result)) return k_success;
+    if (!das_failed(result)) return DAS_OK;
   }
   std::string const content = get_xml_file_content(path_t(file_name));
   if (content.empty()) {
@@ -195,12 +191,12 @@ int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t cons
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot load a bag from " << file_name
                                       << L": the file cannot be read or holds no XML text");
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
   int const result = load_variant_bag_from_string2(bag, content, path);
-  if (is_failure(result)) return result;
+  if (das_failed(result)) return result;
   bag.put<variant_t>(L"#file_name", variant_t(file_name, false));
-  return k_success;
+  return DAS_OK;
 }
 
 }  // namespace quillon2

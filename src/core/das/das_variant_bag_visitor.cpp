@@ -26,11 +26,6 @@ namespace quillon2 {
 
 namespace {
 
-constexpr int k_success = 1;
-constexpr int k_general_failure = 0x40000001;
-
-bool is_failure(int result) { return ((result >> 30) & 1) != 0; }
-
 // UTF-8 of a wide name into a buffer that is reused from call to call.
 char const* utf8_of(std::string& buffer, wchar_t const* text) {
   buffer.clear();
@@ -73,19 +68,23 @@ wchar_t const* to_ustring_converter_t::convert(char const* utf8) {
 // The walk
 
 int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> visitor) {
-  if (!visitor) return k_success;
+  if (!visitor) return DAS_OK;
 
   struct frame_t {
-    variant_bag_t const* bag = nullptr;
     std::unique_ptr<variant_bag_t> object_data;  // what a pointer's object saved
     bool values_done = false;
     variant_bag_t::const_iterator_t<variant_t> values;
     variant_bag_t::const_iterator_t<variant_bag_t> children;
   };
-  std::vector<frame_t> stack(1);
-  stack.back().bag = &bag;
-  stack.back().values = bag.begin<variant_t>();
-  stack.back().children = bag.begin<variant_bag_t>();
+  std::vector<frame_t> stack;
+  // Starts the walk of a bag in a frame of its own (which may move the frames below it).
+  auto const push = [&stack](variant_bag_t const& next) -> frame_t& {
+    frame_t& frame = stack.emplace_back();
+    frame.values = next.begin<variant_t>();
+    frame.children = next.begin<variant_bag_t>();
+    return frame;
+  };
+  push(bag);
 
   std::string name;
   std::string type_id;
@@ -101,7 +100,7 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         if (value.get_type() != vtNotypePtr) {
           variant_t const own(value);  // the visitor gets a value of its own
           if (!events.on_variant(utf8_of(name, frame->values.get_name()), own)) {
-            return k_general_failure;
+            return DAS_E_FAIL;
           }
           continue;
         }
@@ -111,16 +110,16 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
                   utf8_of(name, frame->values.get_name()), "dasID_None",
                   utf8_of(ptr_type, get_name_from_id(pointer.get_ptr_type()))) ||
               !events.on_end_pointer()) {
-            return k_general_failure;
+            return DAS_E_FAIL;
           }
           continue;
         }
         sptr_t<serializable_object_interface_t> object;
         int result = pointer.get_serializable_object(object);
-        if (is_failure(result)) return result;
+        if (das_failed(result)) return result;
         object_data.reset(new variant_bag_t());
         result = object->save(*object_data);
-        if (is_failure(result)) return result;
+        if (das_failed(result)) return result;
         utf8_of(type_id, pointer.get_obj_type_as_string());
         if (pointer.get_ptr_type() != pointer.get_object_type()) {
           utf8_of(ptr_type, pointer.get_ptr_type_as_string());
@@ -129,19 +128,14 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         }
         if (!events.on_start_pointer(utf8_of(name, frame->values.get_name()), type_id.c_str(),
                                      ptr_type.c_str())) {
-          return k_general_failure;
+          return DAS_E_FAIL;
         }
         frame->values.next();
         break;
       }
       if (object_data) {
         // The object's bag is walked next, as a frame of its own.
-        stack.emplace_back();
-        frame_t& inner = stack.back();
-        inner.bag = object_data.get();
-        inner.values = object_data->begin<variant_t>();
-        inner.children = object_data->begin<variant_bag_t>();
-        inner.object_data = std::move(object_data);
+        push(*object_data).object_data = std::move(object_data);
         continue;
       }
       frame->values_done = true;
@@ -150,22 +144,18 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
       wchar_t const* entry_name = frame->children.get_name();
       variant_bag_t const& child = frame->children.get_value();
       frame->children.next();
-      if (!events.on_start_variant_bag(utf8_of(name, entry_name))) return k_general_failure;
-      stack.emplace_back();
-      frame_t& inner = stack.back();
-      inner.bag = &child;
-      inner.values = child.begin<variant_t>();
-      inner.children = child.begin<variant_bag_t>();
+      if (!events.on_start_variant_bag(utf8_of(name, entry_name))) return DAS_E_FAIL;
+      push(child);
       continue;
     }
     bool const was_pointer = frame->object_data != nullptr;
     stack.pop_back();
     if (stack.empty()) break;
     if (!(was_pointer ? events.on_end_pointer() : events.on_end_variant_bag())) {
-      return k_general_failure;
+      return DAS_E_FAIL;
     }
   }
-  return k_success;
+  return DAS_OK;
 }
 
 // ---------------------------------------------------------------------------------------

@@ -133,9 +133,40 @@ Float parse_floating(char const* text, std::size_t length) {
 }
 
 template <class Char>
-bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
+bool integer_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
   using namespace KESMET_2_18::generic::convert;
-  using KESMET_2_18::types::radix_t;
+  switch (type) {
+    case text_type_t::s8:
+      out = variant_t(static_cast<signed char>(str_to_int8(text, length)));
+      return true;
+    case text_type_t::u8:
+      out = variant_t(static_cast<unsigned char>(str_to_uint8(text, length)));
+      return true;
+    case text_type_t::s16:
+      out = variant_t(static_cast<short>(str_to_int16(text, length)));
+      return true;
+    case text_type_t::u16:
+      out = variant_t(static_cast<unsigned short>(str_to_uint16(text, length)));
+      return true;
+    case text_type_t::s32:
+      out = variant_t(static_cast<int>(str_to_int32(text, length)));
+      return true;
+    case text_type_t::u32:
+      out = variant_t(static_cast<unsigned int>(str_to_uint32(text, length)));
+      return true;
+    case text_type_t::s64:
+      out = variant_t(static_cast<s64_t>(str_to_int64(text, length)));
+      return true;
+    case text_type_t::u64:
+      out = variant_t(static_cast<u64_t>(str_to_uint64(text, length)));
+      return true;
+    default:
+      return false;
+  }
+}
+
+template <class Char>
+bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t length) {
   if (text == nullptr) length = 0;
   Char const empty[1] = {0};
   Char const* const s = text != nullptr ? text : empty;
@@ -153,30 +184,14 @@ bool scalar_from(variant_t& out, text_type_t type, Char const* text, std::size_t
       out = variant_t();
       return true;
     case text_type_t::s8:
-      out = variant_t(static_cast<char>(str_to_int8(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u8:
-      out = variant_t(static_cast<unsigned char>(str_to_uint8(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::s16:
-      out = variant_t(static_cast<short>(str_to_int16(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u16:
-      out =
-          variant_t(static_cast<unsigned short>(str_to_uint16(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::s32:
-      out = variant_t(static_cast<int>(str_to_int32(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u32:
-      out = variant_t(static_cast<unsigned int>(str_to_uint32(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::s64:
-      out = variant_t(static_cast<s64_t>(str_to_int64(s, length, radix_t::decimal, false)));
-      return true;
     case text_type_t::u64:
-      out = variant_t(static_cast<u64_t>(str_to_uint64(s, length, radix_t::decimal, false)));
-      return true;
+      return integer_from(out, type, s, length);
     case text_type_t::single: {
       std::string const narrow = narrow_number_text(s, length);
       out = variant_t(parse_float(narrow.data(), narrow.size()));
@@ -206,71 +221,51 @@ text_type_t text_type_from_word(wchar_t const* word, std::size_t length) {
   return lookup_word(word, length);
 }
 
-char const* element_type_word(das_variant_type_t type) {
+namespace {
+
+struct element_word_t {
+  char const* narrow;
+  wchar_t const* wide;
+};
+
+element_word_t element_word(das_variant_type_t type) {
   switch (type) {
     case vtBool:
-      return "bool";
+      return {"bool", L"bool"};
     case vtSByte:
-      return "s8_t";
+      return {"s8_t", L"s8_t"};
     case vtUByte:
-      return "u8_t";
+      return {"u8_t", L"u8_t"};
     case vtSShort:
-      return "s16_t";
+      return {"s16_t", L"s16_t"};
     case vtUShort:
-      return "u16_t";
+      return {"u16_t", L"u16_t"};
     case vtSInt:
-      return "s32_t";
+      return {"s32_t", L"s32_t"};
     case vtUInt:
-      return "u32_t";
+      return {"u32_t", L"u32_t"};
     case vtSInt64:
-      return "s64_t";
+      return {"s64_t", L"s64_t"};
     case vtUInt64:
-      return "u64_t";
+      return {"u64_t", L"u64_t"};
     case vtFloat:
-      return "float";
+      return {"float", L"float"};
     case vtDouble:
-      return "double";
+      return {"double", L"double"};
     case vtWString:
-      return "";
+      return {"", L""};
     case vtNull:
-      return "null";
+      return {"null", L"null"};
     default:
-      return nullptr;
+      return {nullptr, nullptr};
   }
 }
 
-wchar_t const* element_type_word_wide(das_variant_type_t type) {
-  switch (type) {
-    case vtBool:
-      return L"bool";
-    case vtSByte:
-      return L"s8_t";
-    case vtUByte:
-      return L"u8_t";
-    case vtSShort:
-      return L"s16_t";
-    case vtUShort:
-      return L"u16_t";
-    case vtSInt:
-      return L"s32_t";
-    case vtUInt:
-      return L"u32_t";
-    case vtSInt64:
-      return L"s64_t";
-    case vtUInt64:
-      return L"u64_t";
-    case vtFloat:
-      return L"float";
-    case vtDouble:
-      return L"double";
-    case vtWString:
-      return L"";
-    case vtNull:
-      return L"null";
-    default:
-      return nullptr;
-  }
-}
+}  // namespace
+
+char const* element_type_word(das_variant_type_t type) { return element_word(type).narrow; }
+
+wchar_t const* element_type_word_wide(das_variant_type_t type) { return element_word(type).wide; }
 
 bool append_number_text(std::string& out, variant_t const& value, int precision) {
   char buffer[64];
@@ -302,6 +297,10 @@ bool append_number_text(std::string& out, variant_t const& value, int precision)
   }
   out.append(buffer, result.ptr);
   return true;
+}
+
+bool integer_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length) {
+  return integer_from(out, type, text, length);
 }
 
 bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length) {

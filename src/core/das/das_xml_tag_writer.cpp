@@ -21,6 +21,7 @@
 
 #include <libxml/xmlwriter.h>
 
+#include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag_visitor.hpp>
 
@@ -35,8 +36,6 @@ namespace quillon2 {
 
 namespace {
 
-constexpr int k_success = 1;
-constexpr int k_general_failure = 0x40000001;
 constexpr std::uint32_t k_none = 0xFFFFFFFFu;
 // From this many attributes on, a tag finds its attributes through a hash index.
 constexpr std::uint32_t k_indexed_attributes = 12;
@@ -373,11 +372,11 @@ bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char co
   std::string escaped[2];
   for (int i = 0; i < 2; ++i) {
     std::size_t const length = std::strlen(texts[i]);
-    if (!internal::is_xml_text_utf8(texts[i], length) || length > internal::k_max_attribute_bytes) {
+    if (!internal::is_xml_text_utf8(texts[i], length) || length > internal::k_max_text_bytes) {
       return refuse("an object type name that XML cannot hold, of", name != nullptr ? name : "");
     }
     internal::append_escaped_attribute_utf8(escaped[i], texts[i], length);
-    if (escaped[i].size() > internal::k_max_attribute_bytes) {
+    if (escaped[i].size() > internal::k_max_text_bytes) {
       return refuse("an object type name too long for a document, of", name != nullptr ? name : "");
     }
   }
@@ -436,7 +435,7 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
     if (!store_escaped(text.wide, true, stored)) {
       return refuse("a text with characters that XML cannot hold in", name);
     }
-    if (stored.size > internal::k_max_attribute_bytes) {
+    if (stored.size > internal::k_max_text_bytes) {
       return refuse("a text too long for a document in", name);
     }
   } else {
@@ -612,28 +611,28 @@ bool visitor_variant_bag_to_string_t::open_tag(xmlTextWriterPtr writer, std::uin
 int visitor_variant_bag_to_string_t::write_document(xmlTextWriterPtr writer, char const* encoding) {
   if (xmlTextWriterSetIndent(writer, 1) < 0 ||
       xmlTextWriterStartDocument(writer, nullptr, encoding, nullptr) < 0) {
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
-  if (m_tags[0].hidden) return k_general_failure;
+  if (m_tags[0].hidden) return DAS_E_FAIL;
   std::uint32_t index = 0;
-  if (!open_tag(writer, index)) return k_general_failure;
+  if (!open_tag(writer, index)) return DAS_E_FAIL;
   for (;;) {
     std::uint32_t const child = first_visible(m_tags[index].first_child);
     if (child != k_none) {
       index = child;
-      if (!open_tag(writer, index)) return k_general_failure;
+      if (!open_tag(writer, index)) return DAS_E_FAIL;
       continue;
     }
     // Close this tag and the ancestors that have no further children.
     for (;;) {
-      if (xmlTextWriterEndElement(writer) < 0) return k_general_failure;
+      if (xmlTextWriterEndElement(writer) < 0) return DAS_E_FAIL;
       if (index == 0) {
-        return xmlTextWriterEndDocument(writer) < 0 ? k_general_failure : k_success;
+        return xmlTextWriterEndDocument(writer) < 0 ? DAS_E_FAIL : DAS_OK;
       }
       std::uint32_t const sibling = first_visible(m_tags[index].next_sibling);
       if (sibling != k_none) {
         index = sibling;
-        if (!open_tag(writer, index)) return k_general_failure;
+        if (!open_tag(writer, index)) return DAS_E_FAIL;
         break;
       }
       index = m_tags[index].parent;
@@ -672,10 +671,10 @@ int visitor_variant_bag_to_string_t::print(std::string& out, char const* encodin
     }
   };
   xmlTextWriterPtr writer = internal::new_callback_writer(write, &sink);
-  if (writer == nullptr) return k_general_failure;
+  if (writer == nullptr) return DAS_E_FAIL;
   int result = write_document(writer, encoding);
   xmlFreeTextWriter(writer);  // flushes what is left
-  if (sink.failed) result = k_general_failure;
+  if (sink.failed) result = DAS_E_FAIL;
   return result;
 }
 
@@ -686,9 +685,9 @@ int visitor_variant_bag_to_string_t::to_xml_string(KESMET_2_18::strings::ustring
 }
 
 int visitor_variant_bag_to_string_t::to_xml_file(wchar_t const* file_name, char const* encoding) {
-  if (file_name == nullptr) return k_general_failure;
+  if (file_name == nullptr) return DAS_E_FAIL;
   std::string bytes;
-  if (print(bytes, encoding, false) != k_success) return k_general_failure;
+  if (print(bytes, encoding, false) != DAS_OK) return DAS_E_FAIL;
   internal::atomic_file_writer_t file;
   if (!file.open(internal::native_file_name(file_name)) ||
       !file.write(bytes.data(), bytes.size()) || !file.commit()) {
@@ -696,9 +695,9 @@ int visitor_variant_bag_to_string_t::to_xml_file(wchar_t const* file_name, char 
     internal::append_utf8_as_wide(why, file.why().data(), file.why().size());
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot write an XML file " << file_name << L": " << why);
-    return k_general_failure;
+    return DAS_E_FAIL;
   }
-  return k_success;
+  return DAS_OK;
 }
 
 sptr_t<variant_bag_visitor_to_xml_t> create_visitor_to_xml(char const* root_path) {

@@ -141,53 +141,28 @@ bool is_xml_name(wchar_t const* name, std::size_t length) {
   return true;
 }
 
-bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t length) {
-  out.reserve(out.size() + length);
-  for (std::size_t i = 0; i < length; ++i) {
-    auto const c = static_cast<char32_t>(text[i]);
-    if (c < 0x80) {
-      if (c < 0x20 && c != 0x9 && c != 0xA && c != 0xD) return false;
-      out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-      if (!is_xml_char(c)) return false;
-      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-      if (c > 0x10FFFF) return false;
-      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
-  }
-  return true;
-}
-
 namespace {
 
 inline void put_utf8(std::string& out, char32_t c) {
   if (c < 0x80) {
     out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    return;
   }
+  char bytes[4];
+  out.append(bytes, encode_utf8(c, bytes));
 }
 
 }  // namespace
+
+bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t length) {
+  out.reserve(out.size() + length);
+  for (std::size_t i = 0; i < length; ++i) {
+    auto const c = static_cast<char32_t>(text[i]);
+    if (!is_xml_char(c)) return false;
+    put_utf8(out, c);
+  }
+  return true;
+}
 
 bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes) {
   utf8_bytes = 0;
@@ -257,18 +232,7 @@ void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t leng
       *p++ = static_cast<char>(text[i++]);
     }
     if (i == length) break;
-    char32_t const c = scalar(text[i++]);
-    if (c < 0x800) {
-      *p++ = static_cast<char>(0xC0 | (c >> 6));
-    } else if (c < 0x10000) {
-      *p++ = static_cast<char>(0xE0 | (c >> 12));
-      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    } else {
-      *p++ = static_cast<char>(0xF0 | (c >> 18));
-      *p++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      *p++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    }
-    *p++ = static_cast<char>(0x80 | (c & 0x3F));
+    p = encode_utf8(scalar(text[i++]), p);
   }
 }
 

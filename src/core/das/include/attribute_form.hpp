@@ -32,13 +32,6 @@ int namespace_row_of(char const* prefix, std::size_t length);
 // The row of the prefix "pointer".
 int pointer_namespace_row();
 
-// Largest UTF-8 size of one escaped attribute value and of one name that a save writes:
-// what libxml2 reads back without XML_PARSE_HUGE, less a margin.
-constexpr std::size_t k_max_attribute_bytes = 9900000;
-constexpr std::size_t k_max_name_bytes = 50000;
-// Elements nest at most this deep in a document that libxml2 reads back.
-constexpr std::size_t k_max_element_depth = 257;
-
 // The type prefix and value text of a value in the attribute form. `prefix` is null for
 // wide text, and null with an empty text (after an assertion) for the types that have no
 // attribute form. Numbers and booleans are appended to `text` as they are (ASCII, no

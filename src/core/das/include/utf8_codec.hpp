@@ -1,6 +1,6 @@
 // UTF-8 decoding shared by the readers: one decoder, whatever receives the code points,
 // so that counting and writing always agree. Malformed sequences give U+FFFD, one for
-// each maximal bad run that the decoder steps over.
+// each maximal bad run that the decoder steps over. And the one encoder of the writers.
 #pragma once
 
 #include <cstddef>
@@ -58,6 +58,27 @@ inline void decode_utf8(char const* text, std::size_t length, Sink&& sink) {
     if (!decode_utf8_sequence(s, length, i, c)) c = 0xFFFD;
     sink(c);
   }
+}
+
+// Writes the UTF-8 sequence of `c` (one to four bytes) at `out` and returns its end. The
+// caller has checked `c`: a surrogate or a value above U+10FFFF is written as it is.
+inline char* encode_utf8(char32_t c, char* out) {
+  if (c < 0x80) {
+    *out++ = static_cast<char>(c);
+  } else if (c < 0x800) {
+    *out++ = static_cast<char>(0xC0 | (c >> 6));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    *out++ = static_cast<char>(0xE0 | (c >> 12));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    *out++ = static_cast<char>(0xF0 | (c >> 18));
+    *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return out;
 }
 
 }  // namespace quillon2::internal

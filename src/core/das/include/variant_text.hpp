@@ -55,6 +55,11 @@ bool append_number_text(std::string& out, variant_t const& value, int precision 
 bool scalar_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length);
 bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text, std::size_t length);
 
+// Builds a value of one of the eight integer types from decimal text by the text layer's
+// rules (the whole text is the number; junk gives 0, a value beyond the range saturates).
+// False, with `out` untouched, for every other type.
+bool integer_from_text(variant_t& out, text_type_t type, char const* text, std::size_t length);
+
 // A vtWString made straight from UTF-8 text, decoded into the value's own block.
 variant_t wide_variant_from_utf8(char const* text, std::size_t length);
 

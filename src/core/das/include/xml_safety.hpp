@@ -31,6 +31,14 @@ void ensure_xml_safety();
 // The options a parse really runs with: `options` plus XML_PARSE_NONET, less XML_PARSE_HUGE.
 int safe_parse_options(int options);
 
+// What libxml2 reads back without XML_PARSE_HUGE, less a margin for how it splits long
+// texts; the writers of both bag forms refuse anything larger, so that every saved
+// document loads. The largest UTF-8 size of one text (an element's text, or an escaped
+// attribute value) and of one name, and the deepest nesting of elements.
+constexpr std::size_t k_max_text_bytes = 9900000;
+constexpr std::size_t k_max_name_bytes = 50000;
+constexpr std::size_t k_max_element_depth = 257;
+
 struct xml_doc_deleter_t {
   void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
 };
