@@ -9,6 +9,7 @@
 namespace KESMET_2_18::strings {
 
 using quillon2::internal::decode_utf8;
+using quillon2::internal::encode_utf8;
 using quillon2::internal::replacement_character;
 
 namespace {
@@ -17,23 +18,6 @@ namespace {
 // that costs far less than growing the result per character or sizing it in an extra
 // pass. A chunk ends early enough that the widest character still fits.
 constexpr std::size_t chunk_units = 2048;
-
-char* write_utf8(char* out, char32_t c) {
-  if (c < 0x800) {
-    *out++ = static_cast<char>(0xC0 | (c >> 6));
-    *out++ = static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    *out++ = static_cast<char>(0xE0 | (c >> 12));
-    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    *out++ = static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    *out++ = static_cast<char>(0xF0 | (c >> 18));
-    *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    *out++ = static_cast<char>(0x80 | (c & 0x3F));
-  }
-  return out;
-}
 
 // Appends a converted chunk; `done` of `total` input units are converted so far. The
 // first chunk sizes the result by its own ratio of output to input, so that a text
@@ -89,7 +73,7 @@ ustring8 utf16_to_utf8(ustring16 const& text) {
         if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) c = replacement_character;
         ++i;
       }
-      dst = write_utf8(dst, c);
+      dst = encode_utf8(c, dst);
     }
     append_chunk(out, buffer, dst, i, n);
   }

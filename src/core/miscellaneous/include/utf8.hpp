@@ -1,7 +1,8 @@
-// UTF-8 decoding of single code points, shared by the text layer's
-// sources. Decoding follows the well-formed byte sequences of Unicode (no overlong
-// forms, no surrogates, nothing above U+10FFFF) and reports the maximal ill-formed
-// part of a bad sequence, so that every such part becomes exactly one U+FFFD.
+// UTF-8 decoding and encoding of single code points, shared by the text layer and the
+// readers and writers of bags. Decoding follows the well-formed byte sequences of
+// Unicode (no overlong forms, no surrogates, nothing above U+10FFFF) and reports the
+// maximal ill-formed part of a bad sequence, so that every such part becomes exactly
+// one U+FFFD.
 #pragma once
 
 #include <cstddef>
@@ -57,6 +58,27 @@ inline std::size_t decode_utf8(unsigned char const* p, std::size_t n, char32_t& 
   code_point = value;
   valid = true;
   return used;
+}
+
+// Writes the UTF-8 sequence of `c` (one to four bytes) at `out` and returns its end. The
+// caller has checked `c`: a surrogate or a value above U+10FFFF is written as it is.
+inline char* encode_utf8(char32_t c, char* out) {
+  if (c < 0x80) {
+    *out++ = static_cast<char>(c);
+  } else if (c < 0x800) {
+    *out++ = static_cast<char>(0xC0 | (c >> 6));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    *out++ = static_cast<char>(0xE0 | (c >> 12));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    *out++ = static_cast<char>(0xF0 | (c >> 18));
+    *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return out;
 }
 
 }  // namespace quillon2::internal
