@@ -11,50 +11,14 @@
 #include <cstring>
 #include <string>
 
+#include "core/file_system/include/file_system_os.hpp"
+#include "core/file_system/posix/unique_fd.hpp"
+
 namespace quillon2::internal {
 namespace {
 
 std::string errno_text(char const* what, int error) {
   return std::string(what) + ": " + std::strerror(error);
-}
-
-std::string directory_of(std::string const& path) {
-  std::string::size_type const slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
-
-// Follows symbolic links from `path` to the name of the file that a save replaces; a
-// dangling link leads to the name it points to, which the save then creates.
-bool resolve_links(std::string path, std::string& resolved) {
-  for (int hops = 0; hops < 40; ++hops) {
-    struct stat st;
-    if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) {
-      resolved = path;
-      return true;
-    }
-    std::string target(static_cast<std::size_t>(st.st_size > 0 ? st.st_size : 256) + 1, '\0');
-    ssize_t const n = ::readlink(path.c_str(), target.data(), target.size());
-    if (n < 0 || static_cast<std::size_t>(n) >= target.size()) return false;
-    target.resize(static_cast<std::size_t>(n));
-    if (!target.empty() && target[0] != '/') target = directory_of(path) + "/" + target;
-    path = target;
-  }
-  return false;
-}
-
-ssize_t write_all(int fd, char const* data, std::size_t size) {
-  std::size_t done = 0;
-  while (done < size) {
-    ssize_t const n = ::write(fd, data + done, size - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return -1;
-    }
-    done += static_cast<std::size_t>(n);
-  }
-  return static_cast<ssize_t>(done);
 }
 
 }  // namespace
@@ -125,7 +89,8 @@ bool atomic_file_writer_t::open(std::string const& native_name) {
     m_why = "no such file";
     return false;
   }
-  if (!resolve_links(native_name, m_target)) {
+  m_target = native_name;
+  if (!fs_os::resolve_links(m_target)) {
     m_why = "too many symbolic links";
     return false;
   }
@@ -156,7 +121,7 @@ bool atomic_file_writer_t::open(std::string const& native_name) {
   }
 
   static std::atomic<unsigned long> counter{0};
-  std::string const directory = directory_of(m_target);
+  std::string const directory = fs_os::directory_of(m_target);
   std::string const base = m_target.substr(m_target.rfind('/') + 1);
   for (int attempt = 0; attempt < 100; ++attempt) {
     std::string const temp = directory + "/." + base + "." + std::to_string(::getpid()) + "." +
@@ -186,7 +151,7 @@ bool atomic_file_writer_t::open(std::string const& native_name) {
 
 bool atomic_file_writer_t::write(char const* data, std::size_t size) {
   if (m_fd < 0) return false;
-  if (write_all(m_fd, data, size) < 0) {
+  if (!fs_os::write_all(m_fd, data, size)) {
     m_why = errno_text("cannot write", errno);
     return false;
   }
@@ -214,7 +179,7 @@ bool atomic_file_writer_t::commit() {
   }
   m_temp.clear();
   // Make the rename itself durable; a failure here no longer endangers any data.
-  int const dir_fd = ::open(directory_of(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int const dir_fd = ::open(fs_os::directory_of(m_target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dir_fd >= 0) {
     ::fsync(dir_fd);
     ::close(dir_fd);

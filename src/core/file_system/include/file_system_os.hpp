@@ -99,4 +99,12 @@ bool read_file(std::string const& path, std::uint64_t max_bytes, std::string& by
 // file as it was.
 bool write_file(std::string const& path, std::string const& bytes);
 
+// The directory part of a native path: "." when it has none, "/" for the root.
+std::string directory_of(std::string const& path);
+
+// Follows symbolic links from `path` to the name that a save should replace, in place;
+// a dangling link leads to the missing file it names. False when the links go on for
+// more steps than the kernel follows, or one cannot be read.
+bool resolve_links(std::string& path);
+
 }  // namespace quillon2::internal::fs_os

@@ -27,14 +27,22 @@ constexpr int k_max_links = 40;
 // How many names a write tries for its temporary file.
 constexpr int k_max_temp_names = 100;
 
+// Writes in place, truncating: for targets that can't be replaced by a rename.
+bool write_in_place(std::string const& path, std::string const& bytes) {
+  unique_fd_t fd(retry_eintr([&] {
+    return ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  }));
+  return fd && write_all(fd.get(), bytes.data(), bytes.size()) && fd.close();
+}
+
+}  // namespace
+
 std::string directory_of(std::string const& path) {
   std::size_t const slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Follows symbolic links from `path` to the name that a write should replace. A
-// dangling link leads to the missing file it names.
 bool resolve_links(std::string& path) {
   for (int i = 0; i < k_max_links; ++i) {
     struct stat st;
@@ -47,16 +55,6 @@ bool resolve_links(std::string& path) {
   }
   return false;
 }
-
-// Writes in place, truncating: for targets that can't be replaced by a rename.
-bool write_in_place(std::string const& path, std::string const& bytes) {
-  unique_fd_t fd(retry_eintr([&] {
-    return ::open(path.c_str(), O_WRONLY | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  }));
-  return fd && write_all(fd.get(), bytes.data(), bytes.size()) && fd.close();
-}
-
-}  // namespace
 
 bool read_file(std::string const& path, std::uint64_t max_bytes, std::string& bytes) {
   bytes.clear();
