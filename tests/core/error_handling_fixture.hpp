@@ -10,7 +10,7 @@
 #include <quillon2/core/environ.hpp>
 #include <quillon2/core/error_code.hpp>
 
-#include "core/assert_recorder.hpp"
+#include "support/assert_recorder.hpp"
 
 namespace q2test {
 

@@ -11,7 +11,7 @@
 #include <quillon2/core/object_interface.hpp>
 #include <quillon2/headers/iterator.hpp>
 
-#include "core/assert_recorder.hpp"
+#include "support/assert_recorder.hpp"
 
 namespace {
 

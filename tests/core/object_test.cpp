@@ -13,7 +13,7 @@
 #include <quillon2/core/pool_allocator.hpp>
 #include <quillon2/core/smart_pointer.hpp>
 
-#include "core/assert_recorder.hpp"
+#include "support/assert_recorder.hpp"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include <quillon2/das/variant_bag_serialization2.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
-#include "das/assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 #include "support/temp_dir.hpp"
 
 namespace ql2 = quillon2;
@@ -227,7 +227,7 @@ TEST(AttributeFormRoundTrip, ThroughWideStringVariants) {
   ASSERT_EQ(1, ql2::load_variant_bag_from_string2(loaded, text, L"root"));
   expect_same_values(every_type(), loaded);
 
-  q2test::assert_capture_t asserts;
+  q2test::assert_recorder_t asserts;
   EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(loaded, variant_t(5), L"root"));
   EXPECT_TRUE(asserts.saw("can_get<const kesmet2::uchar_t*>()"));
 }

@@ -7,7 +7,7 @@
 #include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant_bag.hpp>
 
-#include "assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 
 using namespace quillon2;
 
@@ -103,7 +103,7 @@ TEST(RegistryLifecycle, TwoRegistrantsShareOneTypeUntilBothLeave) {
 }
 
 TEST(RegistryLifecycle, MisuseReports) {
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   object_registering_info_t const a = register_type(L"dasID_q2test::a_t", false);
   object_registering_info_t const b = register_type(L"dasID_q2test::b_t", false);
   EXPECT_EQ(add_alias(a.m_type, L"dasID_q2test::b_t"), b.m_type);
@@ -156,7 +156,7 @@ TEST(RegistryCreate, TypesWithoutCreatorOrWithAFailingOneAreRefused) {
 }
 
 TEST(RegistryTypeIds, AnUnregisteredStaticTypeReportsAndRegistersOnTheSpot) {
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   unsigned const id = type_id_t<q2test_types::plain_t>::get_type();
   EXPECT_TRUE(capture.saw("false"));
   EXPECT_NE(id, DAS_UNREGISTERED_TYPE);

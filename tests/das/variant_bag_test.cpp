@@ -5,7 +5,7 @@
 
 #include <quillon2/das/variant_bag.hpp>
 
-#include "assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 
 using namespace quillon2;
 
@@ -159,7 +159,7 @@ TEST(BagNames, LinkedChildrenKnowTheirNameAndParent) {
 }
 
 TEST(BagNames, RootWithoutNameReportsAndAnswersNull) {
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   variant_bag_t root;
   EXPECT_EQ(root.get_name(), nullptr);
   EXPECT_TRUE(capture.saw("false"));
@@ -262,7 +262,7 @@ TEST(BagEquality, ChildrenCompareRecursively) {
 }
 
 TEST(BagMisuse, NullNamesAndSelfInsertionReport) {
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   variant_bag_t bag;
   bag.add(nullptr, variant_t(1));
   EXPECT_TRUE(capture.saw("name != NULL"));

@@ -23,7 +23,7 @@
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
-#include "das/assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 #include "support/temp_dir.hpp"
 
 namespace ql2 = quillon2;
@@ -210,7 +210,7 @@ TEST(BagXmlDocument, EmptyBlobIsOneLineFeedAndHiddenNamesAreNotWritten) {
 }
 
 TEST(BagXmlDocument, NarrowTextIsDeprecatedAndLeftOut) {
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   variant_bag_t bag;
   bag.add<variant_t>(L"narrow", variant_t("abc", false));
   bag.add<variant_t>(L"kept", variant_t(1));
@@ -391,7 +391,7 @@ TEST(BagXmlLoad, MalformedAndForeignDocumentsFailWithAnEmptyBag) {
     EXPECT_EQ(k_failure, from_text(bag, text)) << KESMET_2_18::strings::utf16_to_utf8(text);
     EXPECT_TRUE(bag.is_empty());
   }
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   variant_bag_t bag;
   EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string(bag, variant_t(3)));
   EXPECT_EQ(1u, capture.count());

@@ -14,7 +14,7 @@
 #include <quillon2/das/variant_bag_serialization.hpp>
 #include <quillon2/das/variant_operations.hpp>
 
-#include "das/assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 
 namespace ql2 = quillon2;
 using ql2::variant_t;
@@ -24,14 +24,10 @@ namespace {
 // Every test sees the assertions its own calls report.
 class VariantMath : public ::testing::Test {
  protected:
-  static std::vector<std::string> taken() {
-    std::vector<std::string> result;
-    result.swap(q2test::assert_capture_t::reports());
-    return result;
-  }
+  std::vector<std::string> taken() { return m_capture.take_conditions(); }
 
  private:
-  q2test::assert_capture_t m_capture;
+  q2test::assert_recorder_t m_capture;
 };
 
 variant_t w(wchar_t const* text) { return variant_t(text, false); }

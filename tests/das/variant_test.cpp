@@ -12,7 +12,7 @@
 
 #include <quillon2/das/variant.hpp>
 
-#include "assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 
 using namespace quillon2;
 
@@ -139,7 +139,7 @@ TEST(VariantAccess, FloatingReadsConvertBySignedness) {
 }
 
 TEST(VariantAccess, WrongReadsReportTheExactCondition) {
-  q2test::assert_capture_t capture;
+  q2test::assert_recorder_t capture;
   variant_t v(70000);
   EXPECT_EQ(v.get<s16_t>(), static_cast<s16_t>(70000));
   EXPECT_TRUE(capture.saw("can_get<s16_t>()"));

@@ -19,7 +19,7 @@
 #include <quillon2/das/variant_bag_visitor.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
-#include "das/assert_capture.hpp"
+#include "support/assert_recorder.hpp"
 #include "support/temp_dir.hpp"
 
 namespace ql2 = quillon2;
@@ -201,7 +201,7 @@ TEST(VariantBagBuilder, RebuildsValuesFirstBagsLastAndPointersAsProxies) {
 }
 
 TEST(VariantBagBuilder, UnbalancedEndsAreReportedAndChangeNothing) {
-  q2test::assert_capture_t asserts;
+  q2test::assert_recorder_t asserts;
   variant_bag_t target;
   auto builder = ql2::create_variant_bag_builder(target);
   EXPECT_FALSE(builder->on_end_variant_bag());
@@ -305,7 +305,7 @@ TEST(VisitorToXml, RefusesWhatADocumentCannotHold) {
 }
 
 TEST(VisitorToXml, AfterTheRootIsClosedEventsFailButPrintingWorks) {
-  q2test::assert_capture_t asserts;
+  q2test::assert_recorder_t asserts;
   auto visitor = ql2::create_visitor_to_xml("r");
   EXPECT_TRUE(visitor->on_end_variant_bag());
   EXPECT_FALSE(visitor->on_variant("a", variant_t(1)));
@@ -316,7 +316,7 @@ TEST(VisitorToXml, AfterTheRootIsClosedEventsFailButPrintingWorks) {
 }
 
 TEST(VisitorToXml, TypesWithoutAnAttributeFormAreReportedAndWrittenEmpty) {
-  q2test::assert_capture_t asserts;
+  q2test::assert_recorder_t asserts;
   auto visitor = ql2::create_visitor_to_xml("r");
   EXPECT_TRUE(visitor->on_variant("narrow", variant_t("old text")));
   EXPECT_EQ(1u, asserts.count());

@@ -20,6 +20,7 @@
 #include <quillon2/headers/kesmet.hpp>
 
 #include "file_system/private_mount.hpp"
+#include "support/assert_recorder.hpp"
 #include "support/temp_dir.hpp"
 
 namespace {
@@ -90,11 +91,6 @@ TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
   EXPECT_TRUE(path_t::is_directory(backslashed));
 }
 
-std::vector<std::string> g_reports;
-void capture_report(char const* condition, char const*, unsigned, char const* function) {
-  g_reports.push_back(std::string(condition) + " in " + function);
-}
-
 TEST_F(FileOps, ReadonlyTrialsOffAReadOnlyMount) {
   write("f");
   mkdir("d");
@@ -107,14 +103,20 @@ TEST_F(FileOps, ReadonlyTrialsOffAReadOnlyMount) {
   EXPECT_FALSE(read_only);
   EXPECT_TRUE(failed);
   // A missing path is reported through an assertion, an empty one is not tried.
-  g_reports.clear();
-  auto const previous = quillon2::internal::set_assert_hook(&capture_report);
-  bool const missing_read_only = at("missing").is_readonly(3);
-  bool const empty_read_only = path_t().is_readonly(3);
-  quillon2::internal::set_assert_hook(previous);
+  std::vector<q2test::assert_report_t> reports;
+  bool missing_read_only;
+  bool empty_read_only;
+  {
+    q2test::assert_recorder_t asserts;
+    missing_read_only = at("missing").is_readonly(3);
+    empty_read_only = path_t().is_readonly(3);
+    reports = asserts.reports();
+  }
   EXPECT_FALSE(missing_read_only);
   EXPECT_FALSE(empty_read_only);
-  EXPECT_EQ(std::vector<std::string>{"fail == false in quillon2::path_t::is_readonly"}, g_reports);
+  ASSERT_EQ(1u, reports.size());
+  EXPECT_EQ("fail == false", reports[0].condition);
+  EXPECT_EQ("quillon2::path_t::is_readonly", reports[0].function);
 }
 
 TEST_F(FileOps, ReadonlyTrialsOnAReadOnlyFileSystem) {

@@ -2,6 +2,7 @@
 // and goes on. Reports from any thread are kept in order of arrival.
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -35,6 +36,18 @@ class assert_recorder_t {
   std::vector<std::string> conditions() const {
     std::vector<std::string> result;
     for (auto const& report : reports()) result.push_back(report.condition);
+    return result;
+  }
+  bool saw(std::string const& condition) const {
+    auto const all = conditions();
+    return std::find(all.begin(), all.end(), condition) != all.end();
+  }
+  std::size_t count() const { return reports().size(); }
+  // The conditions reported so far, which are then forgotten.
+  std::vector<std::string> take_conditions() {
+    std::vector<std::string> result = conditions();
+    std::lock_guard<std::mutex> lock(mutex());
+    store().erase(store().begin(), store().begin() + static_cast<std::ptrdiff_t>(result.size()));
     return result;
   }
 
