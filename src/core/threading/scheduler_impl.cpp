@@ -27,10 +27,6 @@ namespace {
 using internal::log_trace;
 using internal::scheduler_logger;
 
-// Bit 0 of a task's flags: an ordinary stage was handed to a unit, so the task has
-// really started and its finalization stages are to run.
-constexpr int started_flag = 1;
-
 // Marks the threads that a scheduler's units started, by the scheduler's id.
 thread_local std::uint64_t t_unit_thread_of = 0;
 
@@ -206,7 +202,7 @@ void scheduler_impl_t::schedule_next_task_stage(task_ptr const& task) {
 void scheduler_impl_t::schedule_next_task_final_stage(task_ptr const& task) {
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::schedule_next_task_final_stage. task:" << display_name(task));
-  if ((task->get_flags() & started_flag) != 0 && dispatch_next_stage(task, true)) return;
+  if ((task->get_flags() & task_t::started_flag) != 0 && dispatch_next_stage(task, true)) return;
   handle_task_complete(task);
 }
 
