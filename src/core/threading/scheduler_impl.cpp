@@ -496,7 +496,7 @@ boost::shared_ptr<scheduler_t> create_default_scheduler(
   });
   if (create_main_unit) impl->add_unit(unit_main, boost::make_shared<thread_pool_unit_t>(1u));
   impl->add_unit(unit_service, boost::make_shared<thread_pool_unit_t>(
-                                   std::min(thread_pool_unit_t::MaxThreads, 16u)));
+                                   thread_pool_unit_t::default_thread_limit()));
   impl->add_unit(unit_long_tasks, boost::make_shared<threads_unit_t>());
   impl->add_unit(unit_delay_tasks, boost::make_shared<delayed_tasks_unit_t>());
   return scheduler;
