@@ -45,8 +45,7 @@ void queue_unit_t::process_queue(int count) {
       stage_completed(job.first);
     } catch (...) {
       internal::log_stage_exception("queue_unit_t", job.first.get(), __FILE__, __LINE__);
-      internal::notify_status_callbacks(
-          m_callbacks_mutex, m_callbacks,
+      m_observers.notify(
           [&](scheduler_status_callback_t& callback) { callback.task_exception(job.first); });
       if (!taken.empty()) {
         // The jobs not yet run keep their place at the head of the queue.
@@ -75,8 +74,7 @@ void queue_unit_t::terminate() {
 }
 
 void queue_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
-  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
-  m_callbacks = callbacks;
+  m_observers.assign(callbacks);
 }
 
 }  // namespace quillon2::threading
