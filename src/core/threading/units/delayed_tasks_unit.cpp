@@ -177,8 +177,8 @@ void delayed_tasks_unit_t::fire(job_list_t& due,
       throw;
     } catch (...) {
       // What followed the wait threw; the timer goes on with the other jobs.
-      internal::log_stage_exception("delayed_tasks_unit_t", job->task.get(), __FILE__, __LINE__);
-      m_observers.notify([&](scheduler_status_callback_t& c) { c.task_exception(job->task); });
+      internal::report_stage_exception("delayed_tasks_unit_t", m_observers, job->task, __FILE__,
+                                       __LINE__);
     }
   }
 }

@@ -178,8 +178,8 @@ void thread_pool_unit_t::execute_job(job_t const& job) {
     job.second->signal(job.first);
     stage_completed(job.first);
   } catch (...) {
-    internal::log_stage_exception("thread_pool_unit_t", job.first.get(), __FILE__, __LINE__);
-    m_observers.notify([&](scheduler_status_callback_t& c) { c.task_exception(job.first); });
+    internal::report_stage_exception("thread_pool_unit_t", m_observers, job.first, __FILE__,
+                                     __LINE__);
     throw;
   }
 }

@@ -111,8 +111,7 @@ void threads_unit_t::execute_job(boost::shared_ptr<task_t> const& task,
   } catch (boost::thread_interrupted const&) {
     throw;
   } catch (...) {
-    internal::log_stage_exception("threads_unit_t", task.get(), __FILE__, __LINE__);
-    m_observers.notify([&](scheduler_status_callback_t& c) { c.task_exception(task); });
+    internal::report_stage_exception("threads_unit_t", m_observers, task, __FILE__, __LINE__);
     throw;
   }
 }
