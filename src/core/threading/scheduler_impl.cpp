@@ -43,21 +43,16 @@ using lock_t = std::lock_guard<spin_lock_t>;
 // Answers whether the cancellation of one group has come to its end.
 class scheduler_impl_t::cancel_operation_status_t : public scheduler_operation_status_t {
  public:
-  cancel_operation_status_t(std::list<canceling_group_t> const& canceling, spin_lock_t& lock,
-                            std::wstring group)
-      : m_canceling_groups(canceling), m_lock(lock), m_group(std::move(group)) {}
+  cancel_operation_status_t(scheduler_impl_t const& scheduler, std::wstring group)
+      : m_scheduler(scheduler), m_group(std::move(group)) {}
 
   bool is_finished() override {
-    lock_t guard(m_lock);
-    for (auto const& entry : m_canceling_groups) {
-      if (matches(entry.group, m_group)) return false;
-    }
-    return true;
+    lock_t guard(m_scheduler.m_tasks_lock);
+    return !m_scheduler.is_under_canceling_group(m_group);
   }
 
  private:
-  std::list<canceling_group_t> const& m_canceling_groups;
-  spin_lock_t& m_lock;
+  scheduler_impl_t const& m_scheduler;
   std::wstring m_group;
 };
 
@@ -328,8 +323,7 @@ scheduler_error_t scheduler_impl_t::cancel_and_wait(
   scheduler_error_t const err = self.cancel(group);
   if (err != seOk) return err;
 
-  auto status =
-      boost::make_shared<cancel_operation_status_t>(m_canceling_groups, m_tasks_lock, group);
+  auto status = boost::make_shared<cancel_operation_status_t>(*this, group);
   boost::weak_ptr<scheduler_operation_status_t> weak_status = status;
   (callback ? callback : m_default_wait)->wait(weak_status);
   Q2_LOG(scheduler_logger(), log_trace,
