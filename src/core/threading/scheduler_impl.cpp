@@ -396,6 +396,9 @@ void scheduler_impl_t::publish_callbacks() {
   m_callback_snapshot = boost::make_shared<std::vector<callback_ptr> const>(
       m_status_callbacks.begin(), m_status_callbacks.end());
   m_callback_count.store(m_status_callbacks.size(), std::memory_order_release);
+  callback_list const for_units = unit_callbacks();
+  lock_t units_guard(m_units_lock);
+  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
 }
 
 scheduler_error_t scheduler_impl_t::add_status_callback(
@@ -407,9 +410,6 @@ scheduler_error_t scheduler_impl_t::add_status_callback(
   }
   m_status_callbacks.push_back(std::move(callback));
   publish_callbacks();
-  callback_list const for_units = unit_callbacks();
-  lock_t units_guard(m_units_lock);
-  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
   return seOk;
 }
 
@@ -420,9 +420,6 @@ scheduler_error_t scheduler_impl_t::remove_status_callback(
   if (found == m_status_callbacks.end()) return seNotFound;
   m_status_callbacks.erase(found);
   publish_callbacks();
-  callback_list const for_units = unit_callbacks();
-  lock_t units_guard(m_units_lock);
-  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
   return seOk;
 }
 
