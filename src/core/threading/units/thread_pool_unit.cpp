@@ -54,10 +54,7 @@ void thread_pool_unit_t::set_status_callbacks(status_callbacks_t const& callback
   m_observers.assign(callbacks);
 }
 
-unsigned int thread_pool_unit_t::get_thread_limit() {
-  spin_guard_t guard(m_lock);
-  return m_thread_limit;
-}
+unsigned int thread_pool_unit_t::get_thread_limit() { return m_thread_limit; }
 
 unsigned int thread_pool_unit_t::get_active_threads() {
   spin_guard_t guard(m_lock);

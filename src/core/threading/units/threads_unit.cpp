@@ -33,10 +33,7 @@ void threads_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
   m_observers.assign(callbacks);
 }
 
-unsigned int threads_unit_t::get_thread_limit() {
-  spin_guard_t guard(m_lock);
-  return thread_limit;
-}
+unsigned int threads_unit_t::get_thread_limit() { return thread_limit; }
 
 unsigned int threads_unit_t::get_active_threads() {
   spin_guard_t guard(m_lock);

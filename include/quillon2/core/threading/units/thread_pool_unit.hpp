@@ -71,9 +71,9 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   std::vector<boost::shared_ptr<boost::thread>> take_workers();
 
   _internal::unit_observers_t m_observers;
-  spin_lock_t m_lock;  // guards the workers and the three counters
+  unsigned int const m_thread_limit;
+  spin_lock_t m_lock;  // guards the workers and the two counters
   std::vector<boost::shared_ptr<boost::thread>> m_workers;
-  unsigned int m_thread_limit;
   unsigned int m_active_threads = 0;
   unsigned int m_threads = 0;
   boost::mutex m_queue_mutex;
