@@ -157,13 +157,7 @@ void signal_base_t::_erase(connection_t const& connection) {
   if (!subscriber_found) return;
 
   subscriber_base_t* subscriber = found->connection.subscriber;
-  if (m_is_valid_flag != nullptr) {
-    // A running emission may stand on this node: clear it, the emission removes it.
-    found->connection = connection_t();
-    ++m_invalid_count;
-  } else {
-    unlink_and_free(found);
-  }
+  discard(found);
   remove_sender(subscriber);
 }
 
@@ -183,14 +177,7 @@ void signal_base_t::erase_subscriber(subscriber_base_t* subscriber) {
   mutex_guard_t guard(m_core->mutex);
   for (node_t* node = m_head.next; node != &m_head;) {
     node_t* next = node->next;
-    if (node->connection.subscriber == subscriber) {
-      if (m_is_valid_flag != nullptr) {
-        node->connection = connection_t();
-        ++m_invalid_count;
-      } else {
-        unlink_and_free(node);
-      }
-    }
+    if (node->connection.subscriber == subscriber) discard(node);
     node = next;
   }
 }
@@ -207,6 +194,16 @@ void signal_base_t::erase_all() {
     }
   }
   if (m_is_valid_flag == nullptr) free_all_nodes();
+}
+
+void signal_base_t::discard(node_t* node) noexcept {
+  if (m_is_valid_flag != nullptr) {
+    // A running emission may stand on this node: clear it, the emission removes it.
+    node->connection = connection_t();
+    ++m_invalid_count;
+  } else {
+    unlink_and_free(node);
+  }
 }
 
 void signal_base_t::unlink_and_free(node_t* node) noexcept {

@@ -27,10 +27,6 @@ namespace {
 using internal::log_trace;
 using internal::scheduler_logger;
 
-// Bit 0 of a task's flags: an ordinary stage was handed to a unit, so the task has
-// really started and its finalization stages are to run.
-constexpr int started_flag = 1;
-
 // Marks the threads that a scheduler's units started, by the scheduler's id.
 thread_local std::uint64_t t_unit_thread_of = 0;
 
@@ -47,21 +43,16 @@ using lock_t = std::lock_guard<spin_lock_t>;
 // Answers whether the cancellation of one group has come to its end.
 class scheduler_impl_t::cancel_operation_status_t : public scheduler_operation_status_t {
  public:
-  cancel_operation_status_t(std::list<canceling_group_t> const& canceling, spin_lock_t& lock,
-                            std::wstring group)
-      : m_canceling_groups(canceling), m_lock(lock), m_group(std::move(group)) {}
+  cancel_operation_status_t(scheduler_impl_t const& scheduler, std::wstring group)
+      : m_scheduler(scheduler), m_group(std::move(group)) {}
 
   bool is_finished() override {
-    lock_t guard(m_lock);
-    for (auto const& entry : m_canceling_groups) {
-      if (matches(entry.group, m_group)) return false;
-    }
-    return true;
+    lock_t guard(m_scheduler.m_tasks_lock);
+    return !m_scheduler.is_under_canceling_group(m_group);
   }
 
  private:
-  std::list<canceling_group_t> const& m_canceling_groups;
-  spin_lock_t& m_lock;
+  scheduler_impl_t const& m_scheduler;
   std::wstring m_group;
 };
 
@@ -206,7 +197,7 @@ void scheduler_impl_t::schedule_next_task_stage(task_ptr const& task) {
 void scheduler_impl_t::schedule_next_task_final_stage(task_ptr const& task) {
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::schedule_next_task_final_stage. task:" << display_name(task));
-  if ((task->get_flags() & started_flag) != 0 && dispatch_next_stage(task, true)) return;
+  if ((task->get_flags() & task_t::started_flag) != 0 && dispatch_next_stage(task, true)) return;
   handle_task_complete(task);
 }
 
@@ -332,8 +323,7 @@ scheduler_error_t scheduler_impl_t::cancel_and_wait(
   scheduler_error_t const err = self.cancel(group);
   if (err != seOk) return err;
 
-  auto status =
-      boost::make_shared<cancel_operation_status_t>(m_canceling_groups, m_tasks_lock, group);
+  auto status = boost::make_shared<cancel_operation_status_t>(*this, group);
   boost::weak_ptr<scheduler_operation_status_t> weak_status = status;
   (callback ? callback : m_default_wait)->wait(weak_status);
   Q2_LOG(scheduler_logger(), log_trace,
@@ -406,6 +396,9 @@ void scheduler_impl_t::publish_callbacks() {
   m_callback_snapshot = boost::make_shared<std::vector<callback_ptr> const>(
       m_status_callbacks.begin(), m_status_callbacks.end());
   m_callback_count.store(m_status_callbacks.size(), std::memory_order_release);
+  callback_list const for_units = unit_callbacks();
+  lock_t units_guard(m_units_lock);
+  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
 }
 
 scheduler_error_t scheduler_impl_t::add_status_callback(
@@ -417,9 +410,6 @@ scheduler_error_t scheduler_impl_t::add_status_callback(
   }
   m_status_callbacks.push_back(std::move(callback));
   publish_callbacks();
-  callback_list const for_units = unit_callbacks();
-  lock_t units_guard(m_units_lock);
-  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
   return seOk;
 }
 
@@ -430,9 +420,6 @@ scheduler_error_t scheduler_impl_t::remove_status_callback(
   if (found == m_status_callbacks.end()) return seNotFound;
   m_status_callbacks.erase(found);
   publish_callbacks();
-  callback_list const for_units = unit_callbacks();
-  lock_t units_guard(m_units_lock);
-  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
   return seOk;
 }
 
@@ -500,7 +487,7 @@ boost::shared_ptr<scheduler_t> create_default_scheduler(
   });
   if (create_main_unit) impl->add_unit(unit_main, boost::make_shared<thread_pool_unit_t>(1u));
   impl->add_unit(unit_service, boost::make_shared<thread_pool_unit_t>(
-                                   std::min(thread_pool_unit_t::MaxThreads, 16u)));
+                                   thread_pool_unit_t::default_thread_limit()));
   impl->add_unit(unit_long_tasks, boost::make_shared<threads_unit_t>());
   impl->add_unit(unit_delay_tasks, boost::make_shared<delayed_tasks_unit_t>());
   return scheduler;

@@ -8,6 +8,30 @@ namespace quillon2::threading {
 
 using KESMET_2_18::strings::ustring8;
 
+namespace {
+
+using stage_list_t = std::list<boost::shared_ptr<stage_t>>;
+
+// The head of one of a task's two queues, null when it is empty.
+boost::shared_ptr<stage_t> take_first(spin_lock_t& lock, stage_list_t& stages) {
+  boost::shared_ptr<stage_t> stage;
+  spin_guard_t guard(lock);
+  if (!stages.empty()) {
+    stage.swap(stages.front());
+    stages.pop_front();
+  }
+  return stage;
+}
+
+void append(spin_lock_t& lock, stage_list_t& stages, boost::shared_ptr<stage_t> stage) {
+  // A null entry would read as the end of the queue.
+  if (!stage) return;
+  spin_guard_t guard(lock);
+  stages.push_back(std::move(stage));
+}
+
+}  // namespace
+
 // --- task_t --------------------------------------------------------------------------
 
 task_t::task_t() noexcept : m_flags(0) {}
@@ -30,24 +54,10 @@ void default_task_t::cancel() { m_canceled.exchange(1); }
 
 bool default_task_t::is_canceled() const { return m_canceled.load() != 0; }
 
-boost::shared_ptr<stage_t> default_task_t::pop_stage() {
-  boost::shared_ptr<stage_t> stage;
-  spin_guard_t guard(m_lock);
-  if (!m_stages.empty()) {
-    stage.swap(m_stages.front());
-    m_stages.pop_front();
-  }
-  return stage;
-}
+boost::shared_ptr<stage_t> default_task_t::pop_stage() { return take_first(m_lock, m_stages); }
 
 boost::shared_ptr<stage_t> default_task_t::pop_finalization_stage() {
-  boost::shared_ptr<stage_t> stage;
-  spin_guard_t guard(m_lock);
-  if (!m_finalization_stages.empty()) {
-    stage.swap(m_finalization_stages.front());
-    m_finalization_stages.pop_front();
-  }
-  return stage;
+  return take_first(m_lock, m_finalization_stages);
 }
 
 ustring8 default_task_t::get_display_name() const {
@@ -59,17 +69,12 @@ ustring8 default_task_t::get_display_name() const {
 }
 
 scheduler_error_t default_task_t::push_stage(boost::shared_ptr<stage_t> stage) {
-  // A null entry would read as the end of the queue.
-  if (!stage) return seOk;
-  spin_guard_t guard(m_lock);
-  m_stages.push_back(std::move(stage));
+  append(m_lock, m_stages, std::move(stage));
   return seOk;
 }
 
 scheduler_error_t default_task_t::push_finalization_stage(boost::shared_ptr<stage_t> stage) {
-  if (!stage) return seOk;
-  spin_guard_t guard(m_lock);
-  m_finalization_stages.push_back(std::move(stage));
+  append(m_lock, m_finalization_stages, std::move(stage));
   return seOk;
 }
 

@@ -1,4 +1,4 @@
-// unit_t defaults.
+// unit_t defaults, and the observer copy of the library's units.
 #include <quillon2/core/threading/unit.hpp>
 
 namespace quillon2::threading {
@@ -14,3 +14,12 @@ void unit_t::terminate() {}
 void unit_t::set_status_callbacks(status_callbacks_t const&) {}
 
 }  // namespace quillon2::threading
+
+namespace quillon2::_internal {
+
+void unit_observers_t::assign(threading::status_callbacks_t const& callbacks) {
+  boost::lock_guard<boost::recursive_mutex> guard(m_mutex);
+  m_callbacks = callbacks;
+}
+
+}  // namespace quillon2::_internal

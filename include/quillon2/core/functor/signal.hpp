@@ -251,6 +251,9 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   friend class subscriber_base_t;
 
   bool contains(connection_t const& connection) const;
+  // Takes a node out of the list, or, while an emission runs, clears its record for the
+  // emission to remove.
+  void discard(node_t* node) noexcept;
   void unlink_and_free(node_t* node) noexcept;
   void free_all_nodes() noexcept;
   void remove_sender(subscriber_base_t* subscriber);

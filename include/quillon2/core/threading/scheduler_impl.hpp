@@ -119,6 +119,8 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   // Calls `notify` on every observer under the callback mutex.
   template <typename F>
   void notify(F const& notify);
+  // Hands a changed observer list on: to the snapshot that notifications walk and to
+  // every registered unit.
   void publish_callbacks();
   // What the units get: the observers behind the marker of this scheduler's threads.
   callback_list unit_callbacks() const;

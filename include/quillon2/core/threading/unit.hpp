@@ -8,6 +8,8 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/recursive_mutex.hpp>
 
 #include <quillon2/core/functor/signal.hpp>
 #include <quillon2/core/threading/scheduler.hpp>
@@ -41,3 +43,30 @@ class QUILLON2_API unit_t {
 };
 
 }  // namespace quillon2::threading
+
+namespace quillon2::_internal {
+
+// The copy of the scheduler's observers that a unit of this library keeps
+// (set_status_callbacks) and calls from its threads.
+class QUILLON2_API unit_observers_t {
+ public:
+  void assign(threading::status_callbacks_t const& callbacks);
+
+  // Calls `notify(callback)` for every observer, under a recursive mutex. The walk goes
+  // over a snapshot: an observer may replace the list (set_status_callbacks) from inside
+  // the call on the same thread.
+  template <class Notify>
+  void notify(Notify notify) {
+    boost::lock_guard<boost::recursive_mutex> guard(m_mutex);
+    threading::status_callbacks_t const snapshot(m_callbacks);
+    for (auto const& callback : snapshot) {
+      if (callback) notify(*callback);
+    }
+  }
+
+ private:
+  boost::recursive_mutex m_mutex;
+  threading::status_callbacks_t m_callbacks;
+};
+
+}  // namespace quillon2::_internal

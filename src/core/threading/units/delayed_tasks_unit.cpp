@@ -82,8 +82,7 @@ void delayed_tasks_unit_t::terminate() {
 }
 
 void delayed_tasks_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
-  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
-  m_callbacks = callbacks;
+  m_observers.assign(callbacks);
 }
 
 std::size_t delayed_tasks_unit_t::pending_jobs() const {
@@ -111,8 +110,7 @@ scheduler_error_t delayed_tasks_unit_t::execute(boost::shared_ptr<task_t> task,
 }
 
 void delayed_tasks_unit_t::timer_thread() {
-  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
-                                    [](scheduler_status_callback_t& c) { c.thread_started(); });
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
   try {
     _internal::signal_t<boost::shared_ptr<task_t>> completed;
     completed.connect(stage_completed);
@@ -161,8 +159,7 @@ void delayed_tasks_unit_t::timer_thread() {
   } catch (boost::thread_interrupted const&) {
     // terminate() ends the thread.
   }
-  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
-                                    [](scheduler_status_callback_t& c) { c.thread_finished(); });
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_finished(); });
 }
 
 void delayed_tasks_unit_t::fire(job_list_t& due,
@@ -180,10 +177,8 @@ void delayed_tasks_unit_t::fire(job_list_t& due,
       throw;
     } catch (...) {
       // What followed the wait threw; the timer goes on with the other jobs.
-      internal::log_stage_exception("delayed_tasks_unit_t", job->task.get(), __FILE__, __LINE__);
-      internal::notify_status_callbacks(
-          m_callbacks_mutex, m_callbacks,
-          [&](scheduler_status_callback_t& c) { c.task_exception(job->task); });
+      internal::report_stage_exception("delayed_tasks_unit_t", m_observers, job->task, __FILE__,
+                                       __LINE__);
     }
   }
 }

@@ -44,10 +44,7 @@ void queue_unit_t::process_queue(int count) {
       job.second->signal(job.first);
       stage_completed(job.first);
     } catch (...) {
-      internal::log_stage_exception("queue_unit_t", job.first.get(), __FILE__, __LINE__);
-      internal::notify_status_callbacks(
-          m_callbacks_mutex, m_callbacks,
-          [&](scheduler_status_callback_t& callback) { callback.task_exception(job.first); });
+      internal::report_stage_exception("queue_unit_t", m_observers, job.first, __FILE__, __LINE__);
       if (!taken.empty()) {
         // The jobs not yet run keep their place at the head of the queue.
         spin_guard_t guard(m_lock);
@@ -75,8 +72,7 @@ void queue_unit_t::terminate() {
 }
 
 void queue_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
-  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
-  m_callbacks = callbacks;
+  m_observers.assign(callbacks);
 }
 
 }  // namespace quillon2::threading

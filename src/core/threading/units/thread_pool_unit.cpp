@@ -51,14 +51,10 @@ thread_pool_unit_t::~thread_pool_unit_t() {
 void thread_pool_unit_t::on_registered() {}
 
 void thread_pool_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
-  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
-  m_callbacks = callbacks;
+  m_observers.assign(callbacks);
 }
 
-unsigned int thread_pool_unit_t::get_thread_limit() {
-  spin_guard_t guard(m_lock);
-  return m_thread_limit;
-}
+unsigned int thread_pool_unit_t::get_thread_limit() { return m_thread_limit; }
 
 unsigned int thread_pool_unit_t::get_active_threads() {
   spin_guard_t guard(m_lock);
@@ -122,15 +118,13 @@ void thread_pool_unit_t::terminate() {
 }
 
 void thread_pool_unit_t::worker_thread() {
-  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
-                                    [](scheduler_status_callback_t& c) { c.thread_started(); });
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
   try {
     process_jobs_queue();
   } catch (boost::thread_interrupted const&) {
     // terminate() ends the worker.
   }
-  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
-                                    [](scheduler_status_callback_t& c) { c.thread_finished(); });
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_finished(); });
 }
 
 void thread_pool_unit_t::process_jobs_queue() {
@@ -181,10 +175,8 @@ void thread_pool_unit_t::execute_job(job_t const& job) {
     job.second->signal(job.first);
     stage_completed(job.first);
   } catch (...) {
-    internal::log_stage_exception("thread_pool_unit_t", job.first.get(), __FILE__, __LINE__);
-    internal::notify_status_callbacks(
-        m_callbacks_mutex, m_callbacks,
-        [&](scheduler_status_callback_t& c) { c.task_exception(job.first); });
+    internal::report_stage_exception("thread_pool_unit_t", m_observers, job.first, __FILE__,
+                                     __LINE__);
     throw;
   }
 }

@@ -30,14 +30,10 @@ threads_unit_t::~threads_unit_t() {
 void threads_unit_t::on_registered() {}
 
 void threads_unit_t::set_status_callbacks(status_callbacks_t const& callbacks) {
-  boost::lock_guard<boost::recursive_mutex> guard(m_callbacks_mutex);
-  m_callbacks = callbacks;
+  m_observers.assign(callbacks);
 }
 
-unsigned int threads_unit_t::get_thread_limit() {
-  spin_guard_t guard(m_lock);
-  return thread_limit;
-}
+unsigned int threads_unit_t::get_thread_limit() { return thread_limit; }
 
 unsigned int threads_unit_t::get_active_threads() {
   spin_guard_t guard(m_lock);
@@ -70,8 +66,7 @@ void threads_unit_t::terminate() {
 
 void threads_unit_t::worker_thread(boost::shared_ptr<task_t> task,
                                    boost::shared_ptr<stage_t> stage) {
-  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
-                                    [](scheduler_status_callback_t& c) { c.thread_started(); });
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
 
   KESMET_2_18::strings::ustring8 display = internal::safe_display_name(*task);
   if (display.empty()) display = internal::type_display_name(typeid(*task));
@@ -86,8 +81,7 @@ void threads_unit_t::worker_thread(boost::shared_ptr<task_t> task,
   }
   // Told before the place is given back: once the thread has left the set, it touches
   // nothing of the unit, which may then be destroyed.
-  internal::notify_status_callbacks(m_callbacks_mutex, m_callbacks,
-                                    [](scheduler_status_callback_t& c) { c.thread_finished(); });
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_finished(); });
   handle_thread_complete(boost::this_thread::get_id());
 }
 
@@ -114,10 +108,7 @@ void threads_unit_t::execute_job(boost::shared_ptr<task_t> const& task,
   } catch (boost::thread_interrupted const&) {
     throw;
   } catch (...) {
-    internal::log_stage_exception("threads_unit_t", task.get(), __FILE__, __LINE__);
-    internal::notify_status_callbacks(
-        m_callbacks_mutex, m_callbacks,
-        [&](scheduler_status_callback_t& c) { c.task_exception(task); });
+    internal::report_stage_exception("threads_unit_t", m_observers, task, __FILE__, __LINE__);
     throw;
   }
 }

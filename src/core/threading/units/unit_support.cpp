@@ -15,6 +15,8 @@ KESMET_2_18::strings::ustring8 safe_display_name(threading::task_t const& task) 
   }
 }
 
+namespace {
+
 void log_stage_exception(char const* unit, threading::task_t const* task, char const* file,
                          int line) noexcept {
   try {
@@ -27,6 +29,16 @@ void log_stage_exception(char const* unit, threading::task_t const* task, char c
   } catch (...) {
     // Logging has no channel back.
   }
+}
+
+}  // namespace
+
+void report_stage_exception(char const* unit, _internal::unit_observers_t& observers,
+                            boost::shared_ptr<threading::task_t> const& task, char const* file,
+                            int line) {
+  log_stage_exception(unit, task.get(), file, line);
+  observers.notify(
+      [&](threading::scheduler_status_callback_t& callback) { callback.task_exception(task); });
 }
 
 }  // namespace quillon2::internal

@@ -16,7 +16,6 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 
 #include <quillon2/core/threading/unit.hpp>
 #include <quillon2/export.hpp>
@@ -76,8 +75,7 @@ class QUILLON2_API delayed_tasks_unit_t : public unit_t {
 
   void fire(job_list_t& due, _internal::signal_t<boost::shared_ptr<task_t>>& completed);
 
-  boost::recursive_mutex m_callbacks_mutex;
-  status_callbacks_t m_callbacks;
+  _internal::unit_observers_t m_observers;
   boost::thread* m_thread = nullptr;  // guarded by m_jobs_mutex
   mutable boost::mutex m_jobs_mutex;
   job_list_t m_jobs;

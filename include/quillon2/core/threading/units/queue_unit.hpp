@@ -12,7 +12,6 @@
 #include <utility>
 
 #include <boost/shared_ptr.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/core/threading/unit.hpp>
@@ -49,8 +48,7 @@ class QUILLON2_API queue_unit_t : public unit_t {
   _internal::signal_t<boost::shared_ptr<task_t>, boost::shared_ptr<stage_t>> task_queued;
 
  private:
-  boost::recursive_mutex m_callbacks_mutex;
-  status_callbacks_t m_callbacks;
+  _internal::unit_observers_t m_observers;
   mutable spin_lock_t m_lock;
   std::deque<job_t> m_jobs;
 };

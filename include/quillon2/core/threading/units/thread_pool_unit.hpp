@@ -21,7 +21,6 @@
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/core/threading/unit.hpp>
@@ -71,11 +70,10 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
  private:
   std::vector<boost::shared_ptr<boost::thread>> take_workers();
 
-  boost::recursive_mutex m_callbacks_mutex;
-  status_callbacks_t m_callbacks;
-  spin_lock_t m_lock;  // guards the workers and the three counters
+  _internal::unit_observers_t m_observers;
+  unsigned int const m_thread_limit;
+  spin_lock_t m_lock;  // guards the workers and the two counters
   std::vector<boost::shared_ptr<boost::thread>> m_workers;
-  unsigned int m_thread_limit;
   unsigned int m_active_threads = 0;
   unsigned int m_threads = 0;
   boost::mutex m_queue_mutex;

@@ -11,7 +11,6 @@
 #include <set>
 
 #include <boost/shared_ptr.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <quillon2/core/threading/spin_lock.hpp>
@@ -48,8 +47,7 @@ class QUILLON2_API threads_unit_t : public unit_t {
   void execute_job(boost::shared_ptr<task_t> const& task, boost::shared_ptr<stage_t> const& stage);
 
  private:
-  boost::recursive_mutex m_callbacks_mutex;
-  status_callbacks_t m_callbacks;
+  _internal::unit_observers_t m_observers;
   spin_lock_t m_lock;
   std::set<boost::shared_ptr<boost::thread>> m_running_threads;
 };
