@@ -11,16 +11,14 @@
 #include <quillon2/core/assert.hpp>
 #include <quillon2/core/functor/signal.hpp>
 
+#include "support/assert_recorder.hpp"
+
 namespace {
 
 using quillon2::_internal::signal_t;
 using quillon2::_internal::subscriber_base_t;
 using log_t = std::vector<std::string>;
 
-std::vector<std::string> g_asserts;
-void record_assert(char const* condition, char const*, unsigned, char const*) {
-  g_asserts.push_back(condition);
-}
 
 // Records its calls in a shared log; `action` runs inside the handler.
 struct receiver_t : subscriber_base_t {
@@ -43,16 +41,11 @@ struct derived_t : receiver_t {
 
 class SignalTest : public ::testing::Test {
  protected:
-  SignalTest() { previous = quillon2::internal::set_assert_hook(&record_assert); }
-  ~SignalTest() override {
-    quillon2::internal::set_assert_hook(previous);
-    g_asserts.clear();
-  }
   void connect_all(signal_t<int>& s) {
     for (auto* r : {&a, &b, &c}) s.connect(r, &receiver_t::on_int);
   }
 
-  quillon2::internal::assert_hook_t previous;
+  q2test::assert_recorder_t asserts;
   log_t log;
   receiver_t a{"a", log}, b{"b", log}, c{"c", log};
 };
@@ -88,12 +81,12 @@ TEST_F(SignalTest, ReportsDuplicateUnknownAndSelfConnectionsAndChangesNothing) {
   s.connect(s);
   s(1);
   EXPECT_EQ((log_t{"a:1"}), log);
-  ASSERT_EQ(3u, g_asserts.size());
-  EXPECT_EQ("signal_t::_insert: this connection is already exists.", g_asserts[0]);
+  ASSERT_EQ(3u, asserts.count());
+  EXPECT_EQ("signal_t::_insert: this connection is already exists.", asserts.conditions()[0]);
   EXPECT_EQ(
       "subscriber_found && \"signal_t::disconnect: attempt to disconnect unknown connection\"",
-      g_asserts[1]);
-  EXPECT_EQ("static_cast<subscriber_base_t*>(this) != subscriberObj", g_asserts[2]);
+      asserts.conditions()[1]);
+  EXPECT_EQ("static_cast<subscriber_base_t*>(this) != subscriberObj", asserts.conditions()[2]);
 }
 
 TEST_F(SignalTest, EitherEndMayDieFirst) {
@@ -219,7 +212,7 @@ TEST_F(SignalTest, ACopyTakesTheConnectionsAndAssignmentMergesThem) {
   copy(1);
   target(2);
   EXPECT_EQ((log_t{"doomed:1", "a:1", "b:2", "a:2", "doomed:2"}), log);
-  EXPECT_TRUE(g_asserts.empty());
+  EXPECT_TRUE(asserts.conditions().empty());
   doomed.reset();  // leaves every copy
   EXPECT_EQ(1u, source.connection_count());
   EXPECT_EQ(1u, copy.connection_count());

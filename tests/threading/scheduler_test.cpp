@@ -9,6 +9,7 @@
 #include <quillon2/core/assert.hpp>
 
 #include "scheduler_fixture.hpp"
+#include "support/assert_recorder.hpp"
 
 namespace q2sched {
 namespace {
@@ -365,14 +366,10 @@ TEST(scheduler_teardown, DestroyingTheSchedulerCancelsAndWaitsForItsTasks) {
   EXPECT_EQ(1, recorder->canceled(L""));
 }
 
-std::vector<std::string> g_reports;
-void capture_report(char const* condition, char const*, unsigned, char const*) {
-  g_reports.emplace_back(condition);
-}
 
 TEST(scheduler_teardown, DestroyingWithTasksAndNoWaitCallbackReportsAndStopsTheUnits) {
   works_t works;
-  auto previous = quillon2::internal::set_assert_hook(&capture_report);
+  q2test::assert_recorder_t asserts;
   auto scheduler = create_default_scheduler(nullptr, nullptr, false);
   auto queue = boost::make_shared<queue_unit_t>();
   ASSERT_EQ(seOk, scheduler->add_unit(unit_main, queue));
@@ -380,9 +377,8 @@ TEST(scheduler_teardown, DestroyingWithTasksAndNoWaitCallbackReportsAndStopsTheU
   task->push_stage(works.stage(unit_main, [](task_ptr const&) { ADD_FAILURE(); }));
   ASSERT_EQ(seOk, scheduler->add_task(task, L""));
   scheduler.reset();
-  quillon2::internal::set_assert_hook(previous);
   EXPECT_FALSE(queue->has_tasks());  // terminated: the job is dropped, never run
-  EXPECT_EQ((std::vector<std::string>{"err == seOk"}), g_reports);
+  EXPECT_EQ((std::vector<std::string>{"err == seOk"}), asserts.conditions());
 }
 
 TEST(scheduler_teardown, LastOwnerLettingGoInsideAStageDoesNotStopTheUnitUnderItself) {
