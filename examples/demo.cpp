@@ -267,6 +267,58 @@ void scheduler() {
   scheduler->cancel_and_wait(L"demo", nullptr);
 }
 
+// XSL: a stylesheet over a bag, with a parameter from a value and an extension function
+// of our own; a visitor hears the stylesheet's messages.
+void xsl_transformation() {
+  section("XSL transformation");
+  q2::variant_bag_t order;
+  for (int i = 1; i <= 3; ++i) {
+    q2::variant_bag_t line;
+    line.add<q2::variant_t>(L"item", q2::variant_t((L"part " + std::to_wstring(i)).c_str()));
+    line.add<q2::variant_t>(L"price", q2::variant_t(2.5 * i));
+    order.add_variant_bag(L"line", line);
+  }
+  // Called from the stylesheet as exsl:discount(total).
+  struct discount_t : q2::xsl_function_base_t {
+    double total = 0;
+    bool add_argument(q2::variant_bag_t const&) override { return false; }
+    bool add_argument(q2::variant_t const& value) override {
+      total = value.get<double>();
+      return true;
+    }
+    unsigned get_result_type() override { return 1; }
+    void get_result(q2::variant_t& out) override { out = q2::variant_t(total * 0.9); }
+    void get_result(q2::variant_bag_t&) override {}
+    void get_name(std::wstring& out) override { out = L"discount"; }
+    q2::threading::mutex_t* get_mutex() override { return &mutex; }
+    q2::threading::mutex_t mutex;
+  };
+  struct printer_t : q2::xsl_visitor_t {
+    void on_start(int, int) override {}
+    void on_message(wchar_t const* text) override { std::wcout << L"message: " << text << L"\n"; }
+    bool on_progress(int, int) override { return true; }
+    void on_finish(bool success) override { std::cout << "finished: " << success << "\n"; }
+  } printer;
+
+  auto xsl = q2::xsl_t::create();
+  xsl->set_visitor(&printer);
+  xsl->add_function(q2::sptr_t<q2::xsl_function_base_t>(new q2::ref_counted_t<discount_t>()));
+  xsl->add_parameter(L"customer", q2::variant_t(L"O'Brien"));
+  xsl->set_xml(order);
+  xsl->set_stylesheet(R"~(<xsl:stylesheet version="1.0"
+      xmlns:xsl="http://www.w3.org/1999/XSL/Transform" xmlns:exsl="http://exslt.org/common"
+      xmlns:double="urn:quillon2/2001/XMLSchema#double">
+    <xsl:output method="text"/>
+    <xsl:param name="customer"/>
+    <xsl:template match="/bag">
+      <xsl:message>pricing <xsl:value-of select="count(line)"/> lines</xsl:message>
+      <xsl:for-each select="line"><xsl:value-of select="@item"/>: <xsl:value-of select="@double:price"/>
+</xsl:for-each>total for <xsl:value-of select="$customer"/>: <xsl:value-of select="exsl:discount(sum(line/@double:price))"/>
+</xsl:template>
+  </xsl:stylesheet>)~");
+  kesmet2::ustring8 text;
+  if (xsl->transform(text) == 1) std::cout << text;
+}
 }  // namespace
 
 int main() {
@@ -284,5 +336,6 @@ int main() {
   files();
   text_helpers();
   scheduler();
+  xsl_transformation();
   return 0;
 }

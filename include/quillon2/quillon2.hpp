@@ -58,3 +58,6 @@
 // The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/batch_cancel.hpp>
+
+// XSL transformation of documents and bags, extension functions, visitors, content factories.
+#include <quillon2/das/das_transformation.hpp>

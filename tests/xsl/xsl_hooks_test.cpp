@@ -207,3 +207,16 @@ TEST(XslReader, SuppliesInputImportAndDocument) {
   q2test::assert_recorder_t asserts;
   EXPECT_FALSE(later->set_xml_path(L"mem://x/in.xml"));
 }
+
+TEST(XslVisitor, HearsCompileErrorsOnItsThread) {
+  auto xsl = ql2::xsl_t::create();
+  q2test::recording_visitor_t visitor;
+  xsl->set_visitor(&visitor);
+  q2test::assert_recorder_t asserts;
+  EXPECT_FALSE(xsl->set_stylesheet(text_xsl("<xsl:value-of select='1'/></xsl:template>"
+                                            "<xsl:template match='a[['>")
+                                       .c_str()));
+  EXPECT_FALSE(visitor.m_messages.empty());
+  EXPECT_FALSE(xsl->set_xml("<a><b></a>"));
+  EXPECT_NE(visitor.m_messages.find("failed to read xml"), std::string::npos);
+}

@@ -114,8 +114,12 @@ struct hooks_t {
                  ? self.m_previous_loader(uri, dict, options, context, type)
                  : nullptr;
     }
-    xmlDocPtr doc = load_document(reinterpret_cast<char const*>(uri), dict, options);
-    if (doc == nullptr) run->m_failed = true;
+    // A refused URI fails the run; a document that is missing or broken is libxslt's
+    // ordinary recoverable error (document() gives an empty node set).
+    bool refused = false;
+    xmlDocPtr doc =
+        load_document(reinterpret_cast<char const*>(uri), dict, options, nullptr, &refused);
+    if (refused) run->m_failed = true;
     return doc;
   }
 };
@@ -320,7 +324,8 @@ bool read_from_reader(content_stream_factory_t& reader, char const* uri, std::st
 }  // namespace
 
 xmlDocPtr load_document(char const* uri, xmlDictPtr dict, int options,
-                        std::string const* local_name) {
+                        std::string const* local_name, bool* refused) {
+  if (refused != nullptr) *refused = false;
   if (uri == nullptr) return nullptr;
   std::string content;
   std::string why;
@@ -342,6 +347,7 @@ xmlDocPtr load_document(char const* uri, xmlDictPtr dict, int options,
       loaded = read_local_file(*local_name, content, why);
     } else if (!local_file_of(uri, path)) {
       why = "only local files and content supplied by the reader are loaded";
+      if (refused != nullptr) *refused = true;
     } else {
       loaded = read_local_file(path, content, why);
       // libxml2 escapes the base of relative references ("a%20b/c.xml").

@@ -89,8 +89,10 @@ void stop_transformation(xsltTransformContextPtr context, char const* message);
 // Parsed from memory with the library's options plus `options`, in `dict` when given.
 // Null on failure, with the reason delivered to the thread's visitor. A client's file
 // name comes as `local_name` (native): it is read when the factory does not claim `uri`.
+// `refused`, when given, tells a URI of a scheme that is never loaded from one that could
+// not be read or parsed.
 xmlDocPtr load_document(char const* uri, xmlDictPtr dict, int options,
-                        std::string const* local_name = nullptr);
+                        std::string const* local_name = nullptr, bool* refused = nullptr);
 
 // Parses a document from memory with the library's safe options; `url` (may be null)
 // becomes the document's base. Null on failure, the reason in `why`.
