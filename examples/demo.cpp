@@ -313,8 +313,8 @@ void xsl_transformation() {
     <xsl:template match="/bag">
       <xsl:message>pricing <xsl:value-of select="count(line)"/> lines</xsl:message>
       <xsl:for-each select="line"><xsl:value-of select="@item"/>: <xsl:value-of select="@double:price"/>
-</xsl:for-each>total for <xsl:value-of select="$customer"/>: <xsl:value-of select="exsl:discount(sum(line/@double:price))"/>
-</xsl:template>
+        <xsl:text>&#10;</xsl:text></xsl:for-each>total for <xsl:value-of select="$customer"/>: <xsl:value-of select="exsl:discount(sum(line/@double:price))"/>
+    </xsl:template>
   </xsl:stylesheet>)~");
   kesmet2::ustring8 text;
   if (xsl->transform(text) == 1) std::cout << text;
