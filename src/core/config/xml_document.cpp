@@ -33,7 +33,8 @@ bool is_xml_text(xmlChar const* text) {
 
 bool is_readable_element(xmlNode* element) {
   if (element->name == nullptr ||
-      static_cast<std::size_t>(xmlStrlen(element->name)) > k_max_name_bytes) {
+      static_cast<std::size_t>(xmlStrlen(element->name)) > k_max_name_bytes ||
+      xmlValidateName(element->name, 0) != 0) {
     return false;
   }
   for (xmlAttr* attribute = element->properties; attribute != nullptr;

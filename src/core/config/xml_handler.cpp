@@ -13,9 +13,15 @@ namespace quillon2 {
 
 namespace {
 
+// libxml2 keeps text as terminated strings, so a NUL would silently cut it. It becomes
+// U+0001 instead, which XML cannot hold either, so that the save fails as it does for
+// every such character.
 std::string utf8(std::wstring const& text) {
   std::string out;
   internal::append_wide_as_utf8(out, text.data(), text.size());
+  for (char& c : out) {
+    if (c == '\0') c = '\x01';
+  }
   return out;
 }
 
