@@ -58,3 +58,8 @@
 // The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/batch_cancel.hpp>
+
+// Configuration: the typed XML store, configuration file places, standard directories.
+#include <quillon2/core/config/advanced_xml_config.hpp>
+#include <quillon2/core/config/config_manager.hpp>
+#include <quillon2/core/file_system/std_paths.hpp>
