@@ -4,6 +4,7 @@
 
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 #include <quillon2/headers/kesmet.hpp>
@@ -72,37 +73,56 @@ bool key_tokens(std::wstring const& key, std::vector<std::string>& tokens) {
 
 // Finds child elements by name as the first match of an XPath step would, in time that
 // does not grow with the number of siblings: each parent's children are indexed once,
-// the first of each name, and elements made later are added to the index.
+// the first of each name, and elements made later are added to the index. One table for
+// all parents, sized once, keeps the allocations few.
 struct advanced_xml_config_t::saver_t {
-  using index_t = std::unordered_map<std::string_view, xmlNode*>;
+  struct child_key_t {
+    xmlNode* parent;
+    std::string_view name;
+    bool operator==(child_key_t const& other) const {
+      return parent == other.parent && name == other.name;
+    }
+  };
+  struct child_hash_t {
+    std::size_t operator()(child_key_t const& key) const {
+      return std::hash<std::string_view>()(key.name) ^
+             (std::hash<void*>()(key.parent) * 0x9E3779B97F4A7C15ull);
+    }
+  };
+
+  explicit saver_t(std::size_t values) {
+    children.reserve(2 * values + 16);
+    indexed.reserve(values + 16);
+  }
 
   xmlNode* find(xmlNode* parent, std::string const& name) {
-    index_t& index = index_of(parent);
-    auto const found = index.find(name);
-    return found == index.end() ? nullptr : found->second;
+    index(parent);
+    auto const found = children.find(child_key_t{parent, name});
+    return found == children.end() ? nullptr : found->second;
   }
 
   xmlNode* make(xmlNode* parent, std::string const& name) {
     xmlNode* child = xmlNewChild(parent, nullptr, xml(name.c_str()), nullptr);
     if (child != nullptr) {
-      index_of(parent).emplace(reinterpret_cast<char const*>(child->name), child);
+      index(parent);
+      children.emplace(child_key_t{parent, reinterpret_cast<char const*>(child->name)}, child);
     }
     return child;
   }
 
-  index_t& index_of(xmlNode* parent) {
-    auto const [entry, fresh] = indexes.try_emplace(parent);
-    if (fresh) {
-      for (xmlNode* child = parent->children; child != nullptr; child = child->next) {
-        if (child->type == XML_ELEMENT_NODE && child->ns == nullptr) {
-          entry->second.emplace(reinterpret_cast<char const*>(child->name), child);
-        }
+  // Records the children that a parent had before the walk first met it (a handler's own
+  // children, for a value element that a later key goes into).
+  void index(xmlNode* parent) {
+    if (!indexed.insert(parent).second) return;
+    for (xmlNode* child = parent->children; child != nullptr; child = child->next) {
+      if (child->type == XML_ELEMENT_NODE && child->ns == nullptr) {
+        children.emplace(child_key_t{parent, reinterpret_cast<char const*>(child->name)}, child);
       }
     }
-    return entry->second;
   }
 
-  std::unordered_map<xmlNode*, index_t> indexes;
+  std::unordered_map<child_key_t, xmlNode*, child_hash_t> children;
+  std::unordered_set<xmlNode*> indexed;
 };
 
 advanced_xml_config_t::advanced_xml_config_t() {
@@ -228,7 +248,7 @@ bool advanced_xml_config_t::save(path_t const& path) {
   if (root == nullptr) return false;
   xmlDocSetRootElement(document.get(), root);
 
-  saver_t saver;
+  saver_t saver(m_values.size());
   std::vector<std::string> tokens;
   for (auto const& [key, value] : m_values) {
     if (!key_tokens(key, tokens)) {

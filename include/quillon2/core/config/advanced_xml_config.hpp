@@ -20,10 +20,12 @@
 // not load or save at the same time either.
 #pragma once
 
+#include <charconv>
 #include <list>
 #include <map>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 #include <vector>
 
@@ -95,6 +97,29 @@ class QUILLON2_API handler_base_t {
 
 namespace _internal {
 
+// The text a wide stream with default settings gives for `value` (numbers without
+// grouping, 6 significant digits for floating point, bool as 1 or 0), without building a
+// stream for the common types.
+template <class T>
+std::wstring to_config_text(T const& value) {
+  if constexpr (std::is_same_v<T, std::wstring>) {
+    return value;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return value ? L"1" : L"0";
+  } else if constexpr (std::is_integral_v<T>) {
+    return std::to_wstring(value);
+  } else if constexpr (std::is_floating_point_v<T>) {
+    char buffer[64];
+    auto const result =
+        std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
+    return std::wstring(buffer, result.ptr);
+  } else {
+    std::wostringstream stream;
+    stream << value;
+    return stream.str();
+  }
+}
+
 // Number and text values: the element's text, read with boost::lexical_cast (so " 12" and
 // "12x" are no numbers and read as an empty value), written by a wide stream with its
 // default settings (6 significant digits for float and double).
@@ -110,9 +135,7 @@ class generic_handler_t : public handler_base_t {
     }
   }
   void write_value(boost::any const& value, xmlNode* node) override {
-    std::wostringstream stream;
-    stream << boost::any_cast<T>(value);
-    set_node_content(node, stream.str());
+    set_node_content(node, to_config_text(boost::any_cast<T const&>(value)));
   }
   std::wstring get_type_name() override { return m_type_name; }
   std::type_info const& get_type_info() override { return typeid(T); }
@@ -141,9 +164,7 @@ class generic_container_handler_t : public handler_base_t {
   }
   void write_value(boost::any const& value, xmlNode* node) override {
     for (E const& element : boost::any_cast<C const&>(value)) {
-      std::wostringstream stream;
-      stream << element;
-      add_property(node, L"item", stream.str());
+      add_property(node, L"item", to_config_text(element));
     }
   }
   std::wstring get_type_name() override { return m_type_name; }
@@ -180,12 +201,8 @@ class generic_map_handler_t : public handler_base_t {
     for (auto const& pair : boost::any_cast<M const&>(value)) {
       xmlNode* item = add_element(node, L"item");
       if (item == nullptr) continue;
-      std::wostringstream key;
-      key << pair.first;
-      set_attribute(item, L"key", key.str());
-      std::wostringstream mapped;
-      mapped << pair.second;
-      set_attribute(item, L"value", mapped.str());
+      set_attribute(item, L"key", to_config_text(pair.first));
+      set_attribute(item, L"value", to_config_text(pair.second));
     }
   }
   std::wstring get_type_name() override { return m_type_name; }
