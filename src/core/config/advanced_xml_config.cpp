@@ -26,7 +26,18 @@ std::wstring wide(xmlChar const* text) {
   return out;
 }
 
-// Text handed over as a character pointer is copied: the pointer would dangle.
+// The lower-case key. ASCII, the usual case, is lowered here; other text by the text layer.
+std::wstring key_of(std::wstring const& name) {
+  std::wstring key(name);
+  for (wchar_t& c : key) {
+    if (static_cast<std::make_unsigned_t<wchar_t>>(c) >= 0x80) return tolower(name);
+    if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c + (L'a' - L'A'));
+  }
+  return key;
+}
+
+// Text handed over as a character pointer is copied: the pointer would dangle. Empty for
+// every other value, which is stored as it is.
 boost::any stored_form(boost::any const& value) {
   std::type_info const& type = value.type();
   if (type == typeid(wchar_t const*) || type == typeid(wchar_t*)) {
@@ -41,7 +52,7 @@ boost::any stored_form(boost::any const& value) {
     if (text != nullptr) internal::append_utf8_as_wide(out, text, std::char_traits<char>::length(text));
     return boost::any(std::move(out));
   }
-  return value;
+  return boost::any();
 }
 
 // The tokens of a key as element names: split at ".", empty tokens dropped. False when a
@@ -168,8 +179,9 @@ void advanced_xml_config_t::add_handler(smart_pointer_t<handler_base_t> handler)
 }
 
 void advanced_xml_config_t::set_value(std::wstring const& name, boost::any const& value) {
-  std::wstring key = tolower(name);
-  boost::any stored = stored_form(value);
+  std::wstring key = key_of(name);
+  boost::any const converted = stored_form(value);
+  boost::any const& stored = converted.empty() ? value : converted;
   auto entry = m_values.lower_bound(key);
   boost::any old;
   if (entry != m_values.end() && entry->first == key) {
@@ -182,12 +194,12 @@ void advanced_xml_config_t::set_value(std::wstring const& name, boost::any const
 }
 
 bool advanced_xml_config_t::has_value(std::wstring const& name) const {
-  return m_values.find(tolower(name)) != m_values.end();
+  return m_values.find(key_of(name)) != m_values.end();
 }
 
 boost::any advanced_xml_config_t::get_value(std::wstring const& name,
                                             boost::any const& default_value) const {
-  auto const entry = m_values.find(tolower(name));
+  auto const entry = m_values.find(key_of(name));
   return entry != m_values.end() ? entry->second : default_value;
 }
 
