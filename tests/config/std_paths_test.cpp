@@ -51,7 +51,7 @@ class StdPathsTest : public q2test::temp_dir_test {};
 TEST_F(StdPathsTest, UserConfigDirectoryIsMadeWithPrivateLevels) {
   std::string const root = m_dir.file("cfg");
   in_child([&] {
-    ::setenv("XDG_CONFIG_HOME", root.c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", (root + "/").c_str(), 1);
     EXPECT_EQ(stdpaths::get_user_config_dir(L""), native(root));
     EXPECT_EQ(stdpaths::get_user_config_dir(L"a\\b"), native(root + "/a/b"));
     EXPECT_EQ(stdpaths::get_user_config_dir(L"a/b"), native(root + "/a/b"));
@@ -115,7 +115,7 @@ TEST_F(StdPathsTest, DocumentsAreFoundInOrderAndNeverMade) {
 TEST_F(StdPathsTest, TempDirectoryComesFromTmpdirWhenUsable) {
   std::string const dir = m_dir.path();
   in_child([&] {
-    ::setenv("TMPDIR", dir.c_str(), 1);
+    ::setenv("TMPDIR", (dir + "/").c_str(), 1);
     EXPECT_EQ(stdpaths::get_temp_dir(), native(dir));
     ::setenv("TMPDIR", (dir + "/missing").c_str(), 1);
     EXPECT_EQ(stdpaths::get_temp_dir(), native("/tmp"));

@@ -10,7 +10,9 @@ namespace quillon2::stdpaths {
 
 namespace {
 
-path_t from_native(std::string const& native) {
+// Trailing separators, which variables such as TMPDIR often carry, are dropped.
+path_t from_native(std::string native) {
+  while (native.size() > 1 && native.back() == '/') native.pop_back();
   if (native.empty()) return path_t();
   return path_t(KESMET_2_18::strings::utf8_to_utf16(native));
 }
