@@ -56,6 +56,37 @@ struct listener_t : quillon2::_internal::subscriber_base_t {
   std::vector<int> new_ints;
 };
 
+struct point_t {
+  int x = 0;
+  std::wstring label;
+};
+
+// A client's own handler, built from the helpers: children read and written through
+// the store's other handlers, and a path expression.
+class point_handler_t : public quillon2::handler_base_t {
+ public:
+  boost::any read_value(xmlNode* node) override {
+    point_t point;
+    boost::any const x = get_any_property(node, L"x", L"int");
+    point.x = x.empty() ? -1 : boost::any_cast<int>(x);
+    point.label = get_property(node, L"tags/tag[2]") + get_attribute(node, L"unit");
+    return point;
+  }
+  void write_value(boost::any const& value, xmlNode* node) override {
+    point_t const& point = boost::any_cast<point_t const&>(value);
+    set_any_property(node, L"x", point.x);
+    set_property(node, L"tags", L"");  // makes the child
+    set_property(node, L"tags", L"");  // finds it
+    set_attribute(node, L"unit", L"&");
+    std::vector<xmlNode*> const tags = find_nodes(node, L"tags");
+    ASSERT_EQ(tags.size(), 1u);
+    add_property(tags.front(), L"tag", L"first");
+    add_property(tags.front(), L"tag", point.label);
+  }
+  std::wstring get_type_name() override { return L"point"; }
+  std::type_info const& get_type_info() override { return typeid(point_t); }
+};
+
 class XmlConfigTest : public q2test::temp_dir_test {
  protected:
   std::string file_ = m_dir.file("config.xml");
@@ -109,6 +140,19 @@ TEST_F(XmlConfigTest, EveryHandlerTypeRoundTrips) {
   EXPECT_NE(text.find("<root>"), std::string::npos);
   EXPECT_NE(text.find("<int type=\"int\">-1</int>"), std::string::npos);
   EXPECT_NE(text.find("<item>&amp;amp;</item>"), std::string::npos);
+}
+
+TEST_F(XmlConfigTest, ClientHandlersUseTheHelpers) {
+  advanced_xml_config_t config;
+  config.add_handler(quillon2::smart_pointer_t<quillon2::handler_base_t>(new point_handler_t));
+  config.set_value(L"p", point_t{42, L"<second>"});
+  ASSERT_TRUE(config.save(path_));
+  advanced_xml_config_t loaded(config);
+  loaded.set_value(L"p", 0);
+  ASSERT_TRUE(loaded.load(path_));
+  point_t const point = value_of<point_t>(loaded, L"p");
+  EXPECT_EQ(point.x, 42);
+  EXPECT_EQ(point.label, L"<second>&");
 }
 
 TEST_F(XmlConfigTest, KeysIgnoreCaseAndTextPointersAreCopied) {
