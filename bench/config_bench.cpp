@@ -55,15 +55,19 @@ advanced_xml_config_t const& store() {
   return config;
 }
 
-// The store's file, written once, and the property tree read from it.
-std::string const& stored_file() {
-  static std::string const file = [] {
-    std::string f = shm_file("source.xml");
+// The store's file, written once (removed at exit), and the property tree read from it.
+struct stored_file_t {
+  stored_file_t() : name(shm_file("source.xml")) {
     advanced_xml_config_t copy(store());
-    copy.save(path_of(f));
-    return f;
-  }();
-  return file;
+    copy.save(path_of(name));
+  }
+  ~stored_file_t() { ::unlink(name.c_str()); }
+  std::string name;
+};
+
+std::string const& stored_file() {
+  static stored_file_t const file;
+  return file.name;
 }
 
 pt::ptree const& stored_tree() {
