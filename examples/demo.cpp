@@ -319,6 +319,40 @@ void xsl_transformation() {
   kesmet2::ustring8 text;
   if (xsl->transform(text) == 1) std::cout << text;
 }
+
+// Configuration: typed values under dotted keys, saved to an XML file beside the user's
+// other configuration and read back; every change is announced.
+void configuration() {
+  section("configuration");
+  auto utf8 = [](std::wstring const& w) { return kesmet2::utf16_to_utf8(w); };
+  struct watcher_t : q2::_internal::subscriber_base_t {
+    void changed(std::wstring const& key, boost::any const&, boost::any const&) {
+      std::cout << "changed: " << kesmet2::utf16_to_utf8(key) << "\n";
+    }
+  } watcher;
+  std::wstring work;
+  if (q2::create_unique_dir(L"/tmp", L"q2config-@@@@", work) != q2::RC_CREATED) return;
+  q2::config_manager_t places(L"/usr/share/demo", L"demo");
+  places.override_user_config_folder(q2::path_t(work));
+  q2::path_t const file = places.user_config_path(L"gui");
+
+  q2::advanced_xml_config_t config;
+  config.m_on_change.connect(&watcher, &watcher_t::changed);
+  config.set_value(L"GUI.Panel.Width", 100);
+  config.set_value(L"gui.title", L"Fish & Chips");
+  config.set_value(L"gui.recent", std::vector<std::wstring>{L"a.txt", L"b <new>.txt"});
+  config.save(file);
+
+  q2::advanced_xml_config_t loaded;
+  loaded.load(file);
+  std::cout << "width " << boost::any_cast<int>(loaded.get_value(L"gui.panel.width", 0))
+            << ", title \"" << utf8(boost::any_cast<std::wstring>(loaded.get_value(L"gui.title", std::wstring())))
+            << "\"\nuser configuration lives in "
+            << q2::stdpaths::get_user_config_dir(L"").native_string() << ", temporary files in "
+            << q2::stdpaths::get_temp_dir().native_string() << "\n";
+  q2::remove_directory(q2::path_t(work), true);
+}
+
 }  // namespace
 
 int main() {
@@ -337,5 +371,6 @@ int main() {
   text_helpers();
   scheduler();
   xsl_transformation();
+  configuration();
   return 0;
 }

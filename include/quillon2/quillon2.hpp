@@ -61,3 +61,8 @@
 
 // XSL transformation of documents and bags, extension functions, visitors, content factories.
 #include <quillon2/das/das_transformation.hpp>
+
+// Configuration: the typed XML store, configuration file places, standard directories.
+#include <quillon2/core/config/advanced_xml_config.hpp>
+#include <quillon2/core/config/config_manager.hpp>
+#include <quillon2/core/file_system/std_paths.hpp>
