@@ -58,3 +58,8 @@
 // The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/batch_cancel.hpp>
+
+// Processes: child processes with redirected streams, their environment, shared handles.
+#include <quillon2/core/process/environment.hpp>
+#include <quillon2/core/process/shared_file_handle.hpp>
+#include <quillon2/core/process/process.hpp>
