@@ -2,6 +2,7 @@
 // use it; run it with scripts/demo.
 #include <future>
 #include <iostream>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -267,6 +268,35 @@ void scheduler() {
   scheduler->cancel_and_wait(L"demo", nullptr);
 }
 
+// Child processes: run one with its own environment, capture its output through a
+// callback (on a reader thread), and read its exit code.
+void child_process() {
+  section("child process");
+  struct capture_t : q2::process::IPipeReaderCallback {
+    std::mutex mutex;
+    std::string text;
+    q2::error_code_t onRead(char const* data, unsigned size) override {
+      std::lock_guard<std::mutex> lock(mutex);
+      text.append(data, size);
+      return q2::error_code_t();
+    }
+  };
+  q2::sptr_t<capture_t> output(new q2::ref_counted_t<capture_t>());
+  auto environment = q2::process::IEnvironment::create(true);
+  environment->addLines(L"GREETING=hello, your home is %HOME%", false);
+  auto child = q2::process::IProcess::create();
+  child->registerReadingCallback(1, output);
+  std::vector<std::wstring> arguments{L"-c", L"echo \"$GREETING\"; exit 7"};
+  if (child->run(L"sh", q2::iterutil::make_owned_iterator_from<std::wstring>(arguments),
+                 environment, nullptr, false, nullptr, false)
+          .is_false()) {
+    std::cout << "could not start: " << kesmet2::utf16_to_utf8(child->errorText()) << "\n";
+    return;
+  }
+  child->join();
+  std::cout << "child said: " << output->text << "exit code: " << child->exitCode() << "\n";
+}
+
 }  // namespace
 
 int main() {
@@ -284,5 +314,6 @@ int main() {
   files();
   text_helpers();
   scheduler();
+  child_process();
   return 0;
 }
