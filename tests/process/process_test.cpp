@@ -222,6 +222,38 @@ TEST(Process, SequentialChildrenLeaveNoZombies) {
   EXPECT_TRUE(q2test::all_children_reaped());
 }
 
+TEST(Process, ChildrenReapedByTheHostGiveMinusOne) {
+  struct sigaction ignore {}, previous;
+  ignore.sa_handler = SIG_IGN;
+  sigaction(SIGCHLD, &ignore, &previous);
+  auto child = qp::IProcess::create();
+  ASSERT_TRUE(run(child, L"true", {}).is_ok());
+  child->join();
+  EXPECT_EQ(child->exitCode(), -1);
+  child = qp::IProcess::create();
+  ASSERT_TRUE(run(child, L"true", {}).is_ok());
+  q2::error_code_t code;
+  while ((code = child->wait(1000)).is_false()) {
+  }
+  EXPECT_EQ(error_text(code), "Wait operation failed");
+  EXPECT_EQ(child->exitCode(), -1);
+  sigaction(SIGCHLD, &previous, nullptr);
+}
+
+TEST(ReaderThread, TerminateWakesAWaitingReader) {
+  int fds[2];
+  ASSERT_EQ(::pipe2(fds, O_CLOEXEC), 0);
+  auto read_end = qp::ISharedFileHandle::deserialize(std::to_wstring(fds[0]));
+  auto write_end = qp::ISharedFileHandle::deserialize(std::to_wstring(fds[1]));
+  auto reader = qp::IReaderThread::create(read_end, q2test::make_collector());
+  ASSERT_TRUE(reader->start().is_ok());
+  EXPECT_TRUE(reader->terminate().is_ok());
+  EXPECT_FALSE(read_end->isValid());
+  EXPECT_EQ(error_text(reader->wait(1)), "Thread cannot be joined");
+  EXPECT_EQ(error_text(reader->join()), "Thread cannot be joined");
+  EXPECT_EQ(write_end->write("x", 1), -1);  // the reader closed its end
+}
+
 struct throwing_t : qp::IPipeReaderCallback {
   q2::error_code_t onRead(char const*, unsigned) override { throw std::runtime_error("no"); }
 };
