@@ -1,8 +1,10 @@
 // The environment of a child process: the table of variables, the expansion of %NAME%
 // references, list values joined with ":", and the block. Platform-neutral; the copy of
 // the process environment comes from the environment values of the core runtime.
+#include <algorithm>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,15 +20,12 @@ namespace {
 
 constexpr wchar_t list_separator = L':';
 
-// The form of a name that ignores case. Names are nearly always ASCII: fold those
+// The upper case of one character of a name. Names are nearly always ASCII: fold those
 // here, and leave the rest to the text layer's case mapping.
-std::wstring fold(std::wstring const& name) {
-  std::wstring folded(name);
-  for (wchar_t& c : folded) {
-    if (c >= 0x80) return kesmet2::to_upper(name);
-    if (c >= L'a' && c <= L'z') c = static_cast<wchar_t>(c - L'a' + L'A');
-  }
-  return folded;
+wchar_t fold(wchar_t c) {
+  if (c < 0x80) return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+  std::wstring const upper = kesmet2::to_upper(std::wstring(1, c));
+  return upper.size() == 1 ? upper[0] : c;
 }
 
 // Whether a child can receive a variable of this name.
@@ -56,59 +55,75 @@ sptr_t<IEnvironment> IEnvironment::create(bool from_process) {
   return environment;
 }
 
+std::size_t Environment::fold_hash_t::operator()(std::wstring_view name) const noexcept {
+  std::size_t hash = 14695981039346656037ull;
+  for (wchar_t const c : name) hash = (hash ^ static_cast<std::size_t>(fold(c))) * 1099511628211ull;
+  return hash;
+}
+
+bool Environment::fold_equal_t::operator()(std::wstring_view a,
+                                           std::wstring_view b) const noexcept {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (a[i] != b[i] && fold(a[i]) != fold(b[i])) return false;
+  }
+  return true;
+}
+
 Environment::table_t::iterator Environment::find(std::wstring const& name) {
   auto exact = m_values.find(name);
   if (exact != m_values.end()) return exact;
-  auto folded = m_folded.find(fold(name));
+  auto folded = m_folded.find(name);
   if (folded == m_folded.end() || folded->second.count != 1) return m_values.end();
-  return m_values.find(folded->second.name);
+  return m_values.find(*folded->second.name);
 }
 
-void Environment::set(std::wstring const& name, std::wstring value) {
+Environment::table_t::iterator Environment::set(std::wstring const& name, std::wstring value) {
   auto [entry, inserted] = m_values.try_emplace(name);
   entry->second.value = std::move(value);
   entry->second.raw.clear();
   if (inserted) {
-    folded_t& folded = m_folded[fold(name)];
-    if (folded.count++ == 0) folded.name = name;
+    folded_t& folded = m_folded[std::wstring_view(entry->first)];
+    if (folded.count++ == 0) folded.name = &entry->first;
   }
+  return entry;
 }
 
 error_code_t Environment::loadFromProcess() {
-  m_values.clear();
   m_folded.clear();
+  m_values.clear();
   std::vector<std::string> entries;
   internal::copy_environ_unrecorded(entries);
   for (std::string& raw : entries) {
     std::size_t equals = 0;
     if (!split(raw, 0, raw.size(), equals)) continue;
-    std::wstring name = kesmet2::utf8_to_utf16(raw.substr(0, equals));
-    set(name, kesmet2::utf8_to_utf16(raw.substr(equals + 1)));
-    m_values[name].raw = std::move(raw);
+    auto entry = set(kesmet2::utf8_to_utf16(raw.substr(0, equals)),
+                     kesmet2::utf8_to_utf16(raw.substr(equals + 1)));
+    entry->second.raw = std::move(raw);
   }
   return error_code_t();
 }
 
-std::wstring Environment::expand(std::wstring const& value) {
-  std::size_t percent = value.find(L'%');
-  if (percent == std::wstring::npos) return value;
-  std::wstring result(value, 0, percent);
-  while (percent != std::wstring::npos) {
-    std::size_t const close = value.find(L'%', percent + 1);
-    if (close == std::wstring::npos) {
+std::wstring Environment::expand(std::wstring const& text, std::size_t begin, std::size_t end) {
+  std::wstring result;
+  std::size_t percent = text.find(L'%', begin);
+  if (percent >= end) return text.substr(begin, end - begin);
+  result.assign(text, begin, percent - begin);
+  while (percent < end) {
+    std::size_t const close = text.find(L'%', percent + 1);
+    if (close >= end) {
       // No closing sign: the rest stays as it is.
-      result.append(value, percent, std::wstring::npos);
+      result.append(text, percent, end - percent);
       break;
     }
     if (close == percent + 1) {
       result += L'%';
     } else {
-      auto found = find(value.substr(percent + 1, close - percent - 1));
+      auto found = find(text.substr(percent + 1, close - percent - 1));
       if (found != m_values.end()) result += found->second.value;
     }
-    percent = value.find(L'%', close + 1);
-    result.append(value, close + 1,
-                  percent == std::wstring::npos ? std::wstring::npos : percent - close - 1);
+    percent = std::min(text.find(L'%', close + 1), end);
+    result.append(text, close + 1, percent - close - 1);
   }
   return result;
 }
@@ -121,7 +136,7 @@ error_code_t Environment::addLines(std::wstring const& text, bool merge) {
     std::size_t equals = 0;
     if (split(text, begin, end, equals)) {
       std::wstring const name(text, begin, equals - begin);
-      std::wstring value = expand(text.substr(equals + 1, end - equals - 1));
+      std::wstring value = expand(text, equals + 1, end);
       auto found = find(name);
       if (found == m_values.end()) {
         set(name, std::move(value));

@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -31,16 +32,25 @@ class Environment : public IEnvironment {
   };
   struct folded_t {
     unsigned count = 0;
-    std::wstring name;  // the only name of this folded form while count is 1
+    std::wstring const* name = nullptr;  // the only spelling while count is 1
+  };
+  // Hash and equality of names that ignore case.
+  struct fold_hash_t {
+    std::size_t operator()(std::wstring_view name) const noexcept;
+  };
+  struct fold_equal_t {
+    bool operator()(std::wstring_view a, std::wstring_view b) const noexcept;
   };
   using table_t = std::map<std::wstring, entry_t>;
 
   table_t::iterator find(std::wstring const& name);
-  void set(std::wstring const& name, std::wstring value);
-  std::wstring expand(std::wstring const& value);
+  table_t::iterator set(std::wstring const& name, std::wstring value);
+  // The text of [begin, end) with its references expanded.
+  std::wstring expand(std::wstring const& text, std::size_t begin, std::size_t end);
 
   table_t m_values;
-  std::unordered_map<std::wstring, folded_t> m_folded;
+  // Keys view the names in m_values, whose nodes stay in place until the table is emptied.
+  std::unordered_map<std::wstring_view, folded_t, fold_hash_t, fold_equal_t> m_folded;
   std::wstring m_block;
   std::vector<std::string> m_narrow;
 };
