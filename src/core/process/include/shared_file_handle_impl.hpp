@@ -5,6 +5,7 @@
 // the read wakes and the last thread to leave a read or write closes what was replaced.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -17,7 +18,7 @@ namespace quillon2::process {
 class SharedFileHandle : public ISharedFileHandle {
  public:
   SharedFileHandle() = default;
-  explicit SharedFileHandle(native_handle_t handle) : m_handle(handle > 0 ? handle : 0) {}
+  explicit SharedFileHandle(native_handle_t handle);
   ~SharedFileHandle() override;
   SharedFileHandle(SharedFileHandle const&) = delete;
   SharedFileHandle& operator=(SharedFileHandle const&) = delete;
@@ -31,15 +32,22 @@ class SharedFileHandle : public ISharedFileHandle {
   std::wstring serialize() override;
 
  private:
-  // Takes the descriptor for one read or write; 0 when the handle is empty.
-  native_handle_t enter(bool need_wake);
+  struct use_t {
+    native_handle_t fd;  // 0 when the handle is empty
+    int wake;
+    unsigned long generation;
+    bool nonblocking;
+  };
+  // Takes the descriptor for one read or write; leave() gives it back.
+  use_t enter(bool need_wake);
   void leave();
 
   std::mutex m_mutex;
   native_handle_t m_handle = 0;
-  int m_wake = -1;                       // eventfd, made by the first read
-  unsigned m_users = 0;                  // reads and writes running
-  unsigned long m_generation = 0;        // counts setHandle calls
+  bool m_nonblocking = false;
+  int m_wake = -1;                              // eventfd, made by the first read
+  unsigned m_users = 0;                         // reads and writes running
+  std::atomic<unsigned long> m_generation{0};  // counts setHandle calls
   std::vector<native_handle_t> m_retired;  // replaced while in use; closed by the last user
 };
 

@@ -51,6 +51,8 @@ error_code_t RedirectionHelper::createRedirectionInternal(sptr_t<ISharedFileHand
     }
   }
   QUILLON_CHECK(isPipeCreated, error::FailedTo.Set.The.Pipe);
+  // The parent's end does not block: its reader waits in poll, where it can be woken.
+  ::fcntl(ends[0], F_SETFL, ::fcntl(ends[0], F_GETFL) | O_NONBLOCK);
   write_end->setHandle(ends[1]);
   if (!read_end) read_end = makeSharedFileHandle();
   read_end->setHandle(ends[0]);

@@ -68,7 +68,33 @@ class sigpipe_guard_t {
   bool m_raised = false;
 };
 
+// Writes all bytes, waiting for room where the descriptor is non-blocking. 0 or errno.
+int write_all(int fd, void const* data, std::size_t size) {
+  auto const* p = static_cast<char const*>(data);
+  while (size > 0) {
+    ssize_t const n = ::write(fd, p, size);
+    if (n >= 0) {
+      p += n;
+      size -= static_cast<std::size_t>(n);
+    } else if (errno == EAGAIN) {
+      pollfd out{fd, POLLOUT, 0};
+      ::poll(&out, 1, -1);
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+bool is_nonblocking(int fd) {
+  int const flags = fd > 0 ? ::fcntl(fd, F_GETFL) : -1;
+  return flags >= 0 && (flags & O_NONBLOCK) != 0;
+}
+
 }  // namespace
+
+SharedFileHandle::SharedFileHandle(native_handle_t handle)
+    : m_handle(handle > 0 ? handle : 0), m_nonblocking(is_nonblocking(handle)) {}
 
 SharedFileHandle::~SharedFileHandle() {
   if (m_handle > 0) ::close(m_handle);
@@ -87,7 +113,8 @@ void SharedFileHandle::setHandle(native_handle_t handle) {
   std::lock_guard<std::mutex> lock(m_mutex);
   native_handle_t const old = m_handle;
   m_handle = handle > 0 ? handle : 0;
-  ++m_generation;
+  m_nonblocking = is_nonblocking(m_handle);
+  m_generation.fetch_add(1, std::memory_order_relaxed);
   if (old <= 0 || old == m_handle) return;
   if (m_users == 0) {
     ::close(old);
@@ -101,14 +128,16 @@ void SharedFileHandle::setHandle(native_handle_t handle) {
   }
 }
 
-ISharedFileHandle::native_handle_t SharedFileHandle::enter(bool need_wake) {
+SharedFileHandle::use_t SharedFileHandle::enter(bool need_wake) {
   std::lock_guard<std::mutex> lock(m_mutex);
-  if (m_handle <= 0) return 0;
+  use_t use{m_handle, -1, m_generation, m_nonblocking};
+  if (m_handle <= 0) return use;
   if (need_wake && m_wake < 0) {
     m_wake = internal::move_above_standard(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   }
+  use.wake = m_wake;
   ++m_users;
-  return m_handle;
+  return use;
 }
 
 void SharedFileHandle::leave() {
@@ -122,41 +151,33 @@ void SharedFileHandle::leave() {
   }
 }
 
+// A descriptor without O_NONBLOCK (one a client handed over) is read only once poll has
+// seen data, so that a wake can always reach the reader. The library's own read ends are
+// non-blocking: while data flows they cost one read call a chunk.
 int SharedFileHandle::read(char* buffer, unsigned size) {
   if (buffer == nullptr || size < 2) return -1;
-  native_handle_t const fd = enter(true);
-  if (fd <= 0) {
+  use_t const use = enter(true);
+  if (use.fd <= 0) {
     QUILLON2_CHECK_FAILED("isValid()", "error::IsNot.Valid.Handle", error::IsNot.Valid.Handle);
     return -1;
   }
-  unsigned long generation;
-  int wake;
-  {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    generation = m_generation;
-    wake = m_wake;
-  }
   ssize_t result = 0;
+  bool readable = use.nonblocking;
   for (;;) {
-    pollfd fds[2] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}};
-    int const ready = ::poll(fds, wake >= 0 ? 2 : 1, -1);
-    if (ready < 0) {
+    if (m_generation.load(std::memory_order_relaxed) != use.generation) break;  // woken
+    if (readable) {
+      result = ::read(use.fd, buffer, size - 1);
+      if (result >= 0) break;
+      result = 0;
       if (errno == EINTR) continue;
-      result = 0;
-      break;
+      if (errno != EAGAIN) break;
     }
-    if (fds[0].revents != 0) {
-      result = quillon2::internal::posix::retry_eintr([&] { return ::read(fd, buffer, size - 1); });
-      if (result < 0) result = 0;
-      break;
-    }
-    if (fds[1].revents != 0) {
-      std::lock_guard<std::mutex> lock(m_mutex);
-      // Another user's wake that this read outlived: wait again.
-      if (generation == m_generation) continue;
-      result = 0;
-      break;
-    }
+    pollfd fds[2] = {{use.fd, POLLIN, 0}, {use.wake, POLLIN, 0}};
+    int const ready = ::poll(fds, use.wake >= 0 ? 2 : 1, -1);
+    if (ready < 0 && errno != EINTR) break;
+    // Data, the end, or an error: the read tells which. A wake alone that is not this
+    // read's (generation unchanged) is another user's, which this read outlived.
+    readable = ready > 0 && fds[0].revents != 0;
   }
   buffer[result] = '\0';
   leave();
@@ -164,7 +185,7 @@ int SharedFileHandle::read(char* buffer, unsigned size) {
 }
 
 int SharedFileHandle::write(void const* buffer, unsigned size) {
-  native_handle_t const fd = enter(false);
+  native_handle_t const fd = enter(false).fd;
   if (fd <= 0) {
     QUILLON2_CHECK_FAILED("isValid()", "error::IsNot.Valid.Handle", error::IsNot.Valid.Handle);
     return -1;
@@ -172,7 +193,7 @@ int SharedFileHandle::write(void const* buffer, unsigned size) {
   int error;
   {
     sigpipe_guard_t guard;
-    error = quillon2::internal::posix::write_all(fd, buffer, size);
+    error = write_all(fd, buffer, size);
     if (error == EPIPE) guard.raised();
   }
   leave();
