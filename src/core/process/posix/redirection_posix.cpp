@@ -53,6 +53,9 @@ error_code_t RedirectionHelper::createRedirectionInternal(sptr_t<ISharedFileHand
   QUILLON_CHECK(isPipeCreated, error::FailedTo.Set.The.Pipe);
   // The parent's end does not block: its reader waits in poll, where it can be woken.
   ::fcntl(ends[0], F_SETFL, ::fcntl(ends[0], F_GETFL) | O_NONBLOCK);
+  // A larger pipe lets a child write ahead of its reader, with fewer switches between the
+  // two; where the system refuses, the pipe keeps its default size.
+  ::fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);
   write_end->setHandle(ends[1]);
   if (!read_end) read_end = makeSharedFileHandle();
   read_end->setHandle(ends[0]);
