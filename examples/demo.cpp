@@ -2,6 +2,7 @@
 // use it; run it with scripts/demo.
 #include <future>
 #include <iostream>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -351,6 +352,34 @@ void configuration() {
             << q2::stdpaths::get_user_config_dir(L"").native_string() << ", temporary files in "
             << q2::stdpaths::get_temp_dir().native_string() << "\n";
   q2::remove_directory(q2::path_t(work), true);
+
+// Child processes: run one with its own environment, capture its output through a
+// callback (on a reader thread), and read its exit code.
+void child_process() {
+  section("child process");
+  struct capture_t : q2::process::IPipeReaderCallback {
+    std::mutex mutex;
+    std::string text;
+    q2::error_code_t onRead(char const* data, unsigned size) override {
+      std::lock_guard<std::mutex> lock(mutex);
+      text.append(data, size);
+      return q2::error_code_t();
+    }
+  };
+  q2::sptr_t<capture_t> output(new q2::ref_counted_t<capture_t>());
+  auto environment = q2::process::IEnvironment::create(true);
+  environment->addLines(L"GREETING=hello, your home is %HOME%", false);
+  auto child = q2::process::IProcess::create();
+  child->registerReadingCallback(1, output);
+  std::vector<std::wstring> arguments{L"-c", L"echo \"$GREETING\"; exit 7"};
+  if (child->run(L"sh", q2::iterutil::make_owned_iterator_from<std::wstring>(arguments),
+                 environment, nullptr, false, nullptr, false)
+          .is_false()) {
+    std::cout << "could not start: " << kesmet2::utf16_to_utf8(child->errorText()) << "\n";
+    return;
+  }
+  child->join();
+  std::cout << "child said: " << output->text << "exit code: " << child->exitCode() << "\n";
 }
 
 }  // namespace
@@ -372,5 +401,6 @@ int main() {
   scheduler();
   xsl_transformation();
   configuration();
+  child_process();
   return 0;
 }

@@ -66,3 +66,8 @@
 #include <quillon2/core/config/advanced_xml_config.hpp>
 #include <quillon2/core/config/config_manager.hpp>
 #include <quillon2/core/file_system/std_paths.hpp>
+
+// Processes: child processes with redirected streams, their environment, shared handles.
+#include <quillon2/core/process/environment.hpp>
+#include <quillon2/core/process/shared_file_handle.hpp>
+#include <quillon2/core/process/process.hpp>

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <quillon2/core/environ.hpp>
 #include <quillon2/core/threading/mutex.hpp>
@@ -92,6 +93,12 @@ bool read_environ_unrecorded(std::string const& name, std::string& value) {
   environment_table_t& table = environment_table();
   threading::mutex_guard_t guard(table.mutex);
   return os_get_environ(name, value);
+}
+
+void copy_environ_unrecorded(std::vector<std::string>& entries) {
+  environment_table_t& table = environment_table();
+  threading::mutex_guard_t guard(table.mutex);
+  os_copy_environ(entries);
 }
 
 }  // namespace internal

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace quillon2::internal {
 
@@ -11,5 +12,12 @@ bool os_get_environ(std::string const& name, std::string& value);
 
 // Sets the variable, or removes it for an empty value. False when the system refused.
 bool os_set_environ(std::string const& name, std::string const& value);
+
+}  // namespace quillon2::internal
+
+namespace quillon2::internal {
+
+// Every entry of the process environment, as it stands.
+void os_copy_environ(std::vector<std::string>& entries);
 
 }  // namespace quillon2::internal
