@@ -1,0 +1,30 @@
+// The file under a ZIP archive, as minizip reaches it: our own set of file functions, so
+// that the file is opened close-on-exec, only a regular file is taken (a FIFO would hang
+// the open), and the writer can ask how far the file has grown.
+#pragma once
+
+#include <cstdio>
+
+#include <minizip/ioapi.h>
+
+#include <quillon2/headers/kesmet.hpp>
+
+namespace quillon2::internal {
+
+// What the hooks tell their owner. One object serves one archive.
+struct zip_file_io_t {
+  FILE* file = nullptr;  // the open file, null before the open and after the close
+  int open_error = 0;    // errno of a failed open
+};
+
+// Fills `functions` with hooks that open, read, write, seek and close through stdio and
+// report to `state`, which must outlive the archive handle.
+void fill_zip_file_functions(zlib_filefunc64_def& functions, zip_file_io_t& state);
+
+// The position of the stream in the file, buffered bytes included; 0 without a file.
+u64_t zip_file_position(zip_file_io_t const& state);
+
+// The file's length on disk now; 0 without a file.
+u64_t zip_file_length(zip_file_io_t const& state);
+
+}  // namespace quillon2::internal
