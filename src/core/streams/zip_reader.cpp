@@ -41,6 +41,8 @@ zip_reader_impl_t::zip_reader_impl_t(path_t const& path) {
   internal::fill_zip_file_functions(functions, m_io);
   std::string const native = path.native_string();
   m_zip_file = native.empty() ? nullptr : unzOpen2_64(native.c_str(), &functions);
+  // An archive without members has no handle: it lists nothing and opens nothing.
+  if (!m_zip_file && !native.empty() && internal::is_empty_archive(native)) return;
   QUILLON_CHECK_THROW(m_zip_file, error::FailedTo.Open.The.Archive(path.as_string()));
   // A directory whose first entry cannot be read is no archive to read from.
   unz_global_info64 info{};
@@ -69,7 +71,7 @@ void zip_reader_impl_t::build_index() {
   m_names = boost::make_shared<std::list<std::wstring>>();
   m_index.clear();
   unz_global_info64 info{};
-  if (unzGetGlobalInfo64(m_zip_file, &info) != UNZ_OK || info.number_entry == 0) return;
+  if (m_zip_file == nullptr || unzGetGlobalInfo64(m_zip_file, &info) != UNZ_OK || info.number_entry == 0) return;
   int res = unzGoToFirstFile(m_zip_file);
   QUILLON_ASSERT(UNZ_OK == res);
   std::vector<char> name(k_name_bytes + 1);

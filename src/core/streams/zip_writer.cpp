@@ -36,15 +36,18 @@ u64_t deflate_bound(u64_t n) { return n + (n >> 12) + (n >> 14) + (n >> 25) + 13
 
 }  // namespace
 
-zip_writer_impl_t::zip_writer_impl_t(path_t const& path, bool append) : m_append(append) {
+zip_writer_impl_t::zip_writer_impl_t(path_t const& path, bool append) {
   zlib_filefunc64_def functions{};
   internal::fill_zip_file_functions(functions, m_io);
   std::string const native = path.native_string();
+  // Adding to an archive without members is making it anew (minizip cannot open it).
+  if (append && !native.empty() && internal::is_empty_archive(native)) append = false;
   m_zip_file = native.empty() ? nullptr
                               : zipOpen2_64(native.c_str(),
                                             append ? APPEND_STATUS_ADDINZIP : APPEND_STATUS_CREATE,
                                             nullptr, &functions);
   QUILLON_CHECK_THROW(m_zip_file, error::FailedTo.Access.The.Archive(path.as_string()));
+  m_append = append;
   m_initial_length = append ? internal::zip_file_length(m_io) : 0;
   m_directory_bytes = k_end_record;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 #include <minizip/ioapi.h>
 
@@ -26,5 +27,10 @@ u64_t zip_file_position(zip_file_io_t const& state);
 
 // The file's length on disk now; 0 without a file.
 u64_t zip_file_length(zip_file_io_t const& state);
+
+// Whether the file is an archive without members: only the end record (with its
+// comment). minizip looks for that record everywhere but at offset 0, so it cannot
+// open such a file; the reader and the appending writer handle it themselves.
+bool is_empty_archive(std::string const& native);
 
 }  // namespace quillon2::internal

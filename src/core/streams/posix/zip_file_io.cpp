@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "core/miscellaneous/include/posix_io.hpp"
 #include "core/streams/include/zip_file_io.hpp"
@@ -113,6 +114,22 @@ u64_t zip_file_length(zip_file_io_t const& state) {
   struct stat st {};
   if (state.file == nullptr || ::fstat(::fileno(state.file), &st) != 0) return 0;
   return static_cast<u64_t>(st.st_size);
+}
+
+bool is_empty_archive(std::string const& native) {
+  zip_file_io_t state;
+  FILE* file = static_cast<FILE*>(open_file(&state, native.c_str(), ZLIB_FILEFUNC_MODE_READ));
+  if (file == nullptr) return false;
+  unsigned char record[22];
+  bool const read = std::fread(record, 1, sizeof record, file) == sizeof record;
+  struct stat st {};
+  bool const stated = ::fstat(::fileno(file), &st) == 0;
+  std::fclose(file);
+  // Signature, then disk numbers, entry counts, directory size and offset all 0, then
+  // the comment's length, which must be what follows.
+  static unsigned char const k_empty[20] = {'P', 'K', 5, 6};
+  return read && stated && std::memcmp(record, k_empty, sizeof k_empty) == 0 &&
+         static_cast<u64_t>(st.st_size) == sizeof record + (record[20] | record[21] << 8);
 }
 
 }  // namespace quillon2::internal
