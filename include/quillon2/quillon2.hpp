@@ -58,3 +58,8 @@
 // The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/batch_cancel.hpp>
+
+// Containers: byte streams, file mappings, ZIP archives and directory stores.
+#include <quillon2/core/streams/stream.hpp>
+#include <quillon2/core/streams/file_mapping.hpp>
+#include <quillon2/core/streams/archive.hpp>
