@@ -21,7 +21,7 @@
 #include <benchmark/benchmark.h>
 #include <minizip/unzip.h>
 #include <minizip/zip.h>
-#include <zip.h>
+#include <zip.h>  // libzip; minizip is reached as <minizip/...>
 
 #include <quillon2/core/streams/archive.hpp>
 #include <quillon2/core/streams/file_mapping.hpp>

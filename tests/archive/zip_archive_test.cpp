@@ -84,27 +84,25 @@ TEST_F(ZipArchive, MembersComeBackAsWrittenInEveryCompression) {
 }
 
 TEST_F(ZipArchive, SeekIsRefusedAndPositionsGoOn) {
-  q2::sptr_t<q2::archive_writer_t> writer;
-  ASSERT_TRUE(q2::create_zip_writer(at("s.zip"), writer, false).is_ok());
-  ASSERT_TRUE(writer->create_new_stream(L"m", 1).is_ok());
-  ASSERT_TRUE(writer->write("hello", 5).is_ok());
-  EXPECT_EQ(writer->seek(0, 0), error::IsNot.Implemented.Function);
-  q2::u64_t position = 0;
-  EXPECT_TRUE(writer->get_position(&position).is_ok());
-  EXPECT_EQ(position, 5u);
-  ASSERT_TRUE(writer->close().is_ok());
-  writer = nullptr;
-
+  write_zip("s.zip", {{L"m", "hello"}});
   auto reader = open_zip("s.zip");
   ASSERT_TRUE(reader->open_stream(L"m").is_ok());
   char buffer[3];
   ASSERT_TRUE(reader->read(buffer, 3, nullptr).is_ok());
   EXPECT_EQ(reader->seek(0, 0), error::IsNot.Implemented.Function);
+  q2::u64_t position = 0;
   EXPECT_TRUE(reader->get_position(&position).is_ok());
   EXPECT_EQ(position, 3u);
-  q2::u64_t size = 0;
-  EXPECT_TRUE(reader->get_size(&size).is_ok());
-  EXPECT_EQ(size, 5u);
+  EXPECT_TRUE(reader->get_size(&position).is_ok());
+  EXPECT_EQ(position, 5u);
+
+  q2::sptr_t<q2::archive_writer_t> writer;
+  ASSERT_TRUE(q2::create_zip_writer(at("w.zip"), writer, false).is_ok());
+  ASSERT_TRUE(writer->create_new_stream(L"m", 1).is_ok());
+  ASSERT_TRUE(writer->write("hello", 5).is_ok());
+  EXPECT_EQ(writer->seek(0, 0), error::IsNot.Implemented.Function);
+  EXPECT_TRUE(writer->get_position(&position).is_ok());
+  EXPECT_EQ(position, 5u);
 }
 
 TEST_F(ZipArchive, AppendingKeepsTheMembersThatWereThere) {
@@ -217,12 +215,7 @@ TEST_F(ZipArchive, HostileArchivesGiveFailuresNotCrashes) {
   EXPECT_TRUE(liar->has_data().is_ok());
   EXPECT_EQ(liar->read(buffer.data(), buffer.size(), &got), error::FailedTo.Read.The.Archive);
 
-  // The file cut in the middle of the member's data, and cut anywhere.
-  q2test::write_file(file("cut.zip"), good.substr(0, 200) + good.substr(directory));
-  q2::sptr_t<q2::archive_reader_t> cut;
-  if (q2::create_zip_reader(at("cut.zip"), cut).is_ok() && cut->open_stream(L"m").is_ok()) {
-    EXPECT_NE(q2test::read_rest(*cut), content);
-  }
+  // The file cut anywhere.
   for (std::size_t length = 0; length < good.size(); length += 499) {
     q2test::write_file(file("t.zip"), good.substr(0, length));
     q2::sptr_t<q2::archive_reader_t> zip;
