@@ -1,9 +1,10 @@
 // file_mapping_on_stream_t: a stream's content as a block of memory, and the two
 // create_mapping_on_stream functions.
 //
-// A mapping on a read stream reads its content at once. The block grows with the data
-// that really arrives, in steps of k_fill_step, so a stream that claims a huge size
-// costs no more memory than it delivers before it ends.
+// A mapping on a read stream reads its content at once. Up to k_first_step that is one
+// read; beyond, the block grows with the data that really arrives, each step as large as
+// what came before, so a stream that claims a huge size costs no more than twice what it
+// delivers before it ends.
 #include <algorithm>
 #include <exception>
 #include <limits>
@@ -18,7 +19,7 @@ namespace quillon2 {
 
 namespace {
 
-constexpr u64_t k_fill_step = u64_t{64} << 20;
+constexpr u64_t k_first_step = u64_t{1} << 20;
 
 // Gives the vector `size` bytes, zero-filled; false when memory runs out.
 bool resize_bytes(std::vector<unsigned char>& bytes, u64_t size) {
@@ -67,11 +68,9 @@ file_mapping_on_stream_t::file_mapping_on_stream_t(sptr_t<read_stream_t> const& 
     QUILLON_CHECK_THROW(stream_size < std::numeric_limits<size_t>::max(), error::IsNot.Valid.Size);
     size = stream_size;
   }
-  // One read for the usual size; larger contents come in steps, the block growing only
-  // as far as data has come.
   u64_t read = 0;
   while (read < size) {
-    u64_t const step = std::min(size - read, k_fill_step);
+    u64_t const step = std::min(size - read, std::max(read, k_first_step));
     if (!resize_bytes(m_mapping, read + step)) {
       QUILLON_CHECK_THROW(m_mapping.size() == size, error::FailedTo.Resize.The.Container);
     }

@@ -1,6 +1,8 @@
 // minizip's file functions on our terms: open(O_CLOEXEC | O_NONBLOCK), a check that the
-// file is a regular one, then stdio on the descriptor, as minizip's own functions use.
+// file is a regular one, then stdio on the descriptor, as minizip's own functions use,
+// without stdio's locking.
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,6 +57,10 @@ voidpf ZCALLBACK open_file(voidpf opaque, void const* filename, int mode) {
     return nullptr;
   }
   fd.release();
+  // The file belongs to one archive, which belongs to one thread at a time: minizip reads
+  // headers a byte at a time, and stdio's lock around each call would cost more than
+  // the byte.
+  ::__fsetlocking(file, FSETLOCKING_BYCALLER);
   state->file = file;
   return file;
 }
