@@ -22,6 +22,10 @@ namespace text = KESMET_2_18::strings;
 constexpr std::size_t k_listed_name_bytes = 99;
 // The format's longest name.
 constexpr std::size_t k_name_bytes = 0xFFFF;
+// A central directory entry without its name, extra field and comment.
+constexpr std::size_t k_directory_entry = 46;
+// The most of a directory read whole; a larger one is walked by minizip.
+constexpr u64_t k_directory_in_memory = u64_t{64} << 20;
 // unzReadCurrentFile takes an unsigned count.
 constexpr std::size_t k_read_chunk = std::size_t{1} << 30;
 
@@ -74,6 +78,7 @@ void zip_reader_impl_t::build_index() {
   if (m_zip_file == nullptr || unzGetGlobalInfo64(m_zip_file, &info) != UNZ_OK || info.number_entry == 0) return;
   int res = unzGoToFirstFile(m_zip_file);
   QUILLON_ASSERT(UNZ_OK == res);
+  if (res == UNZ_OK && index_in_memory(info.number_entry)) return;
   std::vector<char> name(k_name_bytes + 1);
   while (res == UNZ_OK) {
     unz_file_info64 entry{};
@@ -82,10 +87,48 @@ void zip_reader_impl_t::build_index() {
     if (res != UNZ_OK) break;
     std::string full(name.data(), std::min<std::size_t>(entry.size_filename, k_name_bytes));
     unz64_file_pos position{};
-    if (unzGetFilePos64(m_zip_file, &position) == UNZ_OK) m_index.emplace(full, position);
-    m_names->push_back(listed_name(full));
+    if (unzGetFilePos64(m_zip_file, &position) == UNZ_OK) add_entry(std::move(full), position);
     res = unzGoToNextFile(m_zip_file);
   }
+}
+
+void zip_reader_impl_t::add_entry(std::string full, unz64_file_pos const& position) {
+  m_names->push_back(listed_name(full));
+  m_index.emplace(std::move(full), position);
+}
+
+bool zip_reader_impl_t::index_in_memory(u64_t entries) {
+  // The first entry's place, as minizip counts it. It is the place in the file when
+  // nothing precedes the archive; the signature tells, and otherwise minizip walks.
+  unz64_file_pos first{};
+  if (unzGetFilePos64(m_zip_file, &first) != UNZ_OK) return false;
+  u64_t const start = first.pos_in_zip_directory;
+  u64_t const length = internal::zip_file_length(m_io);
+  if (start >= length || length - start > k_directory_in_memory) return false;
+  std::string directory;
+  if (!internal::zip_file_read_at(m_io, start, static_cast<std::size_t>(length - start), directory) ||
+      directory.compare(0, 4, "PK\x01\x02", 4) != 0) {
+    return false;
+  }
+  auto const u16_at = [&](std::size_t at) {
+    return static_cast<std::size_t>(static_cast<unsigned char>(directory[at]) |
+                                    static_cast<unsigned char>(directory[at + 1]) << 8);
+  };
+  // The same steps as minizip's walk: an entry is 46 bytes, then its name, extra field
+  // and comment; the walk stops at the first entry that is not whole.
+  std::size_t at = 0;
+  for (u64_t number = 0; number < entries; ++number) {
+    if (directory.size() - at < k_directory_entry ||
+        directory.compare(at, 4, "PK\x01\x02", 4) != 0) {
+      break;
+    }
+    std::size_t const name = u16_at(at + 28);
+    std::size_t const next = at + k_directory_entry + name + u16_at(at + 30) + u16_at(at + 32);
+    if (next > directory.size()) break;
+    add_entry(directory.substr(at + k_directory_entry, name), unz64_file_pos{start + at, number});
+    at = next;
+  }
+  return true;
 }
 
 generic_iterator_t<std::wstring> zip_reader_impl_t::enum_streams() {

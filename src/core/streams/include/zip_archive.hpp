@@ -71,6 +71,10 @@ class zip_reader_impl_t : public archive_reader_t {
   void close_member();
   // Walks the central directory once: the listed names and the index.
   void build_index();
+  // The walk over the directory read whole into memory (minizip parses every header a
+  // byte at a time); false when it does not apply, and nothing was added then.
+  bool index_in_memory(u64_t entries);
+  void add_entry(std::string full, unz64_file_pos const& position);
 
   internal::zip_file_io_t m_io;
   unzFile m_zip_file = nullptr;

@@ -28,6 +28,9 @@ u64_t zip_file_position(zip_file_io_t const& state);
 // The file's length on disk now; 0 without a file.
 u64_t zip_file_length(zip_file_io_t const& state);
 
+// Reads `size` bytes at `offset` without moving the stream; false when fewer are there.
+bool zip_file_read_at(zip_file_io_t const& state, u64_t offset, std::size_t size, std::string& out);
+
 // Whether the file is an archive without members: only the end record (with its
 // comment). minizip looks for that record everywhere but at offset 0, so it cannot
 // open such a file; the reader and the appending writer handle it themselves.

@@ -122,6 +122,20 @@ u64_t zip_file_length(zip_file_io_t const& state) {
   return static_cast<u64_t>(st.st_size);
 }
 
+bool zip_file_read_at(zip_file_io_t const& state, u64_t offset, std::size_t size, std::string& out) {
+  if (state.file == nullptr) return false;
+  out.resize(size);
+  std::size_t done = 0;
+  while (done < size) {
+    ssize_t const n = posix::retry_eintr([&] {
+      return ::pread(::fileno(state.file), &out[done], size - done, static_cast<off_t>(offset + done));
+    });
+    if (n <= 0) return false;
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
 bool is_empty_archive(std::string const& native) {
   zip_file_io_t state;
   FILE* file = static_cast<FILE*>(open_file(&state, native.c_str(), ZLIB_FILEFUNC_MODE_READ));
