@@ -259,6 +259,12 @@ TEST_F(ZipArchive, WeReadArchivesOfOtherTools) {
     EXPECT_EQ(read_stream(*zip, L"small.txt"), "tiny");
     EXPECT_EQ(read_stream(*zip, L"large.txt"), q2test::make_text(100000));
   }
+  // Data in front of the archive (a self-extractor's program) shifts every offset.
+  q2test::write_file(file("sfx.zip"), "#!/bin/sh\nexit 0\n" + q2test::read_file(file("deflated.zip")));
+  auto sfx = open_zip("sfx.zip");
+  ASSERT_TRUE(sfx);
+  EXPECT_EQ(read_stream(*sfx, L"large.txt"), q2test::make_text(100000));
+  EXPECT_EQ(read_stream(*sfx, L"small.txt"), "tiny");
   // Python writes UTF-8 names with the flag.
   ASSERT_EQ(run("python3 -c \"import zipfile\n"
                 "with zipfile.ZipFile('py.zip', 'w', zipfile.ZIP_DEFLATED) as z:\n"
