@@ -380,6 +380,44 @@ void child_process() {
   }
   child->join();
   std::cout << "child said: " << output->text << "exit code: " << child->exitCode() << "\n";
+
+// Archives: a small ZIP written and read back through the stream interface, and a
+// member seen as one block of memory.
+void archives() {
+  section("archives and mappings");
+  std::wstring work;
+  if (q2::create_unique_dir(L"/tmp", L"q2demo-@@@@", work) != q2::RC_CREATED) return;
+  q2::path_t zip_path(work);
+  zip_path.append(q2::path_t(L"demo.zip"));
+  {
+    q2::sptr_t<q2::archive_writer_t> zip;
+    if (!q2::create_zip_writer(zip_path, zip, false)) return;
+    for (std::wstring name : {L"hello.txt", L"gr\u00fc\u00dfe.txt"}) {
+      std::string const text = "contents of " + kesmet2::utf16_to_utf8(name) + "\n";
+      zip->create_new_stream(name, 0);
+      zip->write(text.data(), text.size());
+      zip->close();
+    }
+  }  // the last release writes the central directory
+  q2::sptr_t<q2::archive_reader_t> zip;
+  if (q2::error_code_t const ec = q2::create_zip_reader(zip_path, zip); !ec) {
+    std::cout << ec.as_string() << "\n";
+    return;
+  }
+  for (auto it = zip->enum_streams(); !it.at_end(); it.next()) {
+    std::string text(256, '\0');
+    q2::u64_t got = 0;
+    zip->open_stream(it.current());
+    zip->read(text.data(), text.size(), &got);
+    zip->close();
+    std::cout << kesmet2::utf16_to_utf8(it.current()) << ": " << text.substr(0, got);
+  }
+  zip->open_stream(L"hello.txt");
+  q2::sptr_t<q2::file_mapping_t> block;
+  if (q2::create_mapping_on_stream(block, q2::sptr_t<q2::read_stream_t>(zip), 0)) {
+    std::cout << "hello.txt as a block of " << block->get_size() << " bytes\n";
+  }
+  q2::remove_directory(q2::path_t(work), true);
 }
 
 }  // namespace
@@ -397,6 +435,7 @@ int main() {
   bags_as_xml();
   bags_as_attributes();
   files();
+  archives();
   text_helpers();
   scheduler();
   xsl_transformation();

@@ -71,3 +71,8 @@
 #include <quillon2/core/process/environment.hpp>
 #include <quillon2/core/process/shared_file_handle.hpp>
 #include <quillon2/core/process/process.hpp>
+
+// Containers: byte streams, file mappings, ZIP archives and directory stores.
+#include <quillon2/core/streams/stream.hpp>
+#include <quillon2/core/streams/file_mapping.hpp>
+#include <quillon2/core/streams/archive.hpp>
