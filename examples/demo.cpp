@@ -1,5 +1,6 @@
 // A tour of quillon2's main roads. Each section shows one capability as a client would
 // use it; run it with scripts/demo.
+#include <cstdio>
 #include <future>
 #include <iostream>
 #include <string>
@@ -267,6 +268,27 @@ void scheduler() {
   scheduler->cancel_and_wait(L"demo", nullptr);
 }
 
+// Digests of text and of a file, and a scope timer that prints its line at the end.
+void digests() {
+  section("digests");
+  q2::debugging::time_logger_t timer("digests took (ns):");
+  q2::md5_t md5;
+  md5.update(std::string("abc"));
+  std::cout << "md5(abc) = " << kesmet2::utf16_to_utf8(md5.get_digest_base16()) << "\n"
+            << "crc32(L\"abc\") = " << std::hex << q2::generate_hash(std::wstring(L"abc"))
+            << std::dec << "\n";
+  std::string const file = "/tmp/q2demo-digest.txt";
+  if (FILE* f = std::fopen(file.c_str(), "we")) {
+    std::fputs("123456789", f);
+    std::fclose(f);
+    q2::sha1_t sha1;
+    if (sha1.update_from_file(q2::make_path(file), 4096))
+      std::cout << "sha1(" << file << ") = " << kesmet2::utf16_to_utf8(sha1.get_digest_base16())
+                << "\n";
+    std::remove(file.c_str());
+  }
+}
+
 }  // namespace
 
 int main() {
@@ -284,5 +306,6 @@ int main() {
   files();
   text_helpers();
   scheduler();
+  digests();
   return 0;
 }

@@ -58,3 +58,7 @@
 // The scheduler: tasks through stages, groups, sequencing, cancellation, batch cancel.
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/batch_cancel.hpp>
+
+// Digests (MD5, SHA-1, CRC-32) and the scope timer.
+#include <quillon2/core/digest.hpp>
+#include <quillon2/core/time_logger.hpp>

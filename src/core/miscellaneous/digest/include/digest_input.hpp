@@ -15,26 +15,39 @@ namespace quillon2::internal::digest {
 // that is no code point is fed as its low 16 bits, as a 16-bit string would hold it.
 template <class Sink>
 void for_each_utf16le_piece(std::wstring const& text, Sink&& sink) {
-  unsigned char buffer[4096];
-  std::size_t used = 0;
-  auto put = [&](std::uint32_t unit) {
-    if (used + 2 > sizeof buffer) {
-      sink(buffer, used);
+  // Units are stored in the machine's order; the sink sees little-endian bytes.
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "UTF-16LE bytes are stored as is");
+  constexpr std::size_t k_block = 2048;
+  std::uint16_t buffer[2 * k_block];
+  wchar_t const* p = text.data();
+  for (std::size_t left = text.size(); left != 0;) {
+    std::size_t const m = left < k_block ? left : k_block;
+    // Most text lies in the Basic Multilingual Plane: narrow a block in one pass (which the
+    // compiler vectorises) and redo it unit by unit only when it holds anything beyond.
+    std::uint32_t beyond = 0;
+    for (std::size_t k = 0; k < m; ++k) {
+      auto const c = static_cast<std::uint32_t>(p[k]);
+      buffer[k] = static_cast<std::uint16_t>(c);
+      beyond |= c >> 16;
+    }
+    std::size_t used = m;
+    if (beyond != 0) {
       used = 0;
+      for (std::size_t k = 0; k < m; ++k) {
+        auto const c = static_cast<std::uint32_t>(p[k]);
+        if (c >= 0x10000 && c <= 0x10FFFF) {
+          buffer[used++] = static_cast<std::uint16_t>(0xD800 + ((c - 0x10000) >> 10));
+          buffer[used++] = static_cast<std::uint16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+        } else {
+          // A value that is no code point goes in as its low 16 bits.
+          buffer[used++] = static_cast<std::uint16_t>(c);
+        }
+      }
     }
-    buffer[used++] = static_cast<unsigned char>(unit & 0xFF);
-    buffer[used++] = static_cast<unsigned char>((unit >> 8) & 0xFF);
-  };
-  for (wchar_t const wc : text) {
-    auto const c = static_cast<std::uint32_t>(wc);
-    if (c >= 0x10000 && c <= 0x10FFFF) {
-      put(0xD800 + ((c - 0x10000) >> 10));
-      put(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      put(c);
-    }
+    sink(buffer, used * 2);
+    p += m;
+    left -= m;
   }
-  if (used != 0) sink(buffer, used);
 }
 
 enum class read_end_t { unreadable, failed, end_of_file };
