@@ -289,6 +289,21 @@ void digests() {
   }
 }
 
+// A system library loaded by name through the system's search, and one of its symbols.
+void libraries() {
+  section("dynamic libraries");
+  q2::shared_lib_t zlib(L"libz.so.1", q2::path_t());
+  if (!zlib) {
+    std::cout << "libz.so.1 did not load: " << kesmet2::utf16_to_utf8(zlib.get_error_text()) << "\n";
+    return;
+  }
+  auto version = reinterpret_cast<char const* (*)()>(zlib.get_symbol(L"zlibVersion"));
+  std::cout << "zlib " << (version != nullptr ? version() : "?") << " through shared_lib_t\n";
+  q2::shared_lib_t missing(L"no-such-plugin", q2::path_t(L"/tmp"));
+  std::cout << "a missing plugin: status " << missing.get_error_status() << " ("
+            << kesmet2::utf16_to_utf8(missing.get_error_text()) << ")\n";
+}
+
 }  // namespace
 
 int main() {
@@ -307,5 +322,6 @@ int main() {
   text_helpers();
   scheduler();
   digests();
+  libraries();
   return 0;
 }

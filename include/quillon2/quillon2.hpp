@@ -62,3 +62,7 @@
 // Digests (MD5, SHA-1, CRC-32) and the scope timer.
 #include <quillon2/core/digest.hpp>
 #include <quillon2/core/time_logger.hpp>
+
+// Dynamic libraries and the manager of versioned libraries.
+#include <quillon2/core/file_system/shared_lib.hpp>
+#include <quillon2/core/file_system/lib_manager.hpp>

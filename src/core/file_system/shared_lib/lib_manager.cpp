@@ -117,10 +117,12 @@ class lib_manager_imp_t : public lib_manager_t {
       // A name that is no UTF-8 has no wide form to match: it is passed over.
       auto const* bytes = reinterpret_cast<unsigned char const*>(entry.name.data());
       if (!quillon2::validate_utf8(bytes, entry.name.size())) continue;
-      struct stat st;
-      if (::stat((native + "/" + entry.name).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+      if (entry.kind != internal::fs_os::entry_kind_t::other) continue;
       std::wstring const leaf = kesmet2::utf8_to_utf16(entry.name);
       if (!boost::regex_match(leaf, expression)) continue;
+      // Links count as what they lead to; only matches are examined.
+      struct stat st;
+      if (::stat((native + "/" + entry.name).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
       path_t path = root;
       if (path.append(path_t(leaf))) found.push_back(path);
     }
