@@ -1,5 +1,7 @@
 // A tour of quillon2's main roads. Each section shows one capability as a client would
 // use it; run it with scripts/demo.
+#include <unistd.h>
+
 #include <cstdio>
 #include <future>
 #include <iostream>
@@ -304,6 +306,32 @@ void libraries() {
             << kesmet2::utf16_to_utf8(missing.get_error_text()) << ")\n";
 }
 
+// This process in the system's process list, and what kind of file its program is.
+void system_information() {
+  section("system information");
+  q2::generic_iterator_t<q2::sptr_t<q2::process_t>> list;
+  if (!q2::process_t::get_process_list(list)) return;
+  std::size_t count = 0;
+  for (; !list.at_end(); list.next(), ++count) {
+    auto const process = list.current();
+    if (process->get_value(q2::process_t::ppProcessId).get<unsigned>() != static_cast<unsigned>(::getpid()))
+      continue;
+    q2::variant_t const name = process->get_value(q2::process_t::ppExeName);
+    q2::variant_t const user = process->get_value(q2::process_t::ppUser);
+    std::cout << "this process: " << kesmet2::utf16_to_utf8(name.get<wchar_t const*>()) << ", "
+              << process->get_value(q2::process_t::ppThreadCount).get<unsigned>() << " thread(s), owner "
+              << (user.get_type() == q2::vtWString ? kesmet2::utf16_to_utf8(user.get<wchar_t const*>()) : "?")
+              << "\n";
+  }
+  std::cout << count << " processes in the snapshot\n";
+  q2::exec_file_info_t kind;
+  q2::get_executable_file_info(q2::path_t(L"/bin/sh"), kind);
+  q2::fs_info_t volume;
+  q2::get_filesystem_info(q2::path_t(L"/tmp"), volume);
+  std::cout << "/bin/sh is of kind 0x" << std::hex << kind << std::dec << "; /tmp: file system "
+            << volume.file_system << ", drive kind " << volume.drive_kind << "\n";
+}
+
 }  // namespace
 
 int main() {
@@ -323,5 +351,6 @@ int main() {
   scheduler();
   digests();
   libraries();
+  system_information();
   return 0;
 }

@@ -66,3 +66,7 @@
 // Dynamic libraries and the manager of versioned libraries.
 #include <quillon2/core/file_system/shared_lib.hpp>
 #include <quillon2/core/file_system/lib_manager.hpp>
+
+// System information: the process list, the editor query, file and volume kinds.
+#include <quillon2/das/das_process.hpp>
+#include <quillon2/core/file_system/fs_info.hpp>

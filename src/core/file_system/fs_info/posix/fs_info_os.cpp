@@ -14,7 +14,10 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -134,7 +137,7 @@ bool remote_fuse(std::string const& type) {
 }
 
 // For a block device: removable as the disk says (a partition asks its disk).
-drive_kind_t block_drive_kind(dev_t device) {
+drive_kind_t read_block_drive_kind(dev_t device) {
   std::string const base =
       "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
   struct stat st;
@@ -144,6 +147,31 @@ drive_kind_t block_drive_kind(dev_t device) {
       !read_text((base + "/../removable").c_str(), flag))
     return DRIVE_KIND_FIXED;
   return !flag.empty() && flag[0] == '1' ? DRIVE_KIND_REMOVABLE : DRIVE_KIND_FIXED;
+}
+
+// The answers of /sys are kept for a second: a device number can be given to another
+// device when one is unplugged, but not that fast, and asking /sys costs several opens.
+drive_kind_t block_drive_kind(dev_t device) {
+  struct cached_t {
+    dev_t device;
+    drive_kind_t kind;
+    std::chrono::steady_clock::time_point until;
+  };
+  static std::mutex lock;
+  static std::vector<cached_t> cache;
+  auto const now = std::chrono::steady_clock::now();
+  {
+    std::lock_guard<std::mutex> guard(lock);
+    for (auto const& c : cache)
+      if (c.device == device && now < c.until) return c.kind;
+  }
+  drive_kind_t const kind = read_block_drive_kind(device);
+  std::lock_guard<std::mutex> guard(lock);
+  cache.erase(std::remove_if(cache.begin(), cache.end(),
+                             [&](cached_t const& c) { return c.device == device || !(now < c.until); }),
+              cache.end());
+  cache.push_back({device, kind, now + std::chrono::seconds(1)});
+  return kind;
 }
 
 }  // namespace
