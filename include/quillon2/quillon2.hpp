@@ -70,3 +70,6 @@
 // System information: the process list, the editor query, file and volume kinds.
 #include <quillon2/das/das_process.hpp>
 #include <quillon2/core/file_system/fs_info.hpp>
+
+// Whole-file replacement for clients, and the library's version.
+#include <quillon2/core/file_system/atomic_file.hpp>
