@@ -156,7 +156,6 @@ void add_bag_commands(CLI::App& app) {
     sub->add_flag("--pretty", options.pretty, "JSON with line breaks and indentation (default)");
     sub->add_flag("--compact", options.compact, "JSON on one line");
     on_run(sub, "bag convert", [] {
-      at_most_one_dash({&in, &out_name});
       form_t to;
       if (!options.to.empty()) {
         to = parse_form(options.to);
@@ -208,7 +207,7 @@ void add_bag_commands(CLI::App& app) {
     sub->add_option("FILE", file, "XML file, or - for standard input")->required();
     sub->add_option("SCHEMA", schema, "RELAX NG schema (.rng)")->required();
     on_run(sub, "bag validate", [] {
-      at_most_one_dash({&file, &schema});
+      at_most_one_stdin({&file, &schema});
       std::string const xml = read_input(file);
       std::string const rng = read_input(schema);
       relaxng_messages_t messages;

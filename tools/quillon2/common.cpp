@@ -66,10 +66,10 @@ void write_output(std::string const& name, std::string_view bytes) {
 
 void out(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
-void at_most_one_dash(std::vector<std::string const*> const& names) {
+void at_most_one_stdin(std::vector<std::string const*> const& names) {
   int dashes = 0;
   for (auto const* name : names) dashes += *name == "-" ? 1 : 0;
-  if (dashes > 1) throw usage_t{"\"-\" stands for standard input or output only once"};
+  if (dashes > 1) throw usage_t{"\"-\" stands for standard input only once"};
 }
 
 progress_t::progress_t(std::string label, std::uint64_t total)

@@ -44,8 +44,8 @@ std::string read_input(std::string const& name);
 void write_output(std::string const& name, std::string_view bytes);
 // Writes to standard output; a failed write is a failure at the end of the command.
 void out(std::string_view text);
-// Refuses "-" for more than one of the names.
-void at_most_one_dash(std::vector<std::string const*> const& names);
+// Refuses "-" (standard input) for more than one of the input names.
+void at_most_one_stdin(std::vector<std::string const*> const& names);
 
 // A progress bar on standard error for work of more than 1 MB, shown only when standard
 // error is a terminal and -q is not given, at most 10 updates a second, cleared at the end.

@@ -99,7 +99,7 @@ void add_file_commands(CLI::App& app) {
     on_run(sub, "digest", [] {
       std::vector<std::string const*> names;
       for (auto const& f : files) names.push_back(&f);
-      at_most_one_dash(names);
+      at_most_one_stdin(names);
       std::string failed;
       for (auto const& name : files) {
         std::string digest;
