@@ -5,6 +5,7 @@ find_package(Boost 1.74 REQUIRED COMPONENTS thread filesystem regex timer chrono
 find_package(LibXml2 REQUIRED)
 find_package(LibXslt REQUIRED)
 find_package(ZLIB REQUIRED)
+find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(LOG4CPLUS REQUIRED IMPORTED_TARGET log4cplus)
 pkg_check_modules(MINIZIP REQUIRED IMPORTED_TARGET minizip)

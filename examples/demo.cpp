@@ -1,5 +1,8 @@
 // A tour of quillon2's main roads. Each section shows one capability as a client would
 // use it; run it with scripts/demo.
+#include <unistd.h>
+
+#include <cstdio>
 #include <future>
 #include <iostream>
 #include <mutex>
@@ -418,6 +421,67 @@ void archives() {
     std::cout << "hello.txt as a block of " << block->get_size() << " bytes\n";
   }
   q2::remove_directory(q2::path_t(work), true);
+
+// Digests of text and of a file, and a scope timer that prints its line at the end.
+void digests() {
+  section("digests");
+  q2::debugging::time_logger_t timer("digests took (ns):");
+  q2::md5_t md5;
+  md5.update(std::string("abc"));
+  std::cout << "md5(abc) = " << kesmet2::utf16_to_utf8(md5.get_digest_base16()) << "\n"
+            << "crc32(L\"abc\") = " << std::hex << q2::generate_hash(std::wstring(L"abc"))
+            << std::dec << "\n";
+  std::string const file = "/tmp/q2demo-digest.txt";
+  if (FILE* f = std::fopen(file.c_str(), "we")) {
+    std::fputs("123456789", f);
+    std::fclose(f);
+    q2::sha1_t sha1;
+    if (sha1.update_from_file(q2::make_path(file), 4096))
+      std::cout << "sha1(" << file << ") = " << kesmet2::utf16_to_utf8(sha1.get_digest_base16())
+                << "\n";
+    std::remove(file.c_str());
+  }
+}
+
+// A system library loaded by name through the system's search, and one of its symbols.
+void libraries() {
+  section("dynamic libraries");
+  q2::shared_lib_t zlib(L"libz.so.1", q2::path_t());
+  if (!zlib) {
+    std::cout << "libz.so.1 did not load: " << kesmet2::utf16_to_utf8(zlib.get_error_text()) << "\n";
+    return;
+  }
+  auto version = reinterpret_cast<char const* (*)()>(zlib.get_symbol(L"zlibVersion"));
+  std::cout << "zlib " << (version != nullptr ? version() : "?") << " through shared_lib_t\n";
+  q2::shared_lib_t missing(L"no-such-plugin", q2::path_t(L"/tmp"));
+  std::cout << "a missing plugin: status " << missing.get_error_status() << " ("
+            << kesmet2::utf16_to_utf8(missing.get_error_text()) << ")\n";
+}
+
+// This process in the system's process list, and what kind of file its program is.
+void system_information() {
+  section("system information");
+  q2::generic_iterator_t<q2::sptr_t<q2::process_t>> list;
+  if (!q2::process_t::get_process_list(list)) return;
+  std::size_t count = 0;
+  for (; !list.at_end(); list.next(), ++count) {
+    auto const process = list.current();
+    if (process->get_value(q2::process_t::ppProcessId).get<unsigned>() != static_cast<unsigned>(::getpid()))
+      continue;
+    q2::variant_t const name = process->get_value(q2::process_t::ppExeName);
+    q2::variant_t const user = process->get_value(q2::process_t::ppUser);
+    std::cout << "this process: " << kesmet2::utf16_to_utf8(name.get<wchar_t const*>()) << ", "
+              << process->get_value(q2::process_t::ppThreadCount).get<unsigned>() << " thread(s), owner "
+              << (user.get_type() == q2::vtWString ? kesmet2::utf16_to_utf8(user.get<wchar_t const*>()) : "?")
+              << "\n";
+  }
+  std::cout << count << " processes in the snapshot\n";
+  q2::exec_file_info_t kind;
+  q2::get_executable_file_info(q2::path_t(L"/bin/sh"), kind);
+  q2::fs_info_t volume;
+  q2::get_filesystem_info(q2::path_t(L"/tmp"), volume);
+  std::cout << "/bin/sh is of kind 0x" << std::hex << kind << std::dec << "; /tmp: file system "
+            << volume.file_system << ", drive kind " << volume.drive_kind << "\n";
 }
 
 }  // namespace
@@ -441,5 +505,8 @@ int main() {
   xsl_transformation();
   configuration();
   child_process();
+  digests();
+  libraries();
+  system_information();
   return 0;
 }

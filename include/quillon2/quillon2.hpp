@@ -76,3 +76,18 @@
 #include <quillon2/core/streams/stream.hpp>
 #include <quillon2/core/streams/file_mapping.hpp>
 #include <quillon2/core/streams/archive.hpp>
+
+// Digests (MD5, SHA-1, CRC-32) and the scope timer.
+#include <quillon2/core/digest.hpp>
+#include <quillon2/core/time_logger.hpp>
+
+// Dynamic libraries and the manager of versioned libraries.
+#include <quillon2/core/file_system/shared_lib.hpp>
+#include <quillon2/core/file_system/lib_manager.hpp>
+
+// System information: the process list, the editor query, file and volume kinds.
+#include <quillon2/das/das_process.hpp>
+#include <quillon2/core/file_system/fs_info.hpp>
+
+// Whole-file replacement for clients, and the library's version.
+#include <quillon2/core/file_system/atomic_file.hpp>

@@ -1,0 +1,53 @@
+// quillon2: the library's files, transforms, archives, digests and processes from a shell.
+//
+// Exit status: 0 success, 1 a failure of the operation, 2 a wrong use. Data goes to standard
+// output, messages to standard error as "quillon2: COMMAND: FILE: reason".
+#include <clocale>
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include "common.hpp"
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_ALL, "");
+  CLI::App app{"quillon2: look at, convert, query and check the files the quillon2 library writes"};
+  app.name("quillon2");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("quillon2 ") + quillon2::library_version());
+  app.add_flag("-q,--quiet", q2cli::quiet, "No progress bar");
+  q2cli::add_bag_commands(app);
+  q2cli::add_file_commands(app);
+  q2cli::add_system_commands(app);
+
+  int status = 0;
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::CallForHelp const& e) {
+    return app.exit(e, std::cout, std::cerr);
+  } catch (CLI::CallForAllHelp const& e) {
+    return app.exit(e, std::cout, std::cerr);
+  } catch (CLI::CallForVersion const& e) {
+    return app.exit(e, std::cout, std::cerr);
+  } catch (CLI::ParseError const& e) {
+    std::fprintf(stderr, "quillon2: %s\nRun with --help for the usage.\n", e.what());
+    return 2;
+  } catch (q2cli::usage_t const& e) {
+    std::fprintf(stderr, "quillon2: %s: %s\n", q2cli::command().c_str(), e.reason.c_str());
+    return 2;
+  } catch (q2cli::failure_t const& e) {
+    if (!e.reason.empty())
+      std::fprintf(stderr, "quillon2: %s: %s%s%s\n", q2cli::command().c_str(), e.file.c_str(),
+                   e.file.empty() ? "" : ": ", e.reason.c_str());
+    status = 1;
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "quillon2: %s: %s\n", q2cli::command().c_str(), e.what());
+    status = 1;
+  }
+  // A write to standard output that failed (a full disk, /dev/full) is a failure.
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    std::fprintf(stderr, "quillon2: %s: standard output: write error\n", q2cli::command().c_str());
+    status = 1;
+  }
+  return status;
+}
