@@ -355,6 +355,7 @@ void configuration() {
             << q2::stdpaths::get_user_config_dir(L"").native_string() << ", temporary files in "
             << q2::stdpaths::get_temp_dir().native_string() << "\n";
   q2::remove_directory(q2::path_t(work), true);
+}
 
 // Child processes: run one with its own environment, capture its output through a
 // callback (on a reader thread), and read its exit code.
@@ -383,6 +384,7 @@ void child_process() {
   }
   child->join();
   std::cout << "child said: " << output->text << "exit code: " << child->exitCode() << "\n";
+}
 
 // Archives: a small ZIP written and read back through the stream interface, and a
 // member seen as one block of memory.
@@ -421,6 +423,7 @@ void archives() {
     std::cout << "hello.txt as a block of " << block->get_size() << " bytes\n";
   }
   q2::remove_directory(q2::path_t(work), true);
+}
 
 // Digests of text and of a file, and a scope timer that prints its line at the end.
 void digests() {

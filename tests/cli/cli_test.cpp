@@ -153,4 +153,57 @@ TEST_F(cli_test, processes_paths_volumes_and_libraries) {
   EXPECT_EQ(run("libs scan . '('").status, 1);
 }
 
+TEST_F(cli_test, zip_archives_round_trip_and_pass_unzip) {
+  make("a.txt", "first");
+  ::mkdir(m_dir.file("sub").c_str(), 0700);
+  make("sub/b.txt", "second");
+  ASSERT_EQ(run("zip create out.zip a.txt sub/b.txt").status, 0);
+  EXPECT_EQ(std::system(("unzip -tq '" + m_dir.file("out.zip") + "' >/dev/null").c_str()), 0);
+  EXPECT_EQ(run("zip list out.zip").out, "a.txt\nsub/b.txt\n");
+  EXPECT_EQ(run("zip cat out.zip sub/b.txt a.txt").out, "secondfirst");
+  ::mkdir(m_dir.file("x").c_str(), 0700);
+  ASSERT_EQ(run("zip extract out.zip x").status, 0);
+  EXPECT_EQ(file("x/sub/b.txt"), "second");
+  // A member that climbs out of the target is refused; the others are written.
+  ASSERT_EQ(std::system(("cd '" + m_dir.path() + "/sub' && zip -q ../evil.zip ../a.txt b.txt").c_str()), 0);
+  ::mkdir(m_dir.file("y").c_str(), 0700);
+  run_t const r = run("zip extract evil.zip y");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("would leave the target"), std::string::npos) << r.err;
+  EXPECT_EQ(file("y/b.txt"), "second");
+  EXPECT_FALSE(exists("a.txt.bak"));
+  make("bad.zip", "PK\x03\x04 not really");
+  EXPECT_EQ(run("zip list bad.zip").status, 1);
+  EXPECT_EQ(run("zip create none.zip missing.txt").status, 1);
+  EXPECT_FALSE(exists("none.zip"));
+}
+
+TEST_F(cli_test, xslt_with_string_and_xpath_parameters) {
+  make("in.xml", "<list><i>1</i><i>2</i></list>");
+  make("s.xsl",
+       "<xsl:stylesheet version='1.0' xmlns:xsl='http://www.w3.org/1999/XSL/Transform'>"
+       "<xsl:output method='text'/><xsl:param name='who'/><xsl:param name='n'/>"
+       "<xsl:template match='/'><xsl:value-of select='$who'/>:<xsl:value-of select='sum(//i) + $n'/>"
+       "</xsl:template></xsl:stylesheet>");
+  run_t r = run("xslt s.xsl in.xml --param who=a/b --xpath-param n=2*5");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.find("a/b:13"), r.out.find_first_not_of("\n")) << r.out;
+  ASSERT_EQ(run("xslt s.xsl in.xml result.txt --param who=x --xpath-param n=0").status, 0);
+  EXPECT_NE(file("result.txt").find("x:3"), std::string::npos);
+  make("broken.xsl", "<xsl:stylesheet");
+  EXPECT_EQ(run("xslt broken.xsl in.xml").status, 1);
+  EXPECT_EQ(run("xslt s.xsl in.xml --param novalue").status, 2);
+}
+
+TEST_F(cli_test, config_store_set_get_list) {
+  ASSERT_EQ(run("config set app.xml window.width 640 --type int").status, 0);
+  ASSERT_EQ(run("config set app.xml window.title 'a & <b>'").status, 0);
+  EXPECT_EQ(run("config get app.xml Window.Width").out, "640\n");
+  EXPECT_EQ(run("config get app.xml window.title").out, "a & <b>\n");
+  EXPECT_EQ(run("config list app.xml").out, "window.title = a & <b>\nwindow.width = 640\n");
+  EXPECT_EQ(run("config get app.xml window.height").status, 1);
+  EXPECT_EQ(run("config set app.xml x.y notanumber --type int").status, 2);
+  EXPECT_EQ(run("config get missing.xml a").status, 1);
+}
+
 }  // namespace

@@ -73,6 +73,9 @@ void add_bag_xpath_command(CLI::App* bag);
 void add_bag_commands(CLI::App& app);
 void add_file_commands(CLI::App& app);
 void add_system_commands(CLI::App& app);
+void add_zip_commands(CLI::App& app);
+void add_xslt_command(CLI::App& app);
+void add_config_commands(CLI::App& app);
 
 // Sets the command name for messages and runs `body` as the subcommand's callback.
 template <class F>

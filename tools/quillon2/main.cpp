@@ -19,6 +19,9 @@ int main(int argc, char** argv) {
   q2cli::add_bag_commands(app);
   q2cli::add_file_commands(app);
   q2cli::add_system_commands(app);
+  q2cli::add_zip_commands(app);
+  q2cli::add_xslt_command(app);
+  q2cli::add_config_commands(app);
 
   int status = 0;
   try {
