@@ -1,0 +1,333 @@
+// Bags to JSON text: the walker that turns a bag into writer events, and the save
+// functions that put RapidJSON's compact or pretty writer behind it.
+//
+// The walker keeps its pending work on the heap (a stack of work items), so that the
+// depth of a bag costs no call stack. It decides before writing a key whether a value
+// can be written at all, so the text is valid JSON whatever the bag holds.
+#include "core/das/json/include/rapidjson_setup.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
+
+#include <quillon2/das/json.hpp>
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+
+#include "core/miscellaneous/include/logging.hpp"
+#include "core/miscellaneous/include/utf8.hpp"
+
+namespace quillon2::json {
+
+IJSONWriter::~IJSONWriter() = default;
+
+namespace {
+
+// The largest magnitude that a double holds exactly, 2^53 - 1. Integers from there on
+// are written as big-integer objects.
+constexpr std::uint64_t exact_bound = 0x1FFFFFFFFFFFFFull;
+
+wchar_t const array_of_name[] = L"arrayOf";
+wchar_t const tag_name[] = L"#tag_name";
+
+// UTF-8 of wide text into `out` (replacing its content). Units that are no Unicode
+// scalar value become U+FFFD, so the text is always valid UTF-8.
+void to_utf8(wchar_t const* text, std::string& out) {
+  out.clear();
+  for (; *text != 0; ++text) {
+    auto c = static_cast<std::uint32_t>(*text);
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+      continue;
+    }
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = internal::replacement_character;
+    char bytes[4];
+    out.append(bytes, internal::encode_utf8(static_cast<char32_t>(c), bytes));
+  }
+}
+
+bool is_writable(das_variant_type_t type) {
+  return type != vtDummy && type != vtBlob && type != vtNotypePtr && type >= vtBool &&
+         type < vtNotypePtr;
+}
+
+void log_unsupported(das_variant_type_t type) {
+  Q2_LOG(internal::main_logger(), internal::log_error,
+         L"JSON serialization for variant type " << static_cast<int>(type)
+                                                 << L" is not supported." << L", at file: "
+                                                 << __FILE__ << L":" << __LINE__);
+}
+
+// What a bag is written as.
+enum class shape_t { array, scalar, null, object };
+
+// The bag's whole content is the value of the empty name (besides its own name).
+bool is_scalar_shaped(variant_bag_t const& bag) {
+  if (bag.count<variant_bag_t>(nullptr) != 0) return false;
+  if (bag.count<variant_t>(L"") != 1) return false;
+  u64_t const values = bag.count<variant_t>(nullptr);
+  return values == 1 || (values == 2 && bag.has<variant_t>(tag_name));
+}
+
+shape_t shape_of(variant_bag_t const& bag) {
+  if (bag.has<variant_t>(array_of_name)) return shape_t::array;
+  if (is_scalar_shaped(bag)) return shape_t::scalar;
+  if (bag.is_empty()) return shape_t::null;
+  return shape_t::object;
+}
+
+class walker_t {
+ public:
+  explicit walker_t(IJSONWriter& writer) : m_writer(writer) {}
+
+  void run(variant_bag_t const& root) {
+    m_work.push_back({kind_bag, &root, nullptr});
+    while (!m_work.empty()) {
+      work_item_t const item = m_work.back();
+      m_work.pop_back();
+      switch (item.kind) {
+        case kind_end_object:
+          m_writer.EndObject();
+          break;
+        case kind_end_array:
+          m_writer.EndArray();
+          break;
+        default:
+          write_bag(*item.bag, item.key, item.bag == &root);
+          break;
+      }
+    }
+  }
+
+ private:
+  enum kind_t { kind_bag = 0, kind_end_object = 1, kind_end_array = 2 };
+
+  // A bag to write, or the end of a structure. A null key writes no key (the root and
+  // array elements); the empty name writes the key "".
+  struct work_item_t {
+    kind_t kind;
+    variant_bag_t const* bag;
+    wchar_t const* key;
+  };
+
+  void write_key(wchar_t const* key) {
+    if (key == nullptr) return;
+    to_utf8(key, m_text);
+    m_writer.Key(m_text);
+  }
+
+  void write_bag(variant_bag_t const& bag, wchar_t const* key, bool is_root) {
+    switch (shape_of(bag)) {
+      case shape_t::array:
+        write_key(key);
+        write_array(bag);
+        break;
+      case shape_t::scalar: {
+        variant_t const& value = *bag.get<variant_t>(L"");
+        if (is_writable(value.get_type())) {
+          write_key(key);
+          write_value(value);
+        } else {
+          log_unsupported(value.get_type());
+          if (is_root) m_writer.Null();  // the text needs its one root value
+        }
+        break;
+      }
+      case shape_t::null:
+        write_key(key);
+        m_writer.Null();
+        break;
+      case shape_t::object:
+        write_key(key);
+        write_object(bag);
+        break;
+    }
+  }
+
+  // Children go on the work stack in reverse, behind the end marker, so that they are
+  // taken off in bag order and the walk is depth first.
+  template <class Iterator>
+  void push_children(Iterator it, bool with_keys, kind_t end_kind) {
+    m_work.push_back({end_kind, nullptr, nullptr});
+    std::size_t const first = m_work.size();
+    for (; !it.at_end(); it.next()) {
+      m_work.push_back({kind_bag, &it.get_value(), with_keys ? it.get_name() : nullptr});
+    }
+    std::reverse(m_work.begin() + static_cast<std::ptrdiff_t>(first), m_work.end());
+  }
+
+  void write_array(variant_bag_t const& bag) {
+    m_writer.StartArray();
+    variant_t const& item_name = *bag.get<variant_t>(array_of_name);
+    if (item_name.can_get<const wchar_t*>()) {
+      push_children(bag.begin_by_name<variant_bag_t>(item_name.get<const wchar_t*>()), false,
+                    kind_end_array);
+    } else {
+      m_work.push_back({kind_end_array, nullptr, nullptr});
+    }
+  }
+
+  void write_object(variant_bag_t const& bag) {
+    m_writer.StartObject();
+    for (auto it = bag.begin<variant_t>(); !it.at_end(); it.next()) {
+      variant_t const& value = it.get_value();
+      if (!is_writable(value.get_type())) {
+        log_unsupported(value.get_type());
+        continue;
+      }
+      write_key(it.get_name());
+      write_value(value);
+    }
+    push_children(bag.begin<variant_bag_t>(), true, kind_end_object);
+  }
+
+  void write_big_integer(std::string const& digits) {
+    m_writer.StartObject();
+    m_writer.Key("value");
+    m_writer.String(digits);
+    m_writer.Key("type");
+    m_writer.String("bigInt");
+    m_writer.EndObject();
+  }
+
+  void write_value(variant_t const& value) {
+    switch (value.get_type()) {
+      case vtBool:
+        m_writer.Bool(value.get<bool>());
+        break;
+      case vtSByte:
+      case vtSShort:
+      case vtSInt:
+        m_writer.Int(static_cast<int>(value.get<s64_t>()));
+        break;
+      case vtUByte:
+      case vtUShort:
+      case vtUInt:
+        m_writer.Uint(static_cast<unsigned>(value.get<u64_t>()));
+        break;
+      case vtSInt64: {
+        s64_t const v = value.get<s64_t>();
+        auto const bound = static_cast<s64_t>(exact_bound);
+        if (v > -bound && v < bound) {
+          m_writer.Int64(v);
+        } else {
+          write_big_integer(std::to_string(v));
+        }
+        break;
+      }
+      case vtUInt64: {
+        u64_t const v = value.get<u64_t>();
+        if (v < exact_bound) {
+          m_writer.Uint64(v);
+        } else {
+          write_big_integer(std::to_string(v));
+        }
+        break;
+      }
+      case vtFloat:
+      case vtDouble: {
+        double const d = value.get<double>();
+        if (std::isfinite(d)) {
+          m_writer.Double(d);
+        } else {
+          m_writer.Null();
+        }
+        break;
+      }
+      case vtWString:
+      case vtWCharPtr:
+      case vtString:
+      case vtCharPtr:
+        // Narrow text is not written: get asserts "can_get<const wchar_t*>()" and gives
+        // the empty text.
+        to_utf8(value.get<const wchar_t*>(), m_text);
+        m_writer.String(m_text);
+        break;
+      default:
+        m_writer.Null();
+        break;
+    }
+  }
+
+  IJSONWriter& m_writer;
+  std::vector<work_item_t> m_work;
+  std::string m_text;  // the UTF-8 of the current key or string, reused
+};
+
+// A RapidJSON output stream that gathers the text in a buffer and hands it to the
+// std::ostream in large pieces: one ostream::put per character costs a sentry each.
+class buffered_ostream_t {
+ public:
+  using Ch = char;
+
+  explicit buffered_ostream_t(std::ostream& out) : m_out(out), m_used(0) {}
+  ~buffered_ostream_t() { Flush(); }
+  buffered_ostream_t(buffered_ostream_t const&) = delete;
+  buffered_ostream_t& operator=(buffered_ostream_t const&) = delete;
+
+  void Put(char c) {
+    if (m_used == sizeof(m_buffer)) Flush();
+    m_buffer[m_used++] = c;
+  }
+  void Flush() {
+    if (m_used != 0) m_out.write(m_buffer, static_cast<std::streamsize>(m_used));
+    m_used = 0;
+  }
+
+ private:
+  std::ostream& m_out;
+  std::size_t m_used;
+  char m_buffer[1 << 15];
+};
+
+using compact_writer_t = rapidjson::Writer<buffered_ostream_t>;
+using pretty_writer_t = rapidjson::PrettyWriter<buffered_ostream_t>;
+
+template <class W>
+void write_with(variant_bag_t const& bag, buffered_ostream_t& stream) {
+  auto writer = boost::make_shared<W>(stream);
+  boost::shared_ptr<IJSONWriter> adapter = boost::make_shared<WriterAdapter<W>>(writer);
+  write_variant_bag(bag, *adapter);
+}
+
+}  // namespace
+
+void write_variant_bag(variant_bag_t const& bag, IJSONWriter& writer) {
+  walker_t(writer).run(bag);
+}
+
+error_code_t save_variant_bag_to_json_string(variant_bag_t const& bag, std::ostream& out,
+                                             JSONFormat format) {
+  buffered_ostream_t stream(out);
+  if (format == Compact) {
+    write_with<compact_writer_t>(bag, stream);
+  } else {
+    write_with<pretty_writer_t>(bag, stream);
+  }
+  stream.Flush();
+  return error_code_t();
+}
+
+error_code_t save_variant_bag_to_json_string(variant_bag_t const& bag, std::wstring& text,
+                                             JSONFormat format) {
+  std::ostringstream out;
+  save_variant_bag_to_json_string(bag, out, format);
+  text = KESMET_2_18::strings::utf8_to_utf16(out.str());
+  return error_code_t();
+}
+
+std::wstring variant_bag_to_json_string(variant_bag_t const& bag, JSONFormat format) {
+  std::wstring text;
+  save_variant_bag_to_json_string(bag, text, format);
+  return text;
+}
+
+}  // namespace quillon2::json
