@@ -61,7 +61,10 @@ TEST(JsonShapes, EmptyBagsAndNulls) {
 }
 
 TEST(JsonShapes, ScalarRootsArraysAndTheArrayConvention) {
-  for (char const* text : {"42", "-7", "\"t\"", "true", "1.5", "[]", "[1,\"a\",null,[2],{\"x\":1}]"}) {
+  // The last three keep their full form: as {"":1} or {"arrayOf":null} they would read
+  // back as a bare value or as the array marker.
+  for (char const* text : {"42", "-7", "\"t\"", "true", "1.5", "[]", "[1,\"a\",null,[2],{\"x\":1}]",
+                           R"({"":{}})", R"({"k":{"":{"":1}}})", R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})"}) {
     EXPECT_EQ(again(text), text);
   }
   variant_bag_t const empty_array = load("[]");
@@ -283,10 +286,10 @@ TEST(JsonDepth, NestingIsBoundedAndDeepBagsWrite) {
   }
   variant_bag_t deep;
   variant_bag_t* at = &deep;
-  for (int i = 0; i < 30000; ++i) at = &at->add_variant_bag(L"d", variant_bag_t());
+  for (int i = 0; i < 10000; ++i) at = &at->add_variant_bag(L"d", variant_bag_t());
   at->add<variant_t>(L"v", variant_t(1));
   std::string const text = save(deep);
-  EXPECT_EQ(text.size(), 30000 * 5 + 7 + 30000u);
+  EXPECT_EQ(text.size(), 10000 * 5 + 7 + 10000u);
 }
 
 // Records the events of the walker.

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -69,12 +70,14 @@ void log_unsupported(das_variant_type_t type) {
 // What a bag is written as.
 enum class shape_t { array, scalar, null, object };
 
-// The bag's whole content is the value of the empty name (besides its own name).
+// The bag's whole visible content is the value of the empty name. Hidden entries (the
+// bag's own name among them) never reach the text, so they do not count.
 bool is_scalar_shaped(variant_bag_t const& bag) {
-  if (bag.count<variant_bag_t>(nullptr) != 0) return false;
-  if (bag.count<variant_t>(L"") != 1) return false;
-  u64_t const values = bag.count<variant_t>(nullptr);
-  return values == 1 || (values == 2 && bag.has<variant_t>(tag_name));
+  if (!bag.begin<variant_bag_t>().at_end()) return false;
+  auto it = bag.begin<variant_t>();
+  if (it.at_end() || it.get_name()[0] != 0) return false;
+  it.next();
+  return it.at_end();
 }
 
 shape_t shape_of(variant_bag_t const& bag) {
@@ -89,7 +92,7 @@ class walker_t {
   explicit walker_t(IJSONWriter& writer) : m_writer(writer) {}
 
   void run(variant_bag_t const& root) {
-    m_work.push_back({kind_bag, &root, nullptr});
+    m_work.push_back({kind_bag, &root, nullptr, false});
     while (!m_work.empty()) {
       work_item_t const item = m_work.back();
       m_work.pop_back();
@@ -101,7 +104,7 @@ class walker_t {
           m_writer.EndArray();
           break;
         default:
-          write_bag(*item.bag, item.key, item.bag == &root);
+          write_bag(*item.bag, item.key, item.bag == &root, item.full);
           break;
       }
     }
@@ -112,10 +115,12 @@ class walker_t {
 
   // A bag to write, or the end of a structure. A null key writes no key (the root and
   // array elements); the empty name writes the key "".
+  // `full` writes a scalar-shaped or empty bag as an object all the same ({"":v}, {}).
   struct work_item_t {
     kind_t kind;
     variant_bag_t const* bag;
     wchar_t const* key;
+    bool full;
   };
 
   void write_key(wchar_t const* key) {
@@ -124,8 +129,14 @@ class walker_t {
     m_writer.Key(m_text);
   }
 
-  void write_bag(variant_bag_t const& bag, wchar_t const* key, bool is_root) {
-    switch (shape_of(bag)) {
+  void write_bag(variant_bag_t const& bag, wchar_t const* key, bool is_root, bool full) {
+    shape_t const shape = shape_of(bag);
+    if (full && (shape == shape_t::scalar || shape == shape_t::null)) {
+      write_key(key);
+      write_object(bag);
+      return;
+    }
+    switch (shape) {
       case shape_t::array:
         write_key(key);
         write_array(bag);
@@ -156,10 +167,10 @@ class walker_t {
   // taken off in bag order and the walk is depth first.
   template <class Iterator>
   void push_children(Iterator it, bool with_keys, kind_t end_kind) {
-    m_work.push_back({end_kind, nullptr, nullptr});
+    m_work.push_back({end_kind, nullptr, nullptr, false});
     std::size_t const first = m_work.size();
     for (; !it.at_end(); it.next()) {
-      m_work.push_back({kind_bag, &it.get_value(), with_keys ? it.get_name() : nullptr});
+      m_work.push_back({kind_bag, &it.get_value(), with_keys ? it.get_name() : nullptr, false});
     }
     std::reverse(m_work.begin() + static_cast<std::ptrdiff_t>(first), m_work.end());
   }
@@ -171,12 +182,13 @@ class walker_t {
       push_children(bag.begin_by_name<variant_bag_t>(item_name.get<const wchar_t*>()), false,
                     kind_end_array);
     } else {
-      m_work.push_back({kind_end_array, nullptr, nullptr});
+      m_work.push_back({kind_end_array, nullptr, nullptr, false});
     }
   }
 
   void write_object(variant_bag_t const& bag) {
     m_writer.StartObject();
+    bool wrote_value = false;
     for (auto it = bag.begin<variant_t>(); !it.at_end(); it.next()) {
       variant_t const& value = it.get_value();
       if (!is_writable(value.get_type())) {
@@ -185,8 +197,18 @@ class walker_t {
       }
       write_key(it.get_name());
       write_value(value);
+      wrote_value = true;
     }
+    std::size_t const first = m_work.size() + 1;
     push_children(bag.begin<variant_bag_t>(), true, kind_end_object);
+    // A key that a reader takes for something else gets the full form: a lone member
+    // "" with a scalar would read as the bare scalar, a member "arrayOf" with a scalar as
+    // the array marker. In full form each reads back as the child bag it is.
+    bool const lone_child = !wrote_value && m_work.size() == first + 1;
+    for (std::size_t i = first; i < m_work.size(); ++i) {
+      wchar_t const* const name = m_work[i].key;
+      m_work[i].full = (lone_child && name[0] == 0) || std::wcscmp(name, array_of_name) == 0;
+    }
   }
 
   void write_big_integer(std::string const& digits) {
