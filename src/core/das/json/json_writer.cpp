@@ -23,6 +23,8 @@
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
 
+#include "core/das/include/bag_impl.hpp"
+#include "core/das/include/vb_helper.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 #include "core/miscellaneous/include/utf8.hpp"
 
@@ -37,23 +39,29 @@ namespace {
 constexpr std::uint64_t exact_bound = 0x1FFFFFFFFFFFFFull;
 
 wchar_t const array_of_name[] = L"arrayOf";
-wchar_t const tag_name[] = L"#tag_name";
 
-// UTF-8 of wide text into `out` (replacing its content). Units that are no Unicode
-// scalar value become U+FFFD, so the text is always valid UTF-8.
-void to_utf8(wchar_t const* text, std::string& out) {
-  out.clear();
-  for (; *text != 0; ++text) {
-    auto c = static_cast<std::uint32_t>(*text);
+// What a bag is written as.
+enum class shape_t { array, scalar, null, object };
+
+// UTF-8 of `length` units of wide text into `out` (replacing its content). Units that
+// are no Unicode scalar value become U+FFFD, so the text is always valid UTF-8.
+void to_utf8(wchar_t const* text, std::size_t length, std::string& out) {
+  out.resize(length * 4);
+  char* const begin = &out[0];
+  char* p = begin;
+  for (std::size_t i = 0; i < length; ++i) {
+    auto c = static_cast<std::uint32_t>(text[i]);
     if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
+      *p++ = static_cast<char>(c);
       continue;
     }
     if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = internal::replacement_character;
-    char bytes[4];
-    out.append(bytes, internal::encode_utf8(static_cast<char32_t>(c), bytes));
+    p = internal::encode_utf8(static_cast<char32_t>(c), p);
   }
+  out.resize(static_cast<std::size_t>(p - begin));
 }
+
+void to_utf8(wchar_t const* text, std::string& out) { to_utf8(text, std::wcslen(text), out); }
 
 bool is_writable(das_variant_type_t type) {
   return type != vtDummy && type != vtBlob && type != vtNotypePtr && type >= vtBool &&
@@ -67,23 +75,38 @@ void log_unsupported(das_variant_type_t type) {
                                                  << __FILE__ << L":" << __LINE__);
 }
 
-// What a bag is written as.
-enum class shape_t { array, scalar, null, object };
-
-// The bag's whole visible content is the value of the empty name. Hidden entries (the
-// bag's own name among them) never reach the text, so they do not count.
-bool is_scalar_shaped(variant_bag_t const& bag) {
-  if (!bag.begin<variant_bag_t>().at_end()) return false;
-  auto it = bag.begin<variant_t>();
-  if (it.at_end() || it.get_name()[0] != 0) return false;
-  it.next();
-  return it.at_end();
+template <class T>
+internal::bag_impl_base_t<T> const& list_of(variant_bag_t const& bag) {
+  return internal::vb_helper::impl<T>(bag);
 }
 
+bool has_visible(internal::bag_index_t const& list) {
+  for (internal::bag_node_base_t const* n = list.first(); n != list.end(); n = n->m_next) {
+    if (!internal::is_hidden_name(n->m_name)) return true;
+  }
+  return false;
+}
+
+bool is_array_of(internal::bag_node_base_t const* n) {
+  return n->m_length == 7 && std::wmemcmp(n->m_name, array_of_name, 7) == 0;
+}
+
+// One pass over the values decides the shape: an "arrayOf" entry makes an array; a bag
+// whose whole visible content is the value of the empty name is that scalar. Hidden
+// entries (the bag's own name among them) never reach the text, so they do not count.
 shape_t shape_of(variant_bag_t const& bag) {
-  if (bag.has<variant_t>(array_of_name)) return shape_t::array;
-  if (is_scalar_shaped(bag)) return shape_t::scalar;
-  if (bag.is_empty()) return shape_t::null;
+  internal::bag_index_t const& values = list_of<variant_t>(bag);
+  std::size_t visible = 0;
+  bool empty_name = false;
+  for (internal::bag_node_base_t const* n = values.first(); n != values.end(); n = n->m_next) {
+    if (internal::is_hidden_name(n->m_name)) continue;
+    if (is_array_of(n)) return shape_t::array;
+    ++visible;
+    empty_name = n->m_length == 0;
+  }
+  bool const bags = has_visible(list_of<variant_bag_t>(bag));
+  if (visible == 1 && empty_name && !bags) return shape_t::scalar;
+  if (visible == 0 && !bags) return shape_t::null;
   return shape_t::object;
 }
 
@@ -189,13 +212,16 @@ class walker_t {
   void write_object(variant_bag_t const& bag) {
     m_writer.StartObject();
     bool wrote_value = false;
-    for (auto it = bag.begin<variant_t>(); !it.at_end(); it.next()) {
-      variant_t const& value = it.get_value();
+    internal::bag_impl_base_t<variant_t> const& values = list_of<variant_t>(bag);
+    for (internal::bag_node_base_t* n = values.first(); n != values.end(); n = n->m_next) {
+      if (internal::is_hidden_name(n->m_name)) continue;
+      variant_t const& value = internal::bag_impl_base_t<variant_t>::node_of(n)->m_value;
       if (!is_writable(value.get_type())) {
         log_unsupported(value.get_type());
         continue;
       }
-      write_key(it.get_name());
+      to_utf8(n->m_name, n->m_length, m_text);
+      m_writer.Key(m_text);
       write_value(value);
       wrote_value = true;
     }
@@ -290,25 +316,37 @@ class buffered_ostream_t {
  public:
   using Ch = char;
 
-  explicit buffered_ostream_t(std::ostream& out) : m_out(out), m_used(0) {}
+  explicit buffered_ostream_t(std::ostream& out) : m_out(out), m_buffer(1 << 16), m_used(0) {}
   ~buffered_ostream_t() { Flush(); }
   buffered_ostream_t(buffered_ostream_t const&) = delete;
   buffered_ostream_t& operator=(buffered_ostream_t const&) = delete;
 
   void Put(char c) {
-    if (m_used == sizeof(m_buffer)) Flush();
+    if (m_used == m_buffer.size()) Flush();
     m_buffer[m_used++] = c;
   }
   void Flush() {
-    if (m_used != 0) m_out.write(m_buffer, static_cast<std::streamsize>(m_used));
+    if (m_used != 0) m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_used));
     m_used = 0;
   }
+  // Room for `count` more characters, which PutUnsafe then writes without checks.
+  void Reserve(std::size_t count) {
+    if (m_buffer.size() - m_used >= count) return;
+    Flush();
+    if (m_buffer.size() < count) m_buffer.resize(count);
+  }
+  void PutUnchecked(char c) { m_buffer[m_used++] = c; }
 
  private:
   std::ostream& m_out;
+  std::vector<char> m_buffer;
   std::size_t m_used;
-  char m_buffer[1 << 15];
 };
+
+// RapidJSON's writer reserves room for a whole string or number and then writes it
+// character by character; these overloads, found by argument-dependent lookup, let it.
+inline void PutReserve(buffered_ostream_t& stream, std::size_t count) { stream.Reserve(count); }
+inline void PutUnsafe(buffered_ostream_t& stream, char c) { stream.PutUnchecked(c); }
 
 using compact_writer_t = rapidjson::Writer<buffered_ostream_t>;
 using pretty_writer_t = rapidjson::PrettyWriter<buffered_ostream_t>;
