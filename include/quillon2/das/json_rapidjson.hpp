@@ -88,11 +88,10 @@ class QUILLON2_API Handler {
   bool saw_lone_surrogate() const { return m_lone_surrogate; }
 
  private:
-  // One open structure: whether its bag has an "arrayOf" entry, and the name its
-  // children then get.
+  // One open structure: the name its children get when its bag has an "arrayOf" entry
+  // (the text of that entry, which lives as long as the entry), else null.
   struct frame_t {
-    bool m_array;
-    std::wstring m_child_name;
+    wchar_t const* m_child_name;
   };
 
   bool startNode();

@@ -58,10 +58,10 @@ bool Handler::startNode() {
     m_currentNode = &m_root;
   } else {
     frame_t const& parent = m_frames.back();
-    wchar_t const* const name = parent.m_array ? parent.m_child_name.c_str() : m_key.c_str();
+    wchar_t const* const name = parent.m_child_name ? parent.m_child_name : m_key.c_str();
     m_currentNode = &m_currentNode->add_variant_bag(name, empty_bag());
   }
-  m_frames.push_back(frame_t{false, std::wstring()});
+  m_frames.push_back(frame_t{nullptr});
   return true;
 }
 
@@ -82,17 +82,16 @@ bool Handler::scalar(variant_t const& value) {
     return true;
   }
   frame_t& frame = m_frames.back();
-  if (frame.m_array) {
-    m_currentNode->add_variant_bag(frame.m_child_name.c_str(), empty_bag())
+  if (frame.m_child_name) {
+    m_currentNode->add_variant_bag(frame.m_child_name, empty_bag())
         .put<variant_t>(L"", value);
     return true;
   }
-  m_currentNode->put<variant_t>(m_key.c_str(), value);
+  variant_t const& stored = m_currentNode->put<variant_t>(m_key.c_str(), value);
   if (m_key == array_of_name) {
     // From here on the scalars and structures of this object are elements of an array.
-    frame.m_array = true;
     frame.m_child_name =
-        value.can_get<const wchar_t*>() ? value.get<const wchar_t*>() : default_item_name;
+        stored.can_get<const wchar_t*>() ? stored.get<const wchar_t*>() : default_item_name;
   }
   return true;
 }
@@ -141,7 +140,7 @@ bool Handler::String(wchar_t const* text, rapidjson::SizeType length, bool) {
 bool Handler::Key(wchar_t const* text, rapidjson::SizeType length, bool) {
   return guarded([&] {
     if (!acceptable_text(text, length)) return false;
-    m_key.assign(text, length);
+    m_key.assign(text);  // a name, like every wide text of a bag, ends at its first NUL
     return true;
   });
 }
@@ -159,7 +158,6 @@ bool Handler::StartArray() {
   return guarded([&] {
     if (!startNode()) return false;
     m_currentNode->put<variant_t>(array_of_name, variant_t(default_item_name));
-    m_frames.back().m_array = true;
     m_frames.back().m_child_name = default_item_name;
     return true;
   });
