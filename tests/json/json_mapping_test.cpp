@@ -61,10 +61,11 @@ TEST(JsonShapes, EmptyBagsAndNulls) {
 }
 
 TEST(JsonShapes, ScalarRootsArraysAndTheArrayConvention) {
-  // The last three keep their full form: as {"":1} or {"arrayOf":null} they would read
-  // back as a bare value or as the array marker.
+  // The last five keep their full form: as {"":1}, {"arrayOf":null} or beside a value or
+  // child of the same name they would read back as something else.
   for (char const* text : {"42", "-7", "\"t\"", "true", "1.5", "[]", "[1,\"a\",null,[2],{\"x\":1}]",
-                           R"({"":{}})", R"({"k":{"":{"":1}}})", R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})"}) {
+                           R"({"":{}})", R"({"k":{"":{"":1}}})", R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})",
+                           R"({"n":1,"n":{}})", R"({"n":{"value":"9007199254740991","type":"bigInt"},"n":{},"n":[]})"}) {
     EXPECT_EQ(again(text), text);
   }
   variant_bag_t const empty_array = load("[]");
@@ -136,7 +137,7 @@ TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
 
   // Reading: the smallest type of the table that holds the number.
   variant_bag_t const n = load(
-      R"({"u":5,"s":-5,"u64":5000000000,"s64":-5000000000,"d":1.5,"e":1e2,"max":18446744073709551615,"over":18446744073709551616})");
+      R"({"u":5,"s":-5,"u64":5000000000,"s64":-5000000000,"d":1.5,"e":1e2,"max":18446744073709551615,"over":18446744073709551616,"z":0e-30,"nz":-0.0e99,"tiny":1e-400})");
   EXPECT_EQ(n.get<variant_t>(L"u")->get_type(), vtUInt);
   EXPECT_EQ(n.get<variant_t>(L"s")->get_type(), vtSInt);
   EXPECT_EQ(n.get<variant_t>(L"u64")->get_type(), vtUInt64);
@@ -145,6 +146,8 @@ TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
   EXPECT_EQ(n.get<variant_t>(L"e")->get_type(), vtDouble);
   EXPECT_EQ(*n.get<variant_t>(L"max"), variant_t(std::numeric_limits<u64_t>::max()));
   EXPECT_EQ(n.get<variant_t>(L"over")->get_type(), vtDouble);
+  for (wchar_t const* zero : {L"z", L"nz", L"tiny"}) EXPECT_EQ(*n.get<variant_t>(zero), variant_t(0.0));
+  EXPECT_TRUE(std::signbit(n.get<variant_t>(L"nz")->get<double>()));
 }
 
 TEST(JsonRoundTrip, EveryWritableTypeBothForms) {
@@ -322,7 +325,7 @@ TEST(JsonInterfaces, WalkerEventsAndDomHelpers) {
       load(R"({"a":-1,"b":[3000000000,-3000000000,2.5],"c":{"":"x"}})");
   event_log_t log;
   json::write_variant_bag(bag, log);
-  EXPECT_EQ(log.events, "{ ka i-1 kb [ u3000000000 I-3000000000 d ] kc sx } ");
+  EXPECT_EQ(log.events, "{ ka i-1 kc sx kb [ u3000000000 I-3000000000 d ] } ");
 
   rapidjson::GenericDocument<rapidjson::UTF32<wchar_t>> doc;
   doc.SetObject();

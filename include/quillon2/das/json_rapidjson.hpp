@@ -16,6 +16,7 @@
 #include <boost/shared_ptr.hpp>
 #include <rapidjson/document.h>
 #include <rapidjson/encodings.h>
+#include <rapidjson/stream.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/writer.h>
 
@@ -68,6 +69,9 @@ class QUILLON2_API Handler {
   static constexpr std::size_t max_depth = 1000;
 
   explicit Handler(variant_bag_t& root);
+  // With the stream the reader reads from, numbers with a fraction or an exponent are
+  // converted again from their text, exactly (RapidJSON 1.1 misreads some of them).
+  Handler(variant_bag_t& root, rapidjson::StringStream const* source);
 
   bool Null();
   bool Bool(bool value);
@@ -87,6 +91,7 @@ class QUILLON2_API Handler {
   // Whether the parse ended on a lone surrogate escape rather than on nesting.
   bool saw_lone_surrogate() const { return m_lone_surrogate; }
 
+
  private:
   // One open structure: the name its children get when its bag has an "arrayOf" entry
   // (the text of that entry, which lives as long as the entry), else null.
@@ -103,6 +108,7 @@ class QUILLON2_API Handler {
   variant_bag_t* m_currentNode;
   std::wstring m_key;
   std::vector<frame_t> m_frames;
+  rapidjson::StringStream const* m_source;
   bool m_lone_surrogate;
 };
 

@@ -7,8 +7,13 @@
 // as it was.
 #include "core/das/json/include/rapidjson_setup.hpp"
 
+#include <algorithm>
+#include <charconv>
+#include <climits>
 #include <cstddef>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <type_traits>
 
@@ -38,7 +43,10 @@ variant_bag_t const& empty_bag() {
 }  // namespace
 
 Handler::Handler(variant_bag_t& root)
-    : m_root(root), m_currentNode(nullptr), m_lone_surrogate(false) {
+    : Handler(root, nullptr) {}
+
+Handler::Handler(variant_bag_t& root, rapidjson::StringStream const* source)
+    : m_root(root), m_currentNode(nullptr), m_source(source), m_lone_surrogate(false) {
   m_frames.reserve(16);
 }
 
@@ -126,8 +134,26 @@ bool Handler::Int64(std::int64_t value) {
 bool Handler::Uint64(std::uint64_t value) {
   return guarded([&] { return scalar(variant_t(static_cast<u64_t>(value))); });
 }
+// RapidJSON 1.1's full-precision conversion misreads a zero with a large exponent
+// ("0e-30" gives -2e-261), so with the source at hand the number's text is converted
+// again, exactly and independent of the locale. The reader works on a copy of the stream
+// while it reads a number, so the source still stands at the number's first character.
 bool Handler::Double(double value) {
-  return guarded([&] { return scalar(variant_t(value)); });
+  return guarded([&] {
+    if (m_source != nullptr) {
+      char const* const begin = m_source->src_;
+      char const* end = begin;
+      while (*end != 0 && std::strchr("0123456789+-.eE", *end) != nullptr) ++end;
+      double exact = 0;
+      auto const [stop, ec] = std::from_chars(begin, end, exact);
+      if (ec == std::errc() && stop == end) {
+        value = exact;
+      } else if (ec == std::errc::result_out_of_range && std::abs(value) < 1.0) {
+        value = *begin == '-' ? -0.0 : 0.0;  // below the smallest double
+      }
+    }
+    return scalar(variant_t(value));
+  });
 }
 // Only called for the numbers-as-text mode, which this reader does not use.
 bool Handler::RawNumber(wchar_t const*, rapidjson::SizeType, bool) { return false; }
@@ -172,9 +198,9 @@ namespace {
 
 using reader_t = rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF32<wchar_t>>;
 
-constexpr unsigned parse_flags = rapidjson::kParseValidateEncodingFlag |
-                                 rapidjson::kParseFullPrecisionFlag |
-                                 rapidjson::kParseIterativeFlag;
+constexpr unsigned parse_flags =
+    rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag |
+    rapidjson::kParseIterativeFlag;
 
 // Texts from here on are refused before parsing: RapidJSON counts string lengths in
 // 32 bits, and no sensible document comes near.
@@ -237,11 +263,11 @@ rapidjson::ParseResult parse(KESMET_2_18::strings::ustring8 const& text, variant
     result.Set(rapidjson::kParseErrorUnspecificSyntaxError, max_text_bytes);
     return result;
   }
-  Handler handler(bag);
   reader_t reader;
   // The reader stops at the terminating NUL; a NUL inside the text shows as a parse that
   // ended early.
   rapidjson::StringStream in(text.c_str());
+  Handler handler(bag, &in);
   result = reader.Parse<parse_flags>(in, handler);
   if (result.Code() == rapidjson::kParseErrorTermination && handler.saw_lone_surrogate()) {
     result.Set(rapidjson::kParseErrorStringUnicodeSurrogateInvalid, result.Offset());

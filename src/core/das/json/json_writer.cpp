@@ -225,16 +225,57 @@ class walker_t {
       write_value(value);
       wrote_value = true;
     }
-    std::size_t const first = m_work.size() + 1;
-    push_children(bag.begin<variant_bag_t>(), true, kind_end_object);
-    // A key that a reader takes for something else gets the full form: a lone member
-    // "" with a scalar would read as the bare scalar, a member "arrayOf" with a scalar as
-    // the array marker. In full form each reads back as the child bag it is.
-    bool const lone_child = !wrote_value && m_work.size() == first + 1;
-    for (std::size_t i = first; i < m_work.size(); ++i) {
-      wchar_t const* const name = m_work[i].key;
-      m_work[i].full = (lone_child && name[0] == 0) || std::wcscmp(name, array_of_name) == 0;
+    // A child that would be written as a bare value or null reads back as a value, and
+    // values come first. Such children are therefore written right behind the values,
+    // when their key reads back unchanged; the others keep the full object form ({} or
+    // {"":v}), so that the saved text of a loaded text is stable.
+    internal::bag_impl_base_t<variant_bag_t> const& children = list_of<variant_bag_t>(bag);
+    std::size_t visible_children = 0;
+    for (internal::bag_node_base_t* n = children.first(); n != children.end(); n = n->m_next) {
+      if (!internal::is_hidden_name(n->m_name)) ++visible_children;
     }
+    bool const lone_child = !wrote_value && visible_children == 1;
+    m_work.push_back({kind_end_object, nullptr, nullptr, false});
+    std::size_t const first = m_work.size();
+    for (internal::bag_node_base_t* n = children.first(); n != children.end(); n = n->m_next) {
+      if (internal::is_hidden_name(n->m_name)) continue;
+      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(n)->m_value;
+      shape_t const shape = shape_of(child);
+      bool const leaf = shape == shape_t::scalar || shape == shape_t::null;
+      if (leaf && reads_back_as_value(bag, n, lone_child)) {
+        write_leaf(child, n, shape);
+        continue;
+      }
+      m_work.push_back({kind_bag, &child, n->m_name, leaf});
+    }
+    std::reverse(m_work.begin() + static_cast<std::ptrdiff_t>(first), m_work.end());
+  }
+
+  // Whether "key": scalar reads back as a value of that name in the same place: not the
+  // array marker, not the only member "" (the whole object would read as that scalar),
+  // and no other value or child of the name that it would replace or pass.
+  static bool reads_back_as_value(variant_bag_t const& parent, internal::bag_node_base_t const* n,
+                                  bool lone_child) {
+    if (is_array_of(n)) return false;
+    if (n->m_length == 0 && lone_child) return false;
+    return !parent.has<variant_t>(n->m_name) && parent.count<variant_bag_t>(n->m_name) == 1;
+  }
+
+  void write_leaf(variant_bag_t const& child, internal::bag_node_base_t const* n, shape_t shape) {
+    if (shape == shape_t::null) {
+      to_utf8(n->m_name, n->m_length, m_text);
+      m_writer.Key(m_text);
+      m_writer.Null();
+      return;
+    }
+    variant_t const& value = *child.get<variant_t>(L"");
+    if (!is_writable(value.get_type())) {
+      log_unsupported(value.get_type());
+      return;
+    }
+    to_utf8(n->m_name, n->m_length, m_text);
+    m_writer.Key(m_text);
+    write_value(value);
   }
 
   void write_big_integer(std::string const& digits) {
