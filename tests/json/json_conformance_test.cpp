@@ -84,6 +84,8 @@ case_t const corpus[] = {
     {"\"\xF4\x90\x80\x80\"", "1: Invalid encoding in string."},
     {"\"\xE2\x82\"", "1: Invalid encoding in string."},
     {"\xC3\xA9", "0: Invalid value."},
+    {"\"\xEB", "1: Invalid encoding in string."},
+    {"\"\xF0", "1: Invalid encoding in string."},
     // Nesting beyond 1,000 levels.
     {std::string(1001, '[') + std::string(1001, ']'), "1000: Terminate parsing due to Handler error."},
     {repeat("{\"a\":", 1001) + "1" + std::string(1001, '}'),

@@ -70,7 +70,8 @@ class QUILLON2_API Handler {
 
   explicit Handler(variant_bag_t& root);
   // With the stream the reader reads from, numbers with a fraction or an exponent are
-  // converted again from their text, exactly (RapidJSON 1.1 misreads some of them).
+  // converted again from their text, exactly (correctly rounded), whatever precision
+  // the reader was asked for.
   Handler(variant_bag_t& root, rapidjson::StringStream const* source);
 
   bool Null();

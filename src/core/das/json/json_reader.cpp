@@ -134,9 +134,8 @@ bool Handler::Int64(std::int64_t value) {
 bool Handler::Uint64(std::uint64_t value) {
   return guarded([&] { return scalar(variant_t(static_cast<u64_t>(value))); });
 }
-// RapidJSON 1.1's full-precision conversion misreads a zero with a large exponent
-// ("0e-30" gives -2e-261), so with the source at hand the number's text is converted
-// again, exactly and independent of the locale. The reader works on a copy of the stream
+// With the source at hand, the number's text is converted again, exactly (correctly
+// rounded) and independent of the locale; RapidJSON's value is only an approximation. The reader works on a copy of the stream
 // while it reads a number, so the source still stands at the number's first character.
 bool Handler::Double(double value) {
   return guarded([&] {
@@ -198,9 +197,12 @@ namespace {
 
 using reader_t = rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF32<wchar_t>>;
 
+// Full precision comes from the handler, which converts every number with a fraction or
+// exponent again from its text: RapidJSON 1.1's own full-precision conversion
+// (kParseFullPrecisionFlag) misreads zeros with large exponents and has undefined
+// behaviour on them, so the reader's quick conversion is all it is asked for.
 constexpr unsigned parse_flags =
-    rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag |
-    rapidjson::kParseIterativeFlag;
+    rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag;
 
 // Texts from here on are refused before parsing: RapidJSON counts string lengths in
 // 32 bits, and no sensible document comes near.
@@ -264,9 +266,22 @@ rapidjson::ParseResult parse(KESMET_2_18::strings::ustring8 const& text, variant
     return result;
   }
   reader_t reader;
+  // RapidJSON 1.1 takes every byte that a UTF-8 lead byte announces before it checks
+  // them, so a sequence cut off by the end of the text would read past the terminator:
+  // such a text is parsed from a copy with room behind it.
+  char const* source = text.c_str();
+  std::string padded;
+  for (std::size_t i = text.size() > 3 ? text.size() - 3 : 0; i < text.size(); ++i) {
+    if (static_cast<unsigned char>(text[i]) >= 0x80) {
+      padded.reserve(text.size() + 4);
+      padded.assign(text).append(4, '\0');
+      source = padded.c_str();
+      break;
+    }
+  }
   // The reader stops at the terminating NUL; a NUL inside the text shows as a parse that
   // ended early.
-  rapidjson::StringStream in(text.c_str());
+  rapidjson::StringStream in(source);
   Handler handler(bag, &in);
   result = reader.Parse<parse_flags>(in, handler);
   if (result.Code() == rapidjson::kParseErrorTermination && handler.saw_lone_surrogate()) {
