@@ -202,6 +202,34 @@ void bags_as_attributes() {
             << " values\n";
 }
 
+// JSON: a bag as compact and readable text, arrays by the "arrayOf" convention, and a
+// refused text with the offset where reading stopped.
+void bags_as_json() {
+  section("bags as JSON");
+  q2::variant_bag_t config;
+  config.add<q2::variant_t>(L"name", q2::variant_t(L"demo \U0001F600"));
+  config.add<q2::variant_t>(L"size", q2::variant_t(640));
+  config.add<q2::variant_t>(L"big", q2::variant_t(static_cast<q2::u64_t>(1) << 60));
+  q2::variant_bag_t& tags = config.add_variant_bag(L"tags", q2::variant_bag_t());
+  tags.add<q2::variant_t>(L"arrayOf", q2::variant_t(L"tag"));
+  tags.add_variant_bag(L"tag", q2::variant_bag_t()).add<q2::variant_t>(L"", q2::variant_t(L"a"));
+  tags.add_variant_bag(L"tag", q2::variant_bag_t()).add<q2::variant_t>(L"", q2::variant_t(L"b"));
+  q2::json::save_variant_bag_to_json_string(config, std::cout, q2::json::Compact);
+  std::cout << "\n";
+  q2::json::save_variant_bag_to_json_string(config, std::cout, q2::json::Pretty);
+  std::cout << "\n";
+
+  q2::variant_bag_t loaded;
+  if (q2::json::load_variant_bag_from_json_string(std::string(R"({"a":[1,2.5,"x"],"b":null})"),
+                                                  loaded)) {
+    std::cout << kesmet2::utf16_to_utf8(q2::json::variant_bag_to_json_string(loaded)) << "\n";
+  }
+  q2::variant_bag_t refused;
+  q2::error_code_t const ec =
+      q2::json::load_variant_bag_from_json_string(std::string("{\"a\":1,}"), refused);
+  std::cout << "refused: " << ec.as_string() << "\n";
+}
+
 // Help texts in a little HTML become console text; hyphenated option names match by
 // the prefixes of their words.
 void text_helpers() {
@@ -501,6 +529,7 @@ int main() {
   units();
   bags_as_xml();
   bags_as_attributes();
+  bags_as_json();
   files();
   archives();
   text_helpers();

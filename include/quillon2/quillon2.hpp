@@ -47,6 +47,9 @@
 #include <quillon2/das/variant_bag_visitor.hpp>
 #include <quillon2/das/variant_bag_serialization2.hpp>
 
+// Bags as JSON (RapidJSON types stay in <quillon2/das/json_rapidjson.hpp>).
+#include <quillon2/das/json.hpp>
+
 // Text helpers: help markup to console text, regex quoting, best match of option names.
 #include <quillon2/core/text_helpers.hpp>
 

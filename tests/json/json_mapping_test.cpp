@@ -1,0 +1,346 @@
+// The JSON mapping of bags: shapes, numbers at the exact-integer bounds, round trips of
+// every value type, the array convention, unwritable values, and the load contract.
+#include <cmath>
+#include <limits>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <log4cplus/appender.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <quillon2/das/json.hpp>
+#include <quillon2/das/json_rapidjson.hpp>
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+
+#include "support/assert_recorder.hpp"
+
+namespace {
+
+using namespace quillon2;
+using json::Compact;
+using json::Pretty;
+
+std::string save(variant_bag_t const& bag, json::JSONFormat format = Compact) {
+  std::ostringstream out;
+  EXPECT_TRUE(json::save_variant_bag_to_json_string(bag, out, format).is_ok());
+  return out.str();
+}
+
+variant_bag_t load(std::string const& text) {
+  variant_bag_t bag;
+  error_code_t const ec = json::load_variant_bag_from_json_string(text, bag);
+  EXPECT_TRUE(ec.is_ok()) << text << ": " << ec.as_string();
+  return bag;
+}
+
+variant_t blob(u64_t size) { return variant_t(static_cast<void const*>(nullptr), size); }
+
+// The JSON text after one more load and save.
+std::string again(std::string const& text) { return save(load(text)); }
+
+TEST(JsonShapes, EmptyBagsAndNulls) {
+  EXPECT_EQ(save(variant_bag_t()), "null");
+  variant_bag_t const null_root = load("null");
+  EXPECT_FALSE(null_root.is_empty());
+  EXPECT_EQ(null_root.get<variant_t>(L"")->get_type(), vtNull);
+
+  variant_bag_t bag;
+  bag.add_variant_bag(L"e", variant_bag_t());
+  EXPECT_EQ(save(bag), R"({"e":null})");
+  EXPECT_EQ(load(save(bag)).get<variant_t>(L"e")->get_type(), vtNull);
+
+  variant_bag_t const member = load(R"({"o":{}})");
+  ASSERT_NE(member.get<variant_bag_t>(L"o"), nullptr);
+  EXPECT_TRUE(member.get<variant_bag_t>(L"o")->is_empty());
+  EXPECT_EQ(save(member), R"({"o":null})");
+}
+
+TEST(JsonShapes, ScalarRootsArraysAndTheArrayConvention) {
+  // The last five keep their full form: as {"":1}, {"arrayOf":null} or beside a value or
+  // child of the same name they would read back as something else.
+  for (char const* text : {"42", "-7", "\"t\"", "true", "1.5", "[]", "[1,\"a\",null,[2],{\"x\":1}]",
+                           R"({"":{}})", R"({"k":{"":{"":1}}})", R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})",
+                           R"({"n":1,"n":{}})", R"({"n":{"value":"9007199254740991","type":"bigInt"},"n":{},"n":[]})"}) {
+    EXPECT_EQ(again(text), text);
+  }
+  variant_bag_t const empty_array = load("[]");
+  EXPECT_EQ(empty_array.count<variant_t>(nullptr), 1u);
+  EXPECT_EQ(std::wstring(empty_array.get<variant_t>(L"arrayOf")->get<const wchar_t*>()), L"item");
+
+  variant_bag_t const scalars = load("[1,2]");
+  EXPECT_EQ(scalars.count<variant_bag_t>(L"item"), 2u);
+  EXPECT_EQ(*scalars.get<variant_bag_t>(L"item")->get<variant_t>(L""), variant_t(1u));
+
+  // After an "arrayOf" member, the object's scalars are elements named by it.
+  variant_bag_t const named = load(R"({"a":1,"arrayOf":"row","b":2,"c":{"d":3}})");
+  EXPECT_EQ(named.count<variant_bag_t>(L"row"), 2u);
+  EXPECT_FALSE(named.has<variant_t>(L"b"));
+  EXPECT_EQ(save(named), R"([2,{"d":3}])");
+
+  // Nested bag shapes of the writer.
+  variant_bag_t bag;
+  bag.add<variant_t>(L"a", variant_t(1));
+  bag.add_variant_bag(L"b", variant_bag_t()).add<variant_t>(L"c", variant_t(L"text"));
+  variant_bag_t& d = bag.add_variant_bag(L"d", variant_bag_t());
+  d.add<variant_t>(L"arrayOf", variant_t(L"e"));
+  d.add_variant_bag(L"e", variant_bag_t()).add<variant_t>(L"", variant_t(L"x"));
+  d.add_variant_bag(L"e", variant_bag_t()).add<variant_t>(L"f", variant_t(false));
+  d.add_variant_bag(L"other", variant_bag_t());
+  d.add<variant_t>(L"skipped", variant_t(1));
+  EXPECT_EQ(save(bag), R"({"a":1,"b":{"c":"text"},"d":["x",{"f":false}]})");
+  // "arrayOf" that holds no text gives no elements.
+  variant_bag_t odd;
+  odd.add<variant_t>(L"arrayOf", variant_t(5));
+  odd.add_variant_bag(L"item", variant_bag_t());
+  EXPECT_EQ(save(odd), "[]");
+}
+
+TEST(JsonShapes, RepeatedNames) {
+  variant_bag_t bag;
+  bag.add<variant_t>(L"v", variant_t(1));
+  bag.add<variant_t>(L"v", variant_t(2));
+  bag.add_variant_bag(L"n", variant_bag_t()).add<variant_t>(L"x", variant_t(1));
+  bag.add_variant_bag(L"n", variant_bag_t()).add<variant_t>(L"x", variant_t(2));
+  std::string const text = save(bag);
+  EXPECT_EQ(text, R"({"v":1,"v":2,"n":{"x":1},"n":{"x":2}})");
+  variant_bag_t const back = load(text);
+  EXPECT_EQ(back.count<variant_t>(L"v"), 1u);
+  EXPECT_EQ(*back.get<variant_t>(L"v"), variant_t(2));
+  EXPECT_EQ(back.count<variant_bag_t>(L"n"), 2u);
+}
+
+TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
+  s64_t const bound = 0x1FFFFFFFFFFFFF;
+  auto one = [](variant_t const& v) {
+    variant_bag_t bag;
+    bag.add<variant_t>(L"n", v);
+    return save(bag);
+  };
+  EXPECT_EQ(one(variant_t(bound - 1)), R"({"n":9007199254740990})");
+  EXPECT_EQ(one(variant_t(bound)), R"({"n":{"value":"9007199254740991","type":"bigInt"}})");
+  EXPECT_EQ(one(variant_t(-bound + 1)), R"({"n":-9007199254740990})");
+  EXPECT_EQ(one(variant_t(-bound)), R"({"n":{"value":"-9007199254740991","type":"bigInt"}})");
+  EXPECT_EQ(one(variant_t(std::numeric_limits<s64_t>::min())),
+            R"({"n":{"value":"-9223372036854775808","type":"bigInt"}})");
+  EXPECT_EQ(one(variant_t(static_cast<u64_t>(bound - 1))), R"({"n":9007199254740990})");
+  EXPECT_EQ(one(variant_t(static_cast<u64_t>(bound))),
+            R"({"n":{"value":"9007199254740991","type":"bigInt"}})");
+  EXPECT_EQ(one(variant_t(std::numeric_limits<u64_t>::max())),
+            R"({"n":{"value":"18446744073709551615","type":"bigInt"}})");
+  variant_bag_t const big = load(one(variant_t(bound)));
+  EXPECT_EQ(*big.get<variant_bag_t>(L"n")->get<variant_t>(L"type"), variant_t(L"bigInt"));
+
+  // Reading: the smallest type of the table that holds the number.
+  variant_bag_t const n = load(
+      R"({"u":5,"s":-5,"u64":5000000000,"s64":-5000000000,"d":1.5,"e":1e2,"max":18446744073709551615,"over":18446744073709551616,"z":0e-30,"nz":-0.0e99,"tiny":1e-400})");
+  EXPECT_EQ(n.get<variant_t>(L"u")->get_type(), vtUInt);
+  EXPECT_EQ(n.get<variant_t>(L"s")->get_type(), vtSInt);
+  EXPECT_EQ(n.get<variant_t>(L"u64")->get_type(), vtUInt64);
+  EXPECT_EQ(n.get<variant_t>(L"s64")->get_type(), vtSInt64);
+  EXPECT_EQ(n.get<variant_t>(L"d")->get_type(), vtDouble);
+  EXPECT_EQ(n.get<variant_t>(L"e")->get_type(), vtDouble);
+  EXPECT_EQ(*n.get<variant_t>(L"max"), variant_t(std::numeric_limits<u64_t>::max()));
+  EXPECT_EQ(n.get<variant_t>(L"over")->get_type(), vtDouble);
+  for (wchar_t const* zero : {L"z", L"nz", L"tiny"}) EXPECT_EQ(*n.get<variant_t>(zero), variant_t(0.0));
+  EXPECT_TRUE(std::signbit(n.get<variant_t>(L"nz")->get<double>()));
+}
+
+TEST(JsonRoundTrip, EveryWritableTypeBothForms) {
+  variant_bag_t bag;
+  bag.add<variant_t>(L"bool", variant_t(true));
+  bag.add<variant_t>(L"sbyte", variant_t(static_cast<signed char>(-8)));
+  bag.add<variant_t>(L"ubyte", variant_t(static_cast<unsigned char>(200)));
+  bag.add<variant_t>(L"sshort", variant_t(static_cast<short>(-300)));
+  bag.add<variant_t>(L"ushort", variant_t(static_cast<unsigned short>(60000)));
+  bag.add<variant_t>(L"sint", variant_t(std::numeric_limits<int>::min()));
+  bag.add<variant_t>(L"uint", variant_t(std::numeric_limits<unsigned>::max()));
+  bag.add<variant_t>(L"sint64", variant_t(static_cast<s64_t>(-1234567890123)));
+  bag.add<variant_t>(L"uint64", variant_t(static_cast<u64_t>(1234567890123)));
+  bag.add<variant_t>(L"float", variant_t(0.1f));
+  bag.add<variant_t>(L"double", variant_t(std::numeric_limits<double>::max()));
+  bag.add<variant_t>(L"tiny", variant_t(std::numeric_limits<double>::denorm_min()));
+  bag.add<variant_t>(L"text", variant_t(L"quote \" slash \\ tab \t nl \n \u00e9 \u65e5 \U0001F600"));
+  bag.add<variant_t>(L"by_ref", variant_t(L"ref", true));
+  bag.add<variant_t>(L"control", variant_t(L"\x01\x1f"));
+  bag.add<variant_t>(L"null", variant_t());
+  variant_bag_t& child = bag.add_variant_bag(L"child", variant_bag_t());
+  child.add<variant_t>(L"\U0001F600 key", variant_t(L"\U00010000\U0010FFFF"));
+  child.add_variant_bag(L"", variant_bag_t()).add<variant_t>(L"deep", variant_t(1));
+
+  std::string const compact = save(bag, Compact);
+  std::string const pretty = save(bag, Pretty);
+  EXPECT_NE(pretty.find("\n    \"bool\": true"), std::string::npos) << pretty;
+  EXPECT_NE(compact.find("\xF0\x9F\x98\x80"), std::string::npos);  // raw UTF-8, no escape
+  variant_bag_t const from_compact = load(compact);
+  EXPECT_EQ(from_compact, bag) << compact;
+  EXPECT_EQ(load(pretty), from_compact);
+  EXPECT_EQ(save(from_compact), compact);
+  EXPECT_EQ(*from_compact.get<variant_t>(L"float"), variant_t(static_cast<double>(0.1f)));
+
+  // The wide forms carry the same text.
+  std::wstring wide;
+  EXPECT_TRUE(json::save_variant_bag_to_json_string(bag, wide, Compact).is_ok());
+  EXPECT_EQ(wide, KESMET_2_18::strings::utf8_to_utf16(compact));
+  EXPECT_EQ(json::variant_bag_to_json_string(bag, Pretty), KESMET_2_18::strings::utf8_to_utf16(pretty));
+  variant_bag_t from_wide;
+  EXPECT_TRUE(json::load_variant_bag_from_json_string(wide, from_wide).is_ok());
+  EXPECT_EQ(from_wide, bag);
+}
+
+TEST(JsonText, EscapesAndNonBmp) {
+  variant_bag_t const bag = load(R"({"a":"\ud83d\ude00\u00e9\/","b":"x\u0000y","c\u0000d":1})");
+  EXPECT_EQ(std::wstring(bag.get<variant_t>(L"a")->get<const wchar_t*>()), L"\U0001F600\u00e9/");
+  EXPECT_EQ(std::wstring(bag.get<variant_t>(L"b")->get<const wchar_t*>()), L"x");
+  EXPECT_TRUE(bag.has<variant_t>(L"c"));
+  EXPECT_EQ(save(bag), "{\"a\":\"\xF0\x9F\x98\x80\xC3\xA9/\",\"b\":\"x\",\"c\":1}");
+  // Wide text that is no Unicode is written as U+FFFD.
+  variant_bag_t odd;
+  odd.add<variant_t>(L"s", variant_t(std::wstring{L'a', static_cast<wchar_t>(0xD800), L'b'}.c_str()));
+  EXPECT_EQ(save(odd), "{\"s\":\"a\xEF\xBF\xBD" "b\"}");
+}
+
+// Collects the messages logged on "QUILLON".
+class log_capture_t : public log4cplus::Appender {
+ public:
+  ~log_capture_t() override { destructorImpl(); }
+  void close() override {}
+  std::vector<std::string> lines;
+
+ protected:
+  void append(log4cplus::spi::InternalLoggingEvent const& event) override {
+    lines.push_back(event.getMessage());
+  }
+};
+
+TEST(JsonUnwritable, LeftOutWithTheirKeysAndLogged) {
+  json::variant_bag_to_json_string(variant_bag_t());  // the library's logging is set up
+  log4cplus::SharedAppenderPtr appender(new log_capture_t());
+  auto& capture = static_cast<log_capture_t&>(*appender);
+  log4cplus::Logger logger = log4cplus::Logger::getInstance("QUILLON");
+  logger.addAppender(appender);
+
+  variant_bag_t bag;
+  bag.add<variant_t>(L"blob", variant_t(static_cast<void const*>("ab"), 2));
+  bag.add<variant_t>(L"nan", variant_t(std::nan("")));
+  bag.add<variant_t>(L"inf", variant_t(-std::numeric_limits<double>::infinity()));
+  bag.add_variant_bag(L"wrapped", variant_bag_t()).add<variant_t>(L"", blob(1));
+  bag.add<variant_t>(L"last", variant_t(1));
+  EXPECT_EQ(save(bag), R"({"nan":null,"inf":null,"last":1})");
+  variant_bag_t blob_root;
+  blob_root.add<variant_t>(L"", blob(3));
+  EXPECT_EQ(save(blob_root), "null");
+  variant_bag_t blob_items;
+  blob_items.add<variant_t>(L"arrayOf", variant_t(L"item"));
+  blob_items.add_variant_bag(L"item", variant_bag_t()).add<variant_t>(L"", blob(3));
+  blob_items.add_variant_bag(L"item", variant_bag_t()).add<variant_t>(L"", variant_t(2));
+  EXPECT_EQ(save(blob_items), "[2]");
+
+  logger.removeAppender(appender);
+  ASSERT_EQ(capture.lines.size(), 4u);
+  EXPECT_EQ(capture.lines[0].rfind("JSON serialization for variant type 16 is not supported., at file: ", 0), 0u)
+      << capture.lines[0];
+
+  // Narrow text is reported and written as the empty text.
+  q2test::assert_recorder_t recorder;
+  variant_bag_t narrow;
+  narrow.add<variant_t>(L"n", variant_t("narrow"));
+  EXPECT_EQ(save(narrow), R"({"n":""})");
+  EXPECT_TRUE(recorder.saw("can_get<const wchar_t*>()"));
+}
+
+TEST(JsonLoad, TargetMustBeEmptyAndStaysUnchangedOnFailure) {
+  variant_bag_t full;
+  full.add<variant_t>(L"x", variant_t(1));
+  error_code_t ec = json::load_variant_bag_from_json_string(std::string("{}"), full);
+  ASSERT_TRUE(ec.failed());
+  EXPECT_TRUE(ec == error::IsNot.Valid.Argument);
+  EXPECT_EQ(ec.pass()->text, "Expected empty variant bag");
+  EXPECT_EQ(full.count<variant_t>(nullptr), 1u);
+
+  // A linked child with only its name counts as empty: it keeps its name and parent.
+  variant_bag_t parent;
+  variant_bag_t& child = parent.add_variant_bag(L"child", variant_bag_t());
+  ec = json::load_variant_bag_from_json_string(std::string(R"({"a":[1,{"b":2}])"), child);
+  ASSERT_TRUE(ec.failed());
+  EXPECT_EQ(ec.pass()->text, "JSON deserialization error at position 16: Missing a comma or '}' after an object member.");
+  EXPECT_TRUE(child.is_empty());
+  ASSERT_TRUE(json::load_variant_bag_from_json_string(std::string(R"({"a":[1,{"b":2}]}  )"), child).is_ok());
+  EXPECT_EQ(std::wstring(child.get_name()), L"child");
+  EXPECT_EQ(child.get_parent(), &parent);
+  variant_bag_t* const a = child.get<variant_bag_t>(L"a");
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(a->get_parent(), &child);
+  EXPECT_EQ(save(parent), R"({"child":{"a":[1,{"b":2}]}})");
+}
+
+TEST(JsonDepth, NestingIsBoundedAndDeepBagsWrite) {
+  auto nested = [](std::size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
+  EXPECT_EQ(again(nested(1000)), nested(1000));
+  for (std::size_t levels : {std::size_t{1001}, std::size_t{200000}}) {
+    variant_bag_t bag;
+    error_code_t const ec = json::load_variant_bag_from_json_string(nested(levels), bag);
+    ASSERT_TRUE(ec.failed());
+    EXPECT_EQ(ec.pass()->text, "JSON deserialization error at position 1000: Terminate parsing due to Handler error.");
+  }
+  variant_bag_t deep;
+  variant_bag_t* at = &deep;
+  for (int i = 0; i < 10000; ++i) at = &at->add_variant_bag(L"d", variant_bag_t());
+  at->add<variant_t>(L"v", variant_t(1));
+  std::string const text = save(deep);
+  EXPECT_EQ(text.size(), 10000 * 5 + 7 + 10000u);
+}
+
+// Records the events of the walker.
+class event_log_t : public json::IJSONWriter {
+ public:
+  std::string events;
+  bool Null() override { return add("n"); }
+  bool Bool(bool v) override { return add(v ? "t" : "f"); }
+  bool Int(int v) override { return add("i" + std::to_string(v)); }
+  bool Uint(unsigned v) override { return add("u" + std::to_string(v)); }
+  bool Int64(s64_t v) override { return add("I" + std::to_string(v)); }
+  bool Uint64(u64_t v) override { return add("U" + std::to_string(v)); }
+  bool Double(double) override { return add("d"); }
+  bool String(std::string const& v) override { return add("s" + v); }
+  bool Key(std::string const& v) override { return add("k" + v); }
+  bool StartObject() override { return add("{"); }
+  bool EndObject() override { return add("}"); }
+  bool StartArray() override { return add("["); }
+  bool EndArray() override { return add("]"); }
+
+ private:
+  bool add(std::string const& e) {
+    events += e + " ";
+    return true;
+  }
+};
+
+TEST(JsonInterfaces, WalkerEventsAndDomHelpers) {
+  variant_bag_t const bag =
+      load(R"({"a":-1,"b":[3000000000,-3000000000,2.5],"c":{"":"x"}})");
+  event_log_t log;
+  json::write_variant_bag(bag, log);
+  EXPECT_EQ(log.events, "{ ka i-1 kc sx kb [ u3000000000 I-3000000000 d ] } ");
+
+  rapidjson::GenericDocument<rapidjson::UTF32<wchar_t>> doc;
+  doc.SetObject();
+  std::wstring name = L"k\U0001F600";
+  std::wstring value = L"v\"";
+  json::wide_value_t& same = json::addStringMember(doc, name, value, doc.GetAllocator());
+  EXPECT_EQ(&same, &doc);
+  name.assign(L"gone");
+  value.assign(L"gone");
+  EXPECT_EQ(json::rapidJsonValueToString(doc), L"{\"k\U0001F600\":\"v\\\"\"}");
+  q2test::assert_recorder_t recorder;
+  json::wide_value_t number(5);
+  json::addStringMember(number, L"a", L"b", doc.GetAllocator());
+  EXPECT_TRUE(recorder.saw("object.IsObject()"));
+  EXPECT_EQ(json::rapidJsonValueToString(number), L"5");
+}
+
+}  // namespace
