@@ -9,6 +9,7 @@
 // on this thread only, to the same collector. Nothing reaches standard error directly.
 #include "core/das/xpath/include/libxml_worker.hpp"
 
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -98,16 +99,20 @@ std::wstring wide_of(std::string const& utf8) {
 }
 
 void log_failure(wchar_t const* expression, xpath_errors_t const& errors) {
-  bool const stopped =
-      errors.code == XML_XPATH_EXPRESSION_OK + XPATH_OP_LIMIT_EXCEEDED - XPATH_EXPRESSION_OK ||
-      errors.code == XML_XPATH_EXPRESSION_OK + XPATH_RECURSION_LIMIT_EXCEEDED - XPATH_EXPRESSION_OK;
-  std::string const& why = !errors.message.empty() ? errors.message : errors.generic;
+  int const code = errors.code - XML_XPATH_EXPRESSION_OK + XPATH_EXPRESSION_OK;
+  bool const stopped = code == XPATH_OP_LIMIT_EXCEEDED || code == XPATH_RECURSION_LIMIT_EXCEEDED;
+  std::wstring why = wide_of(!errors.message.empty() ? errors.message : errors.generic);
+  if (code == XPATH_OP_LIMIT_EXCEEDED) why = L"operation limit reached";
+  if (code == XPATH_RECURSION_LIMIT_EXCEEDED) why = L"expression nested too deeply";
+  if (why.empty()) why = L"libxml2 XPath error " + std::to_wstring(errors.code);
+  // Long expressions are cut: the log line should stay readable.
+  std::wstring shown(expression, std::min<std::size_t>(std::wcslen(expression), 200));
+  if (shown.size() < std::wcslen(expression)) shown += L"...";
   if (stopped) {
     Q2_LOG(main_logger(), log_error,
-           L"XPath query stopped at a limit (" << wide_of(why) << L"): " << expression);
+           L"XPath query stopped (" << why << L"): " << shown);
   } else {
-    Q2_LOG(main_logger(), log_info,
-           L"cannot evaluate XPath expression (" << wide_of(why) << L"): " << expression);
+    Q2_LOG(main_logger(), log_info, L"cannot evaluate XPath expression (" << why << L"): " << shown);
   }
 }
 
