@@ -47,6 +47,9 @@
 #include <quillon2/das/variant_bag_visitor.hpp>
 #include <quillon2/das/variant_bag_serialization2.hpp>
 
+// XPath over bags: tree views, the mirror document, results that point into the bag.
+#include <quillon2/das/das_generic_xpath.hpp>
+
 // Text helpers: help markup to console text, regex quoting, best match of option names.
 #include <quillon2/core/text_helpers.hpp>
 

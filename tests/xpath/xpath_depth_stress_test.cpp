@@ -39,7 +39,8 @@ TEST(XPathDepth, AVeryDeepBagMirrorsAndAnswers) {
   EXPECT_EQ(deepest, leaf.get_nodes()[0]);
   EXPECT_EQ(deepest->get<variant_t>(L""), xp.select(L"//text()").get_properties().at(0));
   EXPECT_EQ(L"bottom", std::wstring(xp.select(L"string(/top)").get_value().get<wchar_t const*>()));
-  EXPECT_EQ(double(k_depth), xp.select(L"count(//n[@d=100000]/ancestor::*)").get_value().get<double>());
+  EXPECT_EQ(double(k_depth),
+            xp.select(L"count(//n[@d=100000]/ancestor::*)").get_value().get<double>());
   EXPECT_EQ(std::size_t(k_depth), xp.select(L"//@d").get_properties().size());
 }
 

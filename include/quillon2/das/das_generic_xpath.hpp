@@ -62,8 +62,8 @@ namespace internal {
 // Where a worker's select delivers its answer.
 class QUILLON2_API libxml_worker_sink_t {
  public:
-  virtual void add_node(void* tag) = 0;      // a result element
-  virtual void add_property(void* tag) = 0;  // a result attribute or text node
+  virtual void add_node(void* tag) = 0;                // a result element
+  virtual void add_property(void* tag) = 0;            // a result attribute or text node
   virtual void set_value(variant_t const& value) = 0;  // a boolean, number or string result
   virtual void set_error(unsigned error) = 0;          // the expression failed
 
@@ -148,7 +148,8 @@ class QUILLON2_API const_variant_bag_generic_tree_t
   const_variant_bag_generic_tree_t() noexcept = default;
   const_variant_bag_generic_tree_t(const_variant_bag_generic_tree_t const& other) noexcept;
   const_variant_bag_generic_tree_t(const_variant_bag_generic_tree_t&& other) noexcept;
-  const_variant_bag_generic_tree_t& operator=(const_variant_bag_generic_tree_t const& other) noexcept;
+  const_variant_bag_generic_tree_t& operator=(
+      const_variant_bag_generic_tree_t const& other) noexcept;
   const_variant_bag_generic_tree_t& operator=(const_variant_bag_generic_tree_t&& other) noexcept;
   ~const_variant_bag_generic_tree_t() override;
 

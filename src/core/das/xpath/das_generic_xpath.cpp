@@ -40,7 +40,8 @@ void walk_tree(generic_tree_t<B, V> const& root, internal::libxml_worker_t& out)
   using tree_ptr_t = sptr_t<generic_tree_t<B, V>>;
   std::vector<generic_iterator_t<tree_ptr_t>> pending;
   auto const open = [&](generic_tree_t<B, V> const& node) {
-    out.on_node_begin(name_of(node), const_cast<void*>(static_cast<void const*>(&node.get_value())));
+    out.on_node_begin(name_of(node),
+                      const_cast<void*>(static_cast<void const*>(&node.get_value())));
     for (auto properties = node.get_properties(); !properties.at_end(); properties.next()) {
       auto const* const property = properties.current();
       wchar_t const* name = text_of(property->name);

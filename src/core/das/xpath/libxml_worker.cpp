@@ -109,10 +109,10 @@ void log_failure(wchar_t const* expression, xpath_errors_t const& errors) {
   std::wstring shown(expression, std::min<std::size_t>(std::wcslen(expression), 200));
   if (shown.size() < std::wcslen(expression)) shown += L"...";
   if (stopped) {
-    Q2_LOG(main_logger(), log_error,
-           L"XPath query stopped (" << why << L"): " << shown);
+    Q2_LOG(main_logger(), log_error, L"XPath query stopped (" << why << L"): " << shown);
   } else {
-    Q2_LOG(main_logger(), log_info, L"cannot evaluate XPath expression (" << why << L"): " << shown);
+    Q2_LOG(main_logger(), log_info,
+           L"cannot evaluate XPath expression (" << why << L"): " << shown);
   }
 }
 

@@ -56,10 +56,9 @@ generic_iterator_t<typename View::property_t const*> properties_of(Bag* bag) {
                                        get_value_string(value.get_value()), &value.get_value()});
     }
   }
-  using cursor_t = iterutil::owned_stl_iterator_impl_t<property_t const*,
-                                                       typename list_t::const_iterator,
-                                                       address_of_t<property_t>,
-                                                       std::shared_ptr<list_t>>;
+  using cursor_t =
+      iterutil::owned_stl_iterator_impl_t<property_t const*, typename list_t::const_iterator,
+                                          address_of_t<property_t>, std::shared_ptr<list_t>>;
   return generic_iterator_t<property_t const*>(new cursor_t(std::move(properties)));
 }
 
@@ -74,7 +73,8 @@ Bag& unbound_bag() {
 
 // variant_bag_generic_tree_t
 
-variant_bag_generic_tree_t::variant_bag_generic_tree_t(variant_bag_generic_tree_t const& other) noexcept
+variant_bag_generic_tree_t::variant_bag_generic_tree_t(
+    variant_bag_generic_tree_t const& other) noexcept
     : tree_t(other), m_bag(other.m_bag) {}
 variant_bag_generic_tree_t::variant_bag_generic_tree_t(variant_bag_generic_tree_t&& other) noexcept
     : tree_t(other), m_bag(other.m_bag) {}
