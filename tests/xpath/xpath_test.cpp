@@ -61,6 +61,10 @@ TEST(XPath, NodeAttributeAndTextResultsAreTheBagsOwn) {
   EXPECT_EQ(L"hello", text(xp.select(L"string(/root)").get_value()));
 
   EXPECT_EQ(&it.get_value(), xp.select(L"/root/item[@id=2]").get_nodes().at(0));
+  int ids = 0;  // a temporary result's lists outlive it in a range-for
+  for (variant_bag_t* item : xp.select(L"//item").get_nodes())
+    ids += item->get<variant_t>(L"id")->get<int>();
+  EXPECT_EQ(3, ids);
   EXPECT_EQ(L"7", text(xp.select(L"string(/root/@n)").get_value()));
 }
 

@@ -183,9 +183,14 @@ class QUILLON2_API xpath_result_base_t : public internal::libxml_worker_sink_t {
   void set_value(variant_t const& value) override;
   void set_error(unsigned error) override;
 
-  std::vector<B*> const& get_nodes() const noexcept { return *m_nodes; }
-  std::vector<V*> const& get_properties() const noexcept { return *m_properties; }
-  variant_t const& get_value() const noexcept { return m_value; }
+  // On a temporary result (`for (auto* n : xp.select(q).get_nodes())`) these give copies,
+  // so that nothing refers into a result that is gone.
+  std::vector<B*> const& get_nodes() const& noexcept { return *m_nodes; }
+  std::vector<B*> get_nodes() && { return *m_nodes; }
+  std::vector<V*> const& get_properties() const& noexcept { return *m_properties; }
+  std::vector<V*> get_properties() && { return *m_properties; }
+  variant_t const& get_value() const& noexcept { return m_value; }
+  variant_t get_value() && noexcept { return m_value; }
   u32_t get_error() const noexcept { return m_error; }
 
   boost::shared_ptr<std::vector<B*>> m_nodes;
