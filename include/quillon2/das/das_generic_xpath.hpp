@@ -203,7 +203,9 @@ class QUILLON2_API xpath_result_base_t : public internal::libxml_worker_sink_t {
 template <class B, class V>
 class QUILLON2_API xpath_result_t : public xpath_result_base_t<B, V> {
  public:
-  xpath_result_t(sptr_t<internal::libxml_worker_t> const& worker, wchar_t const* xpath_expr);
+  // Exported by name: some compilers hide a member whose parameter types are not exported.
+  QUILLON2_API xpath_result_t(sptr_t<internal::libxml_worker_t> const& worker,
+                              wchar_t const* xpath_expr);
 };
 
 // A bag mirrored once, to be asked any number of questions. Copies share the mirror.

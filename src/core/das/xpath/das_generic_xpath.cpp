@@ -29,6 +29,13 @@ wchar_t const* name_of(generic_tree_t<B, V> const& node) {
   return name != nullptr ? name : k_nameless;
 }
 
+// One level of a walk: the children still to visit. (A plain struct around the iterator,
+// whose class has virtual members but no virtual destructor, for the containers' sake.)
+template <class B, class V>
+struct level_t {
+  generic_iterator_t<sptr_t<generic_tree_t<B, V>>> children;
+};
+
 wchar_t const* text_of(variant_t const& text) {
   return text.can_get<wchar_t const*>() ? text.get<wchar_t const*>() : nullptr;
 }
@@ -38,7 +45,7 @@ wchar_t const* text_of(variant_t const& text) {
 template <class B, class V>
 void walk_tree(generic_tree_t<B, V> const& root, internal::libxml_worker_t& out) {
   using tree_ptr_t = sptr_t<generic_tree_t<B, V>>;
-  std::vector<generic_iterator_t<tree_ptr_t>> pending;
+  std::vector<level_t<B, V>> pending;
   auto const open = [&](generic_tree_t<B, V> const& node) {
     out.on_node_begin(name_of(node),
                       const_cast<void*>(static_cast<void const*>(&node.get_value())));
@@ -50,11 +57,11 @@ void walk_tree(generic_tree_t<B, V> const& root, internal::libxml_worker_t& out)
       out.on_property(name, value != nullptr ? value : L"",
                       const_cast<void*>(static_cast<void const*>(property->source)));
     }
-    pending.push_back(node.get_children());
+    pending.push_back({node.get_children()});
   };
   open(root);
   while (!pending.empty()) {
-    auto& children = pending.back();
+    auto& children = pending.back().children;
     if (children.at_end()) {
       pending.pop_back();
       out.on_node_end();
@@ -111,10 +118,10 @@ variant_t generic_tree_t<B, V>::get_xpath() const {
 
 template <class B, class V>
 sptr_t<generic_tree_t<B, V>> generic_tree_t<B, V>::find(variant_bag_t const* bag) const {
-  std::vector<generic_iterator_t<sptr_t<generic_tree_t>>> pending;
-  pending.push_back(get_children());
+  std::vector<level_t<B, V>> pending;
+  pending.push_back({get_children()});
   while (!pending.empty()) {
-    auto& children = pending.back();
+    auto& children = pending.back().children;
     if (children.at_end()) {
       pending.pop_back();
       continue;
@@ -124,7 +131,7 @@ sptr_t<generic_tree_t<B, V>> generic_tree_t<B, V>::find(variant_bag_t const* bag
     if (static_cast<void const*>(&child->get_value()) == static_cast<void const*>(bag)) {
       return child;
     }
-    pending.push_back(child->get_children());
+    pending.push_back({child->get_children()});
   }
   return nullptr;
 }
