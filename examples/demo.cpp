@@ -230,6 +230,37 @@ void bags_as_json() {
   std::cout << "refused: " << ec.as_string() << "\n";
 }
 
+// XPath over a bag: mirror it once, ask several questions, get the bag's own entries back.
+void xpath_over_bags() {
+  section("XPath over bags");
+  q2::variant_bag_t shelf;
+  for (int i = 1; i <= 3; ++i) {
+    q2::variant_bag_t& book = shelf.add_variant_bag(L"book", q2::variant_bag_t());
+    book.add<q2::variant_t>(L"year", q2::variant_t(1990 + 10 * i));
+    book.add<q2::variant_t>(L"", q2::variant_t((L"Title " + std::to_wstring(i)).c_str()));
+  }
+  auto const xp = q2::variant_bag_xpath(shelf, L"shelf");
+  for (q2::variant_bag_t* book : xp.select(L"/shelf/book[@year > 2005]").get_nodes()) {
+    book->put<q2::variant_t>(L"recent", q2::variant_t(true));  // the bag's own child
+  }
+  std::cout << "books: " << xp.select(L"count(//book)").get_value().get<double>()
+            << ", first title: "
+            << kesmet2::utf16_to_utf8(
+                   xp.select(L"string(/shelf/book[1])").get_value().get<wchar_t const*>())
+            << ", bad query error: " << xp.select(L"/shelf[").get_error() << "\n";
+  q2::sptr_t<q2::variant_bag_generic_tree_t> view(
+      new q2::ref_counted_t<q2::variant_bag_generic_tree_t>());
+  view->init(shelf);
+  // find gives the view of a descendant; its location path selects it again.
+  auto const first = view->find(shelf.get<q2::variant_bag_t>(L"book"));
+  std::cout << "found " << kesmet2::utf16_to_utf8(first->get_xpath().get<wchar_t const*>()) << "\n";
+  for (auto children = view->get_children(); !children.at_end(); children.next()) {
+    std::cout << kesmet2::utf16_to_utf8(children.current()->get_xpath().get<wchar_t const*>())
+              << (children.current()->get_value().has<q2::variant_t>(L"recent") ? " (recent)" : "")
+              << "\n";
+  }
+}
+
 // Help texts in a little HTML become console text; hyphenated option names match by
 // the prefixes of their words.
 void text_helpers() {
@@ -530,6 +561,7 @@ int main() {
   bags_as_xml();
   bags_as_attributes();
   bags_as_json();
+  xpath_over_bags();
   files();
   archives();
   text_helpers();

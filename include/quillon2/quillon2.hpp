@@ -50,6 +50,9 @@
 // Bags as JSON (RapidJSON types stay in <quillon2/das/json_rapidjson.hpp>).
 #include <quillon2/das/json.hpp>
 
+// XPath over bags: tree views, the mirror document, results that point into the bag.
+#include <quillon2/das/das_generic_xpath.hpp>
+
 // Text helpers: help markup to console text, regex quoting, best match of option names.
 #include <quillon2/core/text_helpers.hpp>
 
