@@ -52,10 +52,10 @@ std::string demangle_type_name(char const* mangled) {
   return result;
 }
 
-std::int32_t process_clock_milliseconds() noexcept {
-  auto const elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+std::int64_t process_clock_nanoseconds() noexcept {
+  auto const elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(
       std::chrono::steady_clock::now() - g_clock_origin);
-  return static_cast<std::int32_t>(elapsed.count());
+  return static_cast<std::int64_t>(elapsed.count());
 }
 
 }  // namespace quillon2::internal
