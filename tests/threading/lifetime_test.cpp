@@ -119,7 +119,8 @@ TEST_F(scheduler_test, ObserversAreCalledWithoutTheSchedulersLock) {
     void task_completed(task_ptr) override {
       if (blocked.exchange(true)) return;
       inside.open();
-      go_on.wait();
+      while (!go_on.wait()) {
+      }  // opened by the test in any case
     }
     std::atomic<bool> blocked{false};
     latch_t inside, go_on;
@@ -159,7 +160,8 @@ TEST(unit_lifetime, ObserversOfAUnitAreCalledWithoutItsLock) {
   struct blocking_t : scheduler_status_callback_t {
     void thread_started() override {
       inside.open();
-      go_on.wait();
+      while (!go_on.wait()) {
+      }  // opened by the test in any case
     }
     latch_t inside, go_on;
   };
