@@ -12,7 +12,7 @@ void cpu_relax() noexcept;
 // Gives up the rest of the time slice.
 void yield_thread() noexcept;
 // Sleeps; not an interruption point.
-void sleep_milliseconds(unsigned milliseconds) noexcept;
+void sleep_microseconds(unsigned microseconds) noexcept;
 // Shows `name` for the calling thread in the system's thread listing, as far as the
 // system allows (on Linux the first 15 bytes).
 void publish_thread_name(char const* name) noexcept;

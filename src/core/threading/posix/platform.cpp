@@ -29,9 +29,9 @@ void cpu_relax() noexcept {
 
 void yield_thread() noexcept { sched_yield(); }
 
-void sleep_milliseconds(unsigned milliseconds) noexcept {
-  timespec request{static_cast<time_t>(milliseconds / 1000),
-                   static_cast<long>(milliseconds % 1000) * 1000000L};
+void sleep_microseconds(unsigned microseconds) noexcept {
+  timespec request{static_cast<time_t>(microseconds / 1000000),
+                   static_cast<long>(microseconds % 1000000) * 1000L};
   while (nanosleep(&request, &request) != 0 && errno == EINTR) {
   }
 }

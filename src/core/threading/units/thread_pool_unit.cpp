@@ -78,11 +78,15 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
                                               boost::shared_ptr<stage_t> stage) {
   if (!task || !stage) return seInvalidArgument;
   std::size_t pending = 0;
+  bool wake = false;
   {
     boost::lock_guard<boost::mutex> guard(m_queue_mutex);
     pending = m_queue.size();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
+    // Busy workers take the job when they come back to the queue; only an idle one needs
+    // the wake-up (a system call).
+    wake = m_idle_workers > 0;
   }
   {
     spin_guard_t guard(m_lock);
@@ -106,7 +110,7 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
       ++m_threads;
     }
   }
-  m_queue_condition.notify_one();
+  if (wake) m_queue_condition.notify_one();
   return seOk;
 }
 
@@ -165,6 +169,11 @@ bool thread_pool_unit_t::process_jobs_queue() {
         lock.unlock();
         set_thread_name("Sh(TP): pending", false);
         lock.lock();
+        struct idle_t {
+          std::size_t& count;
+          explicit idle_t(std::size_t& n) : count(n) { ++count; }
+          ~idle_t() { --count; }  // with the queue locked, also when interrupted
+        } const idle(m_idle_workers);
         while (m_queue.empty()) m_queue_condition.wait(lock);  // an interruption point
       }
       job = std::move(m_queue.front());

@@ -82,6 +82,7 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   unsigned int m_threads = 0;
   boost::mutex m_queue_mutex;
   std::deque<job_t> m_queue;
+  std::size_t m_idle_workers = 0;  // waiting on the condition; guarded by m_queue_mutex
   boost::condition_variable m_queue_condition;
 };
 
