@@ -1,6 +1,7 @@
 // The scheduler under load and on the clock, beside the obvious alternatives:
-// - sched_throughput: tasks of one empty stage through "service", against
-//   boost::asio::thread_pool (as many threads) posting an empty lambda.
+// - sched_throughput: batches of 1,000 and 100,000 tasks of one empty stage through
+//   "service", all queued at once, against boost::asio::thread_pool (as many threads)
+//   posting an empty lambda. The time per task must not grow with the batch.
 // - sched_latency: from add_task to the stage running on an idle worker (the median of
 //   64 hand-overs), against a condition-variable ping-pong between two threads (the
 //   floor for waking a thread) and against a post to boost::asio::thread_pool.
@@ -64,30 +65,40 @@ boost::shared_ptr<task_t> make_bench_task(countdown_t& countdown, std::wstring c
   return task;
 }
 
-// Waits until the scheduler holds no task any more.
+// The group of the benchmark's tasks.
+std::wstring const bench_group = L"bench";
+
+// Waits until the scheduler holds no task of the benchmark any more. The query stops at
+// the first task it finds, so waiting does not copy the table over and over.
 void drain(scheduler_t& scheduler) {
-  while (!scheduler.find_tasks(std::wstring()).empty()) std::this_thread::yield();
+  std::wstring group = bench_group;
+  while (scheduler.is_known_group(group)) std::this_thread::yield();
 }
 
 // --- Throughput ----------------------------------------------------------------------
 
+long throughput_batch(benchmark::State const& state) {
+  return quick() ? std::min<long>(500, state.range(0)) : state.range(0);
+}
+
 void sched_throughput_ours(benchmark::State& state) {
-  long const batch = quick() ? 500 : 20000;
+  long const batch = throughput_batch(state);
   auto scheduler = create_default_scheduler(nullptr, nullptr, true);
   countdown_t countdown;
   for (auto _ : state) {
     countdown.reset(batch);
     for (long i = 0; i < batch; ++i) {
-      scheduler->add_task(make_bench_task(countdown, unit_service), std::wstring());
+      scheduler->add_task(make_bench_task(countdown, unit_service), bench_group);
     }
     countdown.wait();
     drain(*scheduler);
   }
   state.SetItemsProcessed(state.iterations() * batch);
+  state.SetComplexityN(batch);
 }
 
 void sched_throughput_asio(benchmark::State& state) {
-  long const batch = quick() ? 500 : 20000;
+  long const batch = throughput_batch(state);
   boost::asio::thread_pool pool(service_threads());
   countdown_t countdown;
   for (auto _ : state) {
@@ -98,11 +109,25 @@ void sched_throughput_asio(benchmark::State& state) {
     countdown.wait();
   }
   state.SetItemsProcessed(state.iterations() * batch);
+  state.SetComplexityN(batch);
   pool.join();
 }
 
-BENCHMARK(sched_throughput_ours)->Name("sched_throughput/ours")->UseRealTime();
-BENCHMARK(sched_throughput_asio)->Name("sched_throughput/asio_thread_pool")->UseRealTime();
+// Enough time per figure that a batch of 100,000 runs several times.
+BENCHMARK(sched_throughput_ours)
+    ->Name("sched_throughput/ours")
+    ->Arg(1000)
+    ->Arg(100000)
+    ->MinTime(1.0)
+    ->Complexity(benchmark::oN)
+    ->UseRealTime();
+BENCHMARK(sched_throughput_asio)
+    ->Name("sched_throughput/asio_thread_pool")
+    ->Arg(1000)
+    ->Arg(100000)
+    ->MinTime(1.0)
+    ->Complexity(benchmark::oN)
+    ->UseRealTime();
 
 // --- Latency from submission to running ----------------------------------------------
 
@@ -225,12 +250,12 @@ void sched_latency_asio(benchmark::State& state) {
 }
 
 // A fixed count of iterations: each one takes many hand-overs but reports one median.
-BENCHMARK(sched_latency_ours)->Name("sched_latency/ours")->UseManualTime()->Iterations(30);
-BENCHMARK(sched_latency_cv)->Name("sched_latency/cv_pingpong")->UseManualTime()->Iterations(30);
+BENCHMARK(sched_latency_ours)->Name("sched_latency/ours")->UseManualTime()->Iterations(60);
+BENCHMARK(sched_latency_cv)->Name("sched_latency/cv_pingpong")->UseManualTime()->Iterations(60);
 BENCHMARK(sched_latency_asio)
     ->Name("sched_latency/asio_thread_pool")
     ->UseManualTime()
-    ->Iterations(30);
+    ->Iterations(60);
 
 // --- A 1 ms delay, 99th percentile ---------------------------------------------------
 
@@ -314,7 +339,7 @@ void delay_p99_asio(benchmark::State& state) {
   runner.join();
 }
 
-BENCHMARK(delay_p99_ours)->Name("delay_1ms_p99/ours")->UseManualTime()->Iterations(3);
-BENCHMARK(delay_p99_asio)->Name("delay_1ms_p99/asio_steady_timer")->UseManualTime()->Iterations(3);
+BENCHMARK(delay_p99_ours)->Name("delay_1ms_p99/ours")->UseManualTime()->Iterations(5);
+BENCHMARK(delay_p99_asio)->Name("delay_1ms_p99/asio_steady_timer")->UseManualTime()->Iterations(5);
 
 }  // namespace

@@ -2,26 +2,41 @@
 """Prints ours / peer time ratios of a Google Benchmark JSON file beside their goals.
 
 Benchmark names are "family/impl[/args...]" where impl is "ours" or a peer's name.
-A ratio is formed for every family, argument set and peer that has an "ours" twin.
+A ratio is formed for every family, argument set and peer that has an "ours" twin, from
+the medians of the repetitions; the spread column is the larger coefficient of variation
+of the two sides (empty for a single run).
+
+    bench_report.py RESULTS.json GOALS.tsv [--check]
+
+The last line counts the goals met and missed. With --check the exit status is 1 when a
+goal is missed by more than 10%, so that a regression stops a script at once.
 """
 import json
 import sys
 from collections import defaultdict
 
+UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+TOLERANCE = 1.10  # a miss within 10% of the goal is reported but does not fail --check
 
-def main(result_path, goals_path):
+
+def main(result_path, goals_path, check=False):
     with open(result_path) as f:
         data = json.load(f)
     times = {}
+    spreads = {}
     for b in data["benchmarks"]:
-        if b.get("run_type") == "aggregate" and b.get("aggregate_name") != "median":
+        aggregate = b.get("aggregate_name") if b.get("run_type") == "aggregate" else None
+        if aggregate not in (None, "median", "cv"):
             continue
         name = b.get("run_name", b["name"])
         parts = name.split("/")
         if len(parts) < 2:
             continue
         family, impl, args = parts[0], parts[1], "/".join(parts[2:])
-        times[(family, impl, args)] = b["real_time"] * {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[b["time_unit"]]
+        if aggregate == "cv":
+            spreads[(family, impl, args)] = b["real_time"]
+            continue
+        times[(family, impl, args)] = b["real_time"] * UNITS[b["time_unit"]]
 
     goals = {}
     with open(goals_path) as f:
@@ -40,20 +55,26 @@ def main(result_path, goals_path):
             continue
         rows[family].append((args, impl, ours, t))
 
-    print(f"{'family':<28} {'args':<12} {'peer':<18} {'ours':>12} {'peer':>12} {'ratio':>7}  goal")
-    missed = 0
+    print(f"{'family':<28} {'args':<12} {'peer':<18} {'ours':>12} {'peer':>12} {'ratio':>7} {'spread':>7}  goal")
+    met = missed = failing = 0
     for family in sorted(rows):
         for args, peer, ours, t in sorted(rows[family]):
             ratio = ours / t if t > 0 else float("inf")
+            spread = max(spreads.get((family, "ours", args), -1), spreads.get((family, peer, args), -1))
+            spread_text = f"{spread * 100:6.1f}%" if spread >= 0 else ""
             goal = goals.get((family, peer))
             verdict = ""
             if goal:
                 ok = ratio <= goal[0]
+                met += ok
                 missed += not ok
+                failing += ratio > goal[0] * TOLERANCE
                 verdict = f"<= {goal[0]:g} {'met' if ok else 'MISSED'}  {goal[1]}"
-            print(f"{family:<28} {args:<12} {peer:<18} {ours:>10.1f}ns {t:>10.1f}ns {ratio:>7.2f}  {verdict}")
-    print(f"\n{missed} goal(s) missed")
+            print(f"{family:<28} {args:<12} {peer:<18} {ours:>10.1f}ns {t:>10.1f}ns {ratio:>7.2f} {spread_text:>7}  {verdict}")
+    print(f"\n{met} goal(s) met, {missed} missed ({failing} by more than 10%)")
+    return 1 if check and failing else 0
 
 
 if __name__ == "__main__":
-    main(sys.argv[1], sys.argv[2])
+    arguments = [a for a in sys.argv[1:] if a != "--check"]
+    sys.exit(main(arguments[0], arguments[1], check="--check" in sys.argv[1:]))

@@ -10,11 +10,11 @@
 #include <boost/make_shared.hpp>
 
 #include <quillon2/core/threading/batch_cancel.hpp>
-#include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
 #include "core/miscellaneous/include/logging.hpp"
+#include "core/threading/include/group_match.hpp"
 
 namespace quillon2::threading {
 
@@ -89,6 +89,9 @@ scheduler_error_t batch_cancel_t::execute(boost::shared_ptr<scheduler_t> schedul
     m_in_progress = true;
     m_unit = unit;
     m_scheduler = scheduler;
+    // The operation owns the object until `completed` has been emitted: the client may
+    // let go of its pointer right after execute.
+    m_self = shared_from_this();
     // The prepared stage is not shared with anybody yet: it learns its unit here.
     m_next_end_stage->unit = unit;
     m_completion_task = std::move(m_next_end);
@@ -159,14 +162,14 @@ void batch_cancel_t::group_canceled(std::wstring const& group) {
     if (!m_in_progress) return;
     m_groups.remove(group);
     for (auto refused = m_refused_groups.begin(); refused != m_refused_groups.end();) {
-      if (scheduler_impl_t::matches(group, *refused)) {
+      if (internal::group_matches(group, *refused)) {
         m_groups.remove(*refused);
         refused = m_refused_groups.erase(refused);
       } else {
         ++refused;
       }
     }
-    if (m_in_flight && scheduler_impl_t::matches(group, m_cancel_in_flight)) {
+    if (m_in_flight && internal::group_matches(group, m_cancel_in_flight)) {
       m_in_flight_covered = true;
     }
     done = m_groups.empty() && m_tasks.empty();
@@ -222,12 +225,14 @@ void batch_cancel_t::check_completion_ran(boost::shared_ptr<scheduler_t> const& 
   // holds, and whose stage has not run, had that stage dropped or refused.
   if (scheduler->is_known_task(task)) return;
   boost::shared_ptr<scheduler_t> released;
+  boost::shared_ptr<batch_cancel_t> self;
   std::wstring unit;
   {
     lock_t guard(m_lock);
     if (m_completion_task != task) return;
     m_completion_task.reset();
     released.swap(m_scheduler);
+    self.swap(m_self);
     unit = m_unit;
   }
   Q2_LOG(internal::scheduler_logger(), internal::log_error,
@@ -236,11 +241,13 @@ void batch_cancel_t::check_completion_ran(boost::shared_ptr<scheduler_t> const& 
                                            L"not emitted");
   // The operation stays in progress, but lets the scheduler go, and the scheduler lets
   // this object go.
-  released->remove_status_callback(shared_from_this());
+  released->remove_status_callback(self);
 }
 
 void batch_cancel_t::on_stage_execution(boost::shared_ptr<task_t> task) {
   boost::shared_ptr<scheduler_t> scheduler;
+  // Keeps the object alive to the end of this call, after the scheduler has let go of it.
+  boost::shared_ptr<batch_cancel_t> self;
   {
     lock_t guard(m_lock);
     // Only the stage of the current hand-over ends the operation.
@@ -248,12 +255,13 @@ void batch_cancel_t::on_stage_execution(boost::shared_ptr<task_t> task) {
     m_in_progress = false;
     m_unit.clear();
     scheduler.swap(m_scheduler);
+    self.swap(m_self);
     m_completion_task.reset();
     m_handing_over = false;
     m_complete_again = false;
     m_refused_groups.clear();
   }
-  scheduler->remove_status_callback(shared_from_this());
+  scheduler->remove_status_callback(self);
   scheduler.reset();
   prepare_end();  // before the handlers, which may start the next operation
   completed();

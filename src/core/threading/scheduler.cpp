@@ -63,9 +63,12 @@ scheduler_slot_t& scheduler_slot() {
 
 void set_scheduler(boost::shared_ptr<scheduler_t> scheduler) {
   scheduler_slot_t& slot = scheduler_slot();
-  boost::lock_guard<boost::mutex> guard(slot.mutex);
-  // The previous scheduler is released here, under the lock.
-  slot.scheduler.swap(scheduler);
+  {
+    boost::lock_guard<boost::mutex> guard(slot.mutex);
+    slot.scheduler.swap(scheduler);
+  }
+  // The previous scheduler is released with the lock dropped: its teardown waits for
+  // running stages, and one of them may be asking get_scheduler for the new one.
   scheduler.reset();
 }
 

@@ -19,6 +19,8 @@
 #include <quillon2/headers/kesmet.hpp>
 
 #include "core/miscellaneous/include/logging.hpp"
+#include "core/threading/include/group_match.hpp"
+#include "core/threading/include/unit_support.hpp"
 
 namespace quillon2::threading {
 
@@ -27,16 +29,14 @@ namespace {
 using internal::log_trace;
 using internal::scheduler_logger;
 
-// Marks the threads that a scheduler's units started, by the scheduler's id.
-thread_local std::uint64_t t_unit_thread_of = 0;
-
-std::atomic<std::uint64_t> g_next_scheduler_id{1};
-
 std::wstring display_name(boost::shared_ptr<task_t> const& task) {
   return task ? kesmet2::utf8_to_utf16(task->get_display_name()) : std::wstring(L"(null)");
 }
 
 using lock_t = std::lock_guard<spin_lock_t>;
+
+// The schedulers whose stage completion runs on this thread, innermost last.
+thread_local std::vector<void const*> t_inside;
 
 }  // namespace
 
@@ -56,29 +56,14 @@ class scheduler_impl_t::cancel_operation_status_t : public scheduler_operation_s
   std::wstring m_group;
 };
 
-// Sits first in the observer list that the units get, so that every thread a unit
-// starts is known as one of this scheduler's threads. Clients never see it.
-class scheduler_impl_t::unit_thread_marker_t : public scheduler_status_callback_t {
- public:
-  explicit unit_thread_marker_t(std::uint64_t id) : m_id(id) {}
-  void thread_started() override { t_unit_thread_of = m_id; }
-
- private:
-  std::uint64_t m_id;
-};
-
 bool scheduler_impl_t::matches(std::wstring const& pattern, std::wstring const& group) {
-  if (pattern.empty()) return true;
-  if (group.size() < pattern.size()) return false;
-  if (group.compare(0, pattern.size(), pattern) != 0) return false;
-  return group.size() == pattern.size() || group[pattern.size()] == L'/';
+  return internal::group_matches(pattern, group);
 }
 
 scheduler_impl_t::scheduler_impl_t(boost::shared_ptr<scheduler_status_callback_t> status,
                                    boost::shared_ptr<scheduler_wait_callback_t> wait)
-    : m_default_wait(std::move(wait)), m_id(g_next_scheduler_id.fetch_add(1)) {
+    : m_default_wait(std::move(wait)) {
   Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::scheduler_impl_t");
-  m_marker = boost::make_shared<unit_thread_marker_t>(m_id);
   if (status) m_status_callbacks.push_back(std::move(status));
   publish_callbacks();
 }
@@ -86,18 +71,76 @@ scheduler_impl_t::scheduler_impl_t(boost::shared_ptr<scheduler_status_callback_t
 scheduler_impl_t::~scheduler_impl_t() {
   Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::~scheduler_impl_t");
   scheduler_error_t err = release_units();
-  if (err == seTasksPending) {
+  if (err == seTasksPending && is_unit_thread()) {
+    // Released inside a job of one of its own units: waiting for the tasks would wait
+    // for this very thread. Everything is canceled and the units are cut off instead;
+    // each unit goes when its last job has let go of it.
+    cancel(std::wstring());
+    release_units_forced(false);
+  } else if (err == seTasksPending) {
     cancel_and_wait(std::wstring(), m_default_wait);
     err = release_units();
     QUILLON_ASSERT(err == seOk);
     // Tasks are still registered and nobody will wait for them: cut the units off
     // before the tables go, so that no unit thread can reach this object any more.
-    if (err != seOk) release_units_forced();
+    if (err != seOk) release_units_forced(true);
   }
   disconnect_all_signals();
 }
 
-bool scheduler_impl_t::is_unit_thread() const { return t_unit_thread_of == m_id; }
+void scheduler_impl_t::dispose(scheduler_impl_t* scheduler) {
+  if (!scheduler->is_unit_thread()) {
+    delete scheduler;
+    return;
+  }
+  // Released inside a job of one of its own units, which its teardown would wait for.
+  // Its tasks are canceled and it goes when the last of them has ended, on the thread
+  // that ends it. The cancel comes first: once the mark is set, another thread may end
+  // the last task and destroy the scheduler.
+  scheduler->cancel(std::wstring());
+  bool now = false;
+  {
+    lock_t guard(scheduler->m_tasks_lock);
+    now = scheduler->m_tasks.empty() && !scheduler->is_on_stack();
+    scheduler->m_orphaned = !now;
+  }
+  if (now) delete scheduler;
+}
+
+bool scheduler_impl_t::is_on_stack() const {
+  return std::find(t_inside.begin(), t_inside.end(), this) != t_inside.end();
+}
+
+// Marks this scheduler's code on the stack of this thread: it is not destroyed before
+// the outermost of these calls has returned.
+class scheduler_impl_t::inside_t {
+ public:
+  explicit inside_t(scheduler_impl_t const* scheduler) { t_inside.push_back(scheduler); }
+  ~inside_t() { t_inside.pop_back(); }
+  inside_t(inside_t const&) = delete;
+  inside_t& operator=(inside_t const&) = delete;
+};
+
+void scheduler_impl_t::dispose_if_orphaned() {
+  if (is_on_stack()) return;
+  bool now = false;
+  {
+    lock_t guard(m_tasks_lock);
+    now = m_orphaned && m_tasks.empty();
+    if (now) m_orphaned = false;
+  }
+  if (now) delete this;
+}
+
+bool scheduler_impl_t::is_unit_thread() const {
+  unit_t const* const serving = internal::serving_unit();
+  if (serving == nullptr) return false;
+  lock_t guard(m_units_lock);
+  for (auto const& unit : m_units) {
+    if (unit.second.get() == serving) return true;
+  }
+  return false;
+}
 
 bool scheduler_impl_t::is_under_canceling_group(std::wstring const& group) const {
   for (auto const& entry : m_canceling_groups) {
@@ -128,8 +171,12 @@ scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> task,
       return seAlreadyExists;
     }
   }
-  schedule_next_task_stage(task);
-  notify([&task](scheduler_status_callback_t& callback) { callback.task_added(task); });
+  {
+    inside_t const inside(this);
+    schedule_next_task_stage(task);
+    notify([&task](scheduler_status_callback_t& callback) { callback.task_added(task); });
+  }
+  dispose_if_orphaned();
   return seOk;
 }
 
@@ -211,11 +258,16 @@ void scheduler_impl_t::handle_task_stage_complete(boost::shared_ptr<task_t> task
     auto found = m_tasks.find(task);
     finalizing = found != m_tasks.end() && found->second.finalizing;
   }
-  if (finalizing || task->is_canceled()) {
-    schedule_next_task_final_stage(task);
-  } else {
-    schedule_next_task_stage(task);
+  {
+    inside_t const inside(this);
+    if (finalizing || task->is_canceled()) {
+      schedule_next_task_final_stage(task);
+    } else {
+      schedule_next_task_stage(task);
+    }
   }
+  // A scheduler whose last owner let go inside a job goes with its last task.
+  dispose_if_orphaned();
 }
 
 void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
@@ -264,10 +316,10 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
     }
   }
 
-  // One pass under the callback mutex: the task first, then the groups it closed.
+  // One pass over one snapshot, with no lock held: the task first, then the groups it
+  // closed.
   if (m_callback_count.load(std::memory_order_acquire) == 0) return;
-  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
-  boost::shared_ptr<std::vector<callback_ptr> const> const callbacks = m_callback_snapshot;
+  snapshot_ptr const callbacks = callback_snapshot();
   for (auto const& callback : *callbacks) callback->task_completed(task);
   for (auto const& group : ended_groups) {
     for (auto const& callback : *callbacks) callback->group_canceled(group);
@@ -380,25 +432,33 @@ scheduler_error_t scheduler_impl_t::add_unit(std::wstring const& name,
     // The observers go first, so that a thread the unit starts on registration is
     // announced (and known as this scheduler's) like every later one.
     boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
-    unit->set_status_callbacks(unit_callbacks());
+    unit->set_status_callbacks(m_status_callbacks);
   }
   unit->on_registered();
   return seOk;
 }
 
-std::list<boost::shared_ptr<scheduler_status_callback_t>> scheduler_impl_t::unit_callbacks() const {
-  callback_list callbacks = m_status_callbacks;
-  callbacks.push_front(m_marker);
-  return callbacks;
+void scheduler_impl_t::publish_callbacks() {
+  {
+    lock_t guard(m_snapshot_lock);
+    m_callback_snapshot = boost::make_shared<std::vector<callback_ptr> const>(
+        m_status_callbacks.begin(), m_status_callbacks.end());
+  }
+  m_callback_count.store(m_status_callbacks.size(), std::memory_order_release);
+  // The units take their copies outside the units spin lock: a unit's own lock may be
+  // held by a thread that waits for the scheduler.
+  std::vector<boost::shared_ptr<unit_t>> units;
+  {
+    lock_t units_guard(m_units_lock);
+    units.reserve(m_units.size());
+    for (auto const& unit : m_units) units.push_back(unit.second);
+  }
+  for (auto const& unit : units) unit->set_status_callbacks(m_status_callbacks);
 }
 
-void scheduler_impl_t::publish_callbacks() {
-  m_callback_snapshot = boost::make_shared<std::vector<callback_ptr> const>(
-      m_status_callbacks.begin(), m_status_callbacks.end());
-  m_callback_count.store(m_status_callbacks.size(), std::memory_order_release);
-  callback_list const for_units = unit_callbacks();
-  lock_t units_guard(m_units_lock);
-  for (auto const& unit : m_units) unit.second->set_status_callbacks(for_units);
+scheduler_impl_t::snapshot_ptr scheduler_impl_t::callback_snapshot() const {
+  lock_t guard(m_snapshot_lock);
+  return m_callback_snapshot;
 }
 
 scheduler_error_t scheduler_impl_t::add_status_callback(
@@ -425,11 +485,10 @@ scheduler_error_t scheduler_impl_t::remove_status_callback(
 
 template <typename F>
 void scheduler_impl_t::notify(F const& call) {
-  // Without observers there is nobody to tell; the count is published under the
-  // callback mutex, after the list changed.
+  // Without observers there is nobody to tell; the count is published after the list
+  // changed. The observers are called with no lock held.
   if (m_callback_count.load(std::memory_order_acquire) == 0) return;
-  boost::lock_guard<boost::recursive_mutex> guard(m_callback_mutex);
-  boost::shared_ptr<std::vector<callback_ptr> const> const callbacks = m_callback_snapshot;
+  snapshot_ptr const callbacks = callback_snapshot();
   for (auto const& callback : *callbacks) call(*callback);
 }
 
@@ -447,13 +506,18 @@ scheduler_error_t scheduler_impl_t::release_units() {
     units.swap(m_units);
   }
   for (auto const& unit : units) {
-    unit.second->terminate();
+    try {
+      unit.second->terminate();
+    } catch (boost::thread_resource_error const&) {
+      // Released on the unit's own thread, which cannot stop itself: the unit goes when
+      // that thread lets go of it.
+    }
     unit.second->stage_completed.disconnect(this, &scheduler_impl_t::handle_task_stage_complete);
   }
   return seOk;
 }
 
-void scheduler_impl_t::release_units_forced() {
+void scheduler_impl_t::release_units_forced(bool terminate_units) {
   std::unordered_map<std::wstring, boost::shared_ptr<unit_t>> units;
   {
     lock_t guard(m_units_lock);
@@ -464,27 +528,17 @@ void scheduler_impl_t::release_units_forced() {
   for (auto const& unit : units) {
     unit.second->stage_completed.disconnect(this, &scheduler_impl_t::handle_task_stage_complete);
   }
+  if (!terminate_units) return;
   for (auto const& unit : units) unit.second->terminate();
 }
 
 boost::shared_ptr<scheduler_t> create_default_scheduler(
     boost::shared_ptr<scheduler_status_callback_t> status,
     boost::shared_ptr<scheduler_wait_callback_t> wait, bool create_main_unit) {
-  // The last owner may let go on one of the scheduler's own unit threads (an observer
-  // or a stage that drops it). Tearing down there would join that very thread, or wait
-  // for the task whose stage is running: the teardown then moves to a thread of its own.
+  // The last owner may let go on one of the scheduler's own unit threads: the teardown
+  // then waits for the tasks to end there instead of waiting for them (dispose).
   auto* impl = new scheduler_impl_t(std::move(status), std::move(wait));
-  boost::shared_ptr<scheduler_t> scheduler(impl, [](scheduler_impl_t* doomed) {
-    if (!doomed->is_unit_thread()) {
-      delete doomed;
-      return;
-    }
-    try {
-      boost::thread([doomed] { delete doomed; }).detach();
-    } catch (boost::thread_resource_error const&) {
-      delete doomed;  // no thread to be had: tear down here after all
-    }
-  });
+  boost::shared_ptr<scheduler_t> scheduler(impl, &scheduler_impl_t::dispose);
   if (create_main_unit) impl->add_unit(unit_main, boost::make_shared<thread_pool_unit_t>(1u));
   impl->add_unit(unit_service, boost::make_shared<thread_pool_unit_t>(
                                    thread_pool_unit_t::default_thread_limit()));

@@ -6,9 +6,12 @@
 namespace quillon2::threading {
 
 void spin_lock_t::lock_contended() noexcept {
+  // A holder that was preempted comes back within a time slice: waiters yield to it for
+  // long before they sleep, and then only briefly, so that a short critical section never
+  // costs a sleep of a whole millisecond.
   for (unsigned attempt = 1;; ++attempt) {
-    if (attempt >= 32) {
-      internal::sleep_milliseconds(1);
+    if (attempt >= 256) {
+      internal::sleep_microseconds(50);
     } else if (attempt >= 16) {
       internal::yield_thread();
     } else if (attempt >= 4) {

@@ -6,10 +6,10 @@
 // Once `completed` has been emitted the object may be filled and executed again, also
 // from a handler of `completed`.
 //
-// Ownership: while an operation runs, the scheduler holds the object as an observer.
-// When nothing was added, nothing holds it but the client, who keeps its pointer until
-// `completed` has come. The object keeps the scheduler alive until the end of the
-// operation.
+// Ownership: execute hands the object's owner on to the operation, which keeps the object
+// alive until `completed` has been emitted (the scheduler holds it as an observer
+// meanwhile): the client may let go of its pointer after execute. The object keeps the
+// scheduler alive until the end of the operation.
 #pragma once
 
 #include <list>
@@ -73,6 +73,7 @@ class QUILLON2_API batch_cancel_t : public scheduler_status_callback_t,
   std::list<boost::shared_ptr<task_t>> m_tasks;
   std::wstring m_unit;
   boost::shared_ptr<scheduler_t> m_scheduler;
+  boost::shared_ptr<batch_cancel_t> m_self;  // from execute until the operation ends
   // The task that carries `completed` to the unit, from execute until its stage runs,
   // and the one made ready for the next operation, with its stage.
   boost::shared_ptr<task_t> m_completion_task;

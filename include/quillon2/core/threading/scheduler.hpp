@@ -89,7 +89,7 @@ class QUILLON2_API scheduler_t {
 };
 
 // The process-wide scheduler. set_scheduler replaces it (the previous one is released
-// under the slot's lock); get_scheduler gives a copy, null when none was set.
+// after the slot's lock is dropped); get_scheduler gives a copy, null when none was set.
 QUILLON2_API void set_scheduler(boost::shared_ptr<scheduler_t> scheduler);
 QUILLON2_API boost::shared_ptr<scheduler_t> get_scheduler();
 

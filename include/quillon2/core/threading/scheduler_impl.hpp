@@ -6,11 +6,11 @@
 // step of a task (the next dispatch, completion, starting followers, notifications) runs
 // on the thread that finished the previous stage.
 //
-// Locks, in the order in which they may nest: the callback mutex (recursive, held while
-// observers are called, so an observer may call back into the scheduler on the same
-// thread), then one of the two spin locks (tasks, units; never both), then a unit's own
-// mutex. No spin lock is held while a task, a stage, a unit's execute or an observer is
-// called.
+// Locks, in the order in which they may nest: the callback mutex (recursive, guards the
+// observer list while it changes and is handed to the units), then one of the spin locks
+// (tasks, units, snapshot; never two). Observers are called with no lock held, from a
+// snapshot of the list, so that an observer may call back into the scheduler from any
+// thread. No spin lock is held while a task, a stage, a unit or an observer is called.
 //
 // Clients get a scheduler from create_default_scheduler and hold it by boost::shared_ptr.
 #pragma once
@@ -66,9 +66,15 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   // every group, "a" matches "a" and "a/b" but not "ab". Case-sensitive.
   static bool matches(std::wstring const& pattern, std::wstring const& group);
 
-  // Whether the calling thread was started by one of this scheduler's units. The owner
-  // uses it to avoid tearing the units down from one of their own threads.
+  // Whether the calling thread runs a job of one of this scheduler's units (a unit's
+  // thread, or a thread draining a queue unit). Released there, the scheduler does not
+  // wait for its tasks.
   bool is_unit_thread() const;
+
+  // The deleter of the schedulers that create_default_scheduler makes. On a thread of one
+  // of the scheduler's units it cancels every task and leaves the destruction to the
+  // thread that ends the last of them; elsewhere it destroys at once.
+  static void dispose(scheduler_impl_t* scheduler);
 
  protected:
   // Terminates and forgets every unit; refused with seTasksPending while tasks run.
@@ -105,29 +111,34 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   using follower_list = std::vector<std::pair<task_ptr, std::wstring>>;
 
   class cancel_operation_status_t;
-  class unit_thread_marker_t;
+  class inside_t;
+  using snapshot_ptr = boost::shared_ptr<std::vector<callback_ptr> const>;
 
   bool dispatch_next_stage(task_ptr const& task, bool finalization);
   void schedule_next_task_stage(task_ptr const& task);
   void schedule_next_task_final_stage(task_ptr const& task);
   void handle_task_complete(task_ptr const& task);
+  // Whether a call into this scheduler is under way on the calling thread.
+  bool is_on_stack() const;
+  // Destroys the scheduler once it was released and its last task has ended.
+  void dispose_if_orphaned();
 
   // Callers hold the tasks spin lock.
   bool is_under_canceling_group(std::wstring const& group) const;
   bool is_waiting(task_ptr const& task) const;
 
-  // Calls `notify` on every observer under the callback mutex.
+  // Calls `notify` on every observer of the current snapshot, with no lock held.
   template <typename F>
   void notify(F const& notify);
-  // Hands a changed observer list on: to the snapshot that notifications walk and to
-  // every registered unit.
+  // Hands a changed observer list on (callers hold the callback mutex): to the snapshot
+  // that notifications walk and to every registered unit.
   void publish_callbacks();
-  // What the units get: the observers behind the marker of this scheduler's threads.
-  callback_list unit_callbacks() const;
+  snapshot_ptr callback_snapshot() const;
 
-  void release_units_forced();
+  // Empties the registry and disconnects every unit; terminates them if asked.
+  void release_units_forced(bool terminate_units);
 
-  spin_lock_t m_units_lock;
+  mutable spin_lock_t m_units_lock;
   std::unordered_map<std::wstring, boost::shared_ptr<unit_t>> m_units;
 
   mutable spin_lock_t m_tasks_lock;
@@ -135,6 +146,7 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   std::unordered_map<task_ptr, follower_list, task_hash_t> m_sequential_tasks;
   std::unordered_map<task_ptr, std::size_t, task_hash_t> m_waiting_tasks;  // task -> entries
   std::list<canceling_group_t> m_canceling_groups;
+  bool m_orphaned = false;  // released by its last owner; goes with its last task
 
   boost::shared_ptr<scheduler_wait_callback_t> m_default_wait;
 
@@ -142,11 +154,9 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   callback_list m_status_callbacks;
   // An immutable copy of m_status_callbacks that notifications walk, so that an observer
   // may add or remove observers while it is being called.
-  boost::shared_ptr<std::vector<callback_ptr> const> m_callback_snapshot;
+  mutable spin_lock_t m_snapshot_lock;
+  snapshot_ptr m_callback_snapshot;
   std::atomic<std::size_t> m_callback_count{0};
-  callback_ptr m_marker;
-
-  std::uint64_t const m_id;
 };
 
 // Makes a scheduler_impl_t with `status` and `wait` and registers its units: "main"

@@ -7,6 +7,7 @@
 // where it is. The units of this library only enqueue in execute and run jobs elsewhere.
 #pragma once
 
+#include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/recursive_mutex.hpp>
@@ -21,7 +22,10 @@ namespace quillon2::threading {
 class task_t;
 struct stage_t;
 
-class QUILLON2_API unit_t {
+// Units are held by boost::shared_ptr. The units of this library keep themselves alive
+// while one of their threads runs a job, so that an owner released inside a job lets the
+// unit go only once that thread has left it.
+class QUILLON2_API unit_t : public boost::enable_shared_from_this<unit_t> {
  public:
   unit_t();
   unit_t(unit_t const&) = delete;
@@ -52,13 +56,16 @@ class QUILLON2_API unit_observers_t {
  public:
   void assign(threading::status_callbacks_t const& callbacks);
 
-  // Calls `notify(callback)` for every observer, under a recursive mutex. The walk goes
-  // over a snapshot: an observer may replace the list (set_status_callbacks) from inside
-  // the call on the same thread.
+  // Calls `notify(callback)` for every observer of a copy taken under the mutex; the
+  // observers are called with no lock held, so that one may call back into the
+  // scheduler or replace the list (set_status_callbacks) from any thread.
   template <class Notify>
   void notify(Notify notify) {
-    boost::lock_guard<boost::recursive_mutex> guard(m_mutex);
-    threading::status_callbacks_t const snapshot(m_callbacks);
+    threading::status_callbacks_t snapshot;
+    {
+      boost::lock_guard<boost::recursive_mutex> guard(m_mutex);
+      snapshot = m_callbacks;
+    }
     for (auto const& callback : snapshot) {
       if (callback) notify(*callback);
     }

@@ -12,13 +12,14 @@ void cpu_relax() noexcept;
 // Gives up the rest of the time slice.
 void yield_thread() noexcept;
 // Sleeps; not an interruption point.
-void sleep_milliseconds(unsigned milliseconds) noexcept;
+void sleep_microseconds(unsigned microseconds) noexcept;
 // Shows `name` for the calling thread in the system's thread listing, as far as the
 // system allows (on Linux the first 15 bytes).
 void publish_thread_name(char const* name) noexcept;
 // The readable form of a mangled type name; the mangled text when it cannot be read.
 std::string demangle_type_name(char const* mangled);
-// Milliseconds since the library was loaded, as the 32-bit process clock of the timers.
-std::int32_t process_clock_milliseconds() noexcept;
+// Nanoseconds since the library was loaded on the steady clock: the process clock of the
+// timers. 64 bits, so that it does not wrap in the life of a process.
+std::int64_t process_clock_nanoseconds() noexcept;
 
 }  // namespace quillon2::internal

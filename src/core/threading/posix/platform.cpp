@@ -29,9 +29,9 @@ void cpu_relax() noexcept {
 
 void yield_thread() noexcept { sched_yield(); }
 
-void sleep_milliseconds(unsigned milliseconds) noexcept {
-  timespec request{static_cast<time_t>(milliseconds / 1000),
-                   static_cast<long>(milliseconds % 1000) * 1000000L};
+void sleep_microseconds(unsigned microseconds) noexcept {
+  timespec request{static_cast<time_t>(microseconds / 1000000),
+                   static_cast<long>(microseconds % 1000000) * 1000L};
   while (nanosleep(&request, &request) != 0 && errno == EINTR) {
   }
 }
@@ -52,10 +52,10 @@ std::string demangle_type_name(char const* mangled) {
   return result;
 }
 
-std::int32_t process_clock_milliseconds() noexcept {
-  auto const elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+std::int64_t process_clock_nanoseconds() noexcept {
+  auto const elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(
       std::chrono::steady_clock::now() - g_clock_origin);
-  return static_cast<std::int32_t>(elapsed.count());
+  return static_cast<std::int64_t>(elapsed.count());
 }
 
 }  // namespace quillon2::internal

@@ -1,5 +1,9 @@
 // delayed_tasks_unit_t: one timer thread that completes waits.
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include <boost/weak_ptr.hpp>
 
 #include <boost/thread/thread.hpp>
 
@@ -15,25 +19,26 @@ namespace quillon2::threading {
 
 namespace {
 
-// The process clock in milliseconds as a 32-bit number: the farther the process has
-// come, the shorter the longest delay it can still measure.
+// The process clock, read to the nanosecond: a wait ends at its due time, not at the
+// next tick after it. 64 bits do not wrap in the life of a process.
 class boost_timer_t : public delayed_tasks_unit_t::task_timer_t {
  public:
   boost_timer_t() { restart(); }
-  void restart() override { m_start = internal::process_clock_milliseconds(); }
+  void restart() override { m_start = internal::process_clock_nanoseconds(); }
   double elapsed_min() const override { return 0.001; }
-  double elapsed_max() const override { return (2147483647.0 - m_start) / 1000.0; }
-  // Both readings are whole milliseconds rounded down, so the true time between them
-  // can be up to a millisecond shorter than their difference: one is taken off, so that
-  // a wait never ends early.
+  double elapsed_max() const override {
+    return (static_cast<double>(INT64_MAX) - static_cast<double>(m_start)) / 1e9;
+  }
   double elapsed() const override {
-    double const ms = static_cast<double>(internal::process_clock_milliseconds()) - m_start - 1;
-    return ms > 0 ? ms / 1000.0 : 0.0;
+    return static_cast<double>(internal::process_clock_nanoseconds() - m_start) / 1e9;
   }
 
  private:
-  std::int32_t m_start = 0;
+  std::int64_t m_start = 0;
 };
+
+// Set by a unit destroyed on its own timer thread, for that thread to see on its way out.
+thread_local void const* t_destroyed_by_timer = nullptr;
 
 constexpr auto pass_interval = boost::chrono::milliseconds(100);
 
@@ -44,19 +49,23 @@ delayed_tasks_unit_t::task_timer_t::~task_timer_t() = default;
 delayed_tasks_unit_t::delayed_tasks_unit_t() = default;
 
 delayed_tasks_unit_t::~delayed_tasks_unit_t() {
-  try {
-    terminate();
-  } catch (...) {
-    // Destroyed on its own timer thread, from what followed a wait. The thread cannot be
-    // joined; it is let go. (It must not come back into this object, so a unit is never
-    // released for good from inside its own stage_completed.)
+  boost::thread* own = nullptr;
+  {
     boost::lock_guard<boost::mutex> guard(m_jobs_mutex);
-    if (m_thread != nullptr) {
-      m_thread->detach();
-      delete m_thread;
-      m_thread = nullptr;
+    if (m_thread != nullptr && m_thread->get_id() == boost::this_thread::get_id()) {
+      std::swap(own, m_thread);
     }
   }
+  if (own == nullptr) {
+    terminate();
+    return;
+  }
+  // Released for good by what followed a wait, on the timer thread itself: the thread
+  // is told here that it has ended, leaves without touching the unit again, and is
+  // joined elsewhere once it is gone.
+  t_destroyed_by_timer = this;
+  m_observers.notify([](scheduler_status_callback_t& c) { c.thread_finished(); });
+  internal::hand_over_thread(boost::shared_ptr<boost::thread>(own));
 }
 
 void delayed_tasks_unit_t::on_registered() {
@@ -110,6 +119,8 @@ scheduler_error_t delayed_tasks_unit_t::execute(boost::shared_ptr<task_t> task,
 }
 
 void delayed_tasks_unit_t::timer_thread() {
+  internal::serving_unit_scope_t const serving(this);
+  boost::weak_ptr<unit_t> const weak_self = weak_from_this();
   m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
   try {
     _internal::signal_t<boost::shared_ptr<task_t>> completed;
@@ -135,19 +146,33 @@ void delayed_tasks_unit_t::timer_thread() {
         }
       }
       // Fired with the lock released and in list order: what follows a finished wait
-      // may hand this unit a new wait.
+      // may hand this unit a new wait. The unit stays alive through the pass: what
+      // follows may also release it for good, which takes effect below.
       if (!due.empty()) {
-        _internal::signal_t<boost::shared_ptr<task_t>> pass(completed);
-        fire(due, pass);
+        boost::shared_ptr<unit_t> keep_alive = weak_self.lock();
+        auto const released_for_good = [&] {
+          keep_alive.reset();
+          if (t_destroyed_by_timer != this) return false;
+          t_destroyed_by_timer = nullptr;
+          return true;
+        };
+        try {
+          _internal::signal_t<boost::shared_ptr<task_t>> pass(completed);
+          fire(due, pass);
+        } catch (boost::thread_interrupted const&) {
+          if (released_for_good()) return;
+          throw;
+        }
+        if (released_for_good()) return;
       }
       // Sleep until the earliest deadline, one pass interval at most. Each new job wakes
       // the thread, so a short wait is never held behind a long pass.
       boost::unique_lock<boost::mutex> lock(m_jobs_mutex);
-      boost::chrono::microseconds pause = pass_interval;
+      boost::chrono::nanoseconds pause = pass_interval;
       for (auto const& job : m_jobs) {
         double const remaining = job->stage->delay / 1000.0 - job->timer->elapsed();
-        auto const until_due = boost::chrono::microseconds(
-            static_cast<boost::int_least64_t>(std::max(remaining, 0.0) * 1e6));
+        auto const until_due = boost::chrono::nanoseconds(
+            static_cast<boost::int_least64_t>(std::ceil(std::max(remaining, 0.0) * 1e9)));
         pause = std::min(pause, until_due);
       }
       if (pause.count() > 0) {

@@ -29,6 +29,7 @@ scheduler_error_t queue_unit_t::execute(boost::shared_ptr<task_t> task,
 
 void queue_unit_t::process_queue(int count) {
   if (count < 1) count = INT_MAX;
+  internal::serving_unit_scope_t const serving(this);
   std::deque<job_t> taken;
   {
     spin_guard_t guard(m_lock);
@@ -44,13 +45,8 @@ void queue_unit_t::process_queue(int count) {
       job.second->signal(job.first);
       stage_completed(job.first);
     } catch (...) {
+      // The jobs taken by this call and not yet run are lost with the exception.
       internal::report_stage_exception("queue_unit_t", m_observers, job.first, __FILE__, __LINE__);
-      if (!taken.empty()) {
-        // The jobs not yet run keep their place at the head of the queue.
-        spin_guard_t guard(m_lock);
-        m_jobs.insert(m_jobs.begin(), std::make_move_iterator(taken.begin()),
-                      std::make_move_iterator(taken.end()));
-      }
       throw;
     }
   }

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <string>
 
+#include <boost/weak_ptr.hpp>
+
 #include <boost/thread/thread.hpp>
 
 #include <quillon2/core/threading/stage.hpp>
@@ -21,6 +23,11 @@ unsigned int hardware_threads() {
   return n == 0 ? 1 : n;
 }
 
+// Set by a unit destroyed on one of its own workers, for that worker to see on its way out.
+thread_local void const* t_destroyed_by_worker = nullptr;
+// Set by a unit terminated from one of its own workers, which ends after its job.
+thread_local void const* t_retiring_worker = nullptr;
+
 // Lets execute wait until a new worker runs.
 struct start_gate_t {
   boost::mutex mutex;
@@ -37,6 +44,12 @@ unsigned int thread_pool_unit_t::default_thread_limit() { return std::min(MaxThr
 thread_pool_unit_t::thread_pool_unit_t(unsigned int thread_limit) : m_thread_limit(thread_limit) {}
 
 thread_pool_unit_t::~thread_pool_unit_t() {
+  // Released by one of its own workers (the job held the last owner): that worker cannot
+  // be joined; it is told here that it has ended and leaves without touching the unit.
+  if (internal::serving_unit() == this) {
+    t_destroyed_by_worker = this;
+    m_observers.notify([](scheduler_status_callback_t& c) { c.thread_finished(); });
+  }
   // A job running during the destruction may have started a worker that the first
   // round did not see.
   for (;;) {
@@ -65,11 +78,15 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
                                               boost::shared_ptr<stage_t> stage) {
   if (!task || !stage) return seInvalidArgument;
   std::size_t pending = 0;
+  bool wake = false;
   {
     boost::lock_guard<boost::mutex> guard(m_queue_mutex);
     pending = m_queue.size();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
+    // Busy workers take the job when they come back to the queue; only an idle one needs
+    // the wake-up (a system call).
+    wake = m_idle_workers > 0;
   }
   {
     spin_guard_t guard(m_lock);
@@ -93,42 +110,56 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
       ++m_threads;
     }
   }
-  m_queue_condition.notify_one();
+  if (wake) m_queue_condition.notify_one();
   return seOk;
 }
 
-std::vector<boost::shared_ptr<boost::thread>> thread_pool_unit_t::take_workers() {
-  std::vector<boost::shared_ptr<boost::thread>> workers;
-  spin_guard_t guard(m_lock);
-  workers.swap(m_workers);
-  m_threads = 0;
-  return workers;
-}
-
 void thread_pool_unit_t::terminate() {
-  std::vector<boost::shared_ptr<boost::thread>> workers = take_workers();
-  for (auto& worker : workers) worker->interrupt();
+  std::vector<boost::shared_ptr<boost::thread>> workers;
+  {
+    spin_guard_t guard(m_lock);
+    workers = m_workers;
+  }
+  // Terminated from one of its workers: that one is not interrupted (the rest of its
+  // job may wait for others) and ends after its job.
+  boost::shared_ptr<boost::thread> self;
   for (auto& worker : workers) {
     if (worker->get_id() == boost::this_thread::get_id()) {
-      worker->detach();  // terminate from one of the workers: it ends after this job
-    } else if (worker->joinable()) {
-      worker->join();
+      self = worker;
+      t_retiring_worker = this;
+    } else {
+      worker->interrupt();
     }
   }
+  // The workers are joined before the count goes back: meanwhile execute still sees them
+  // and starts no others beyond the limit.
+  for (auto& worker : workers) {
+    if (worker != self && worker->joinable()) worker->join();
+  }
+  {
+    spin_guard_t guard(m_lock);
+    for (auto const& worker : workers) {
+      m_workers.erase(std::remove(m_workers.begin(), m_workers.end(), worker), m_workers.end());
+    }
+    m_threads = 0;
+  }
+  internal::hand_over_thread(std::move(self));
 }
 
 void thread_pool_unit_t::worker_thread() {
+  internal::serving_unit_scope_t const serving(this);
   m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
   try {
-    process_jobs_queue();
+    if (!process_jobs_queue()) return;  // the unit is gone: nothing of it may be touched
   } catch (boost::thread_interrupted const&) {
     // terminate() ends the worker.
   }
   m_observers.notify([](scheduler_status_callback_t& c) { c.thread_finished(); });
 }
 
-void thread_pool_unit_t::process_jobs_queue() {
+bool thread_pool_unit_t::process_jobs_queue() {
   std::string name;
+  boost::weak_ptr<unit_t> const weak_self = weak_from_this();
   for (;;) {
     boost::this_thread::interruption_point();
     job_t job;
@@ -138,6 +169,11 @@ void thread_pool_unit_t::process_jobs_queue() {
         lock.unlock();
         set_thread_name("Sh(TP): pending", false);
         lock.lock();
+        struct idle_t {
+          std::size_t& count;
+          explicit idle_t(std::size_t& n) : count(n) { ++count; }
+          ~idle_t() { --count; }  // with the queue locked, also when interrupted
+        } const idle(m_idle_workers);
         while (m_queue.empty()) m_queue_condition.wait(lock);  // an interruption point
       }
       job = std::move(m_queue.front());
@@ -147,26 +183,52 @@ void thread_pool_unit_t::process_jobs_queue() {
       spin_guard_t guard(m_lock);
       ++m_active_threads;
     }
-    struct active_t {
-      thread_pool_unit_t& unit;
-      ~active_t() {
-        spin_guard_t guard(unit.m_lock);
-        --unit.m_active_threads;
-      }
-    } const active{*this};
+    // The job keeps the unit alive: an owner released inside it lets the unit go only
+    // below, once the job is over.
+    boost::shared_ptr<unit_t> keep_alive = weak_self.lock();
+    // True when letting go of the job and of the unit destroyed the unit.
+    auto const release = [&] {
+      job = job_t();
+      keep_alive.reset();
+      if (t_destroyed_by_worker != this) return false;
+      t_destroyed_by_worker = nullptr;
+      t_retiring_worker = nullptr;
+      return true;
+    };
+    try {
+      run_job(job, name);
+    } catch (boost::thread_interrupted const&) {
+      if (release()) return false;
+      throw;
+    }
+    if (release()) return false;
+    if (t_retiring_worker == this) {
+      t_retiring_worker = nullptr;
+      return true;
+    }
+  }
+}
 
+void thread_pool_unit_t::run_job(job_t const& job, std::string& name) {
+  struct active_t {
+    thread_pool_unit_t& unit;
+    ~active_t() {
+      spin_guard_t guard(unit.m_lock);
+      --unit.m_active_threads;
+    }
+  } const active{*this};
+  {
     KESMET_2_18::strings::ustring8 display = internal::safe_display_name(*job.first);
     if (display.empty()) display = internal::type_display_name(typeid(stage_t));
     name.assign("Sh(TP): ").append(display);
     set_thread_name(name.c_str(), false);
-
-    try {
-      execute_job(job);
-    } catch (boost::thread_interrupted const&) {
-      throw;
-    } catch (...) {
-      // Logged and reported by execute_job; the task stays unfinished, the worker stays.
-    }
+  }
+  try {
+    execute_job(job);
+  } catch (boost::thread_interrupted const&) {
+    throw;
+  } catch (...) {
+    // Logged and reported by execute_job; the task stays unfinished, the worker stays.
   }
 }
 

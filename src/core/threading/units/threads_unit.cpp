@@ -46,8 +46,13 @@ scheduler_error_t threads_unit_t::execute(boost::shared_ptr<task_t> task,
   spin_guard_t guard(m_lock);
   if (m_running_threads.size() >= thread_limit) return seQueueFull;
   // The lock is held until the thread is entered, so that it finds itself when it ends.
-  auto thread = boost::shared_ptr<boost::thread>(
-      new boost::thread(&threads_unit_t::worker_thread, this, std::move(task), std::move(stage)));
+  // The thread keeps the unit alive to its end, so that an owner released inside the
+  // stage lets the unit go only once the thread has left it.
+  auto thread = boost::shared_ptr<boost::thread>(new boost::thread(
+      [this, keep = weak_from_this(), task = std::move(task), stage = std::move(stage)] {
+        boost::shared_ptr<unit_t> const keep_alive = keep.lock();
+        worker_thread(task, stage);
+      }));
   m_running_threads.insert(std::move(thread));
   return seOk;
 }
@@ -66,6 +71,7 @@ void threads_unit_t::terminate() {
 
 void threads_unit_t::worker_thread(boost::shared_ptr<task_t> task,
                                    boost::shared_ptr<stage_t> stage) {
+  internal::serving_unit_scope_t const serving(this);
   m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
 
   KESMET_2_18::strings::ustring8 display = internal::safe_display_name(*task);

@@ -7,7 +7,8 @@
 // early, and a canceled task leaves the timer within one pass. stage_completed is emitted
 // on the timer thread with no lock of the unit held, so whatever follows a finished wait
 // (the task's next stage, even another wait on this unit, or the task's completion) may
-// call execute again from there.
+// call execute again from there, or release the unit for good: the unit then goes once
+// the pass is over, and its thread ends without touching it again.
 #pragma once
 
 #include <cstddef>
@@ -49,7 +50,8 @@ class QUILLON2_API delayed_tasks_unit_t : public unit_t {
   static constexpr std::size_t queue_limit = 100001;
 
   delayed_tasks_unit_t();
-  // Stops the timer thread; pending jobs are released without being completed.
+  // Stops the timer thread; pending jobs are released without being completed. On the
+  // timer thread itself the thread is not joined there but later, once it has ended.
   ~delayed_tasks_unit_t() override;
 
   // Starts the timer thread (once).

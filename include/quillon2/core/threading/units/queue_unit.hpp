@@ -37,8 +37,8 @@ class QUILLON2_API queue_unit_t : public unit_t {
   // Runs up to `count` of the jobs queued at the moment of the call, in order, on the
   // calling thread; `count` below 1 means all of them. A job runs its stage's signal,
   // then stage_completed. If a handler throws, the failure is logged and reported to the
-  // observers (task_exception), the jobs taken but not run go back to the head of the
-  // queue, and the exception reaches the caller.
+  // observers (task_exception), the jobs taken by this call but not run are dropped,
+  // and the exception reaches the caller.
   void process_queue(int count);
   bool has_tasks() const;
   // Drops every queued job without running it.

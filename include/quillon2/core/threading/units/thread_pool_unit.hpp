@@ -9,12 +9,14 @@
 //
 // A stage that throws is logged at ERROR, reported to the observers (task_exception),
 // and its task is left unfinished; the worker goes on with the next job. terminate()
-// stops the workers before their next job; jobs still queued stay and are released by
-// the destructor.
+// stops the workers before their next job and joins them before it forgets them; jobs
+// still queued stay and are released by the destructor. A job keeps the unit alive, so
+// that the unit may be released for good from inside one of its own jobs.
 #pragma once
 
 #include <cstddef>
 #include <deque>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -64,11 +66,13 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
 
  protected:
   void worker_thread();
-  void process_jobs_queue();
+  // Runs jobs until interrupted or retired (true); false when a job released the unit for
+  // good, which the worker then must not touch any more.
+  bool process_jobs_queue();
   void execute_job(job_t const& job);
 
  private:
-  std::vector<boost::shared_ptr<boost::thread>> take_workers();
+  void run_job(job_t const& job, std::string& name);
 
   _internal::unit_observers_t m_observers;
   unsigned int const m_thread_limit;
@@ -78,6 +82,7 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   unsigned int m_threads = 0;
   boost::mutex m_queue_mutex;
   std::deque<job_t> m_queue;
+  std::size_t m_idle_workers = 0;  // waiting on the condition; guarded by m_queue_mutex
   boost::condition_variable m_queue_condition;
 };
 
