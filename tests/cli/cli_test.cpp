@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -45,7 +46,7 @@ class cli_test : public q2test::temp_dir_test {
   static constexpr char const* k_bag =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<root><name type=\"\">caf\xC3\xA9</name><count type=\"s32_t\">42</count>"
-      "<inner><flag type=\"bool\">true</flag></inner></root>\n";
+      "<inner><flag type=\"bool\">true</flag><t type=\"s32_t\">-7</t></inner></root>\n";
 };
 
 TEST_F(cli_test, help_version_and_usage_errors) {
@@ -85,6 +86,38 @@ TEST_F(cli_test, bags_convert_between_the_xml_forms_and_print) {
   EXPECT_EQ(piped.status, 0);
   EXPECT_EQ(piped.out, file("middle.bag.xml"));
   EXPECT_EQ(run("bag get end.xml inner.nothing").status, 1);
+}
+
+TEST_F(cli_test, element_form_to_json_to_attribute_form_and_back) {
+  // JSON numbers carry no width: a negative integer reads back as s32_t, a positive one
+  // as u32_t, so the start holds only types that survive the trip.
+  make("start.xml",
+       "<root><name type=\"\">caf\xC3\xA9</name><count type=\"s32_t\">-42</count>"
+       "<inner><flag type=\"bool\">true</flag></inner></root>");
+  ASSERT_EQ(run("bag convert start.xml a.json --compact").status, 0);
+  ASSERT_EQ(run("bag convert a.json b.bag.xml").status, 0);
+  ASSERT_EQ(run("bag convert b.bag.xml end.xml").status, 0);
+  EXPECT_EQ(run("bag print start.xml").out, run("bag print end.xml").out);
+  EXPECT_EQ(file("a.json").find('\n'), file("a.json").size() - 1);  // compact: one line
+  run_t const pretty = run("bag convert a.json - --to json --pretty");
+  EXPECT_EQ(pretty.status, 0);
+  EXPECT_GT(std::count(pretty.out.begin(), pretty.out.end(), '\n'), 3);
+  make("bad.json", "{\"a\": [1, 2,}");
+  run_t const bad = run("bag convert bad.json out.xml");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_NE(bad.err.find("bad.json: "), std::string::npos);
+  EXPECT_EQ(bad.err.find('\n'), bad.err.size() - 1);
+  EXPECT_FALSE(exists("out.xml"));
+}
+
+TEST_F(cli_test, xpath_selects_paths_values_and_scalars) {
+  make("q.json", "{\"item\": [{\"kind\": \"x\"}, {\"kind\": \"y\"}], \"n\": 3}");
+  run_t r = run("bag xpath q.json \"//item[@kind='y']\"");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("item[position()=2]"), std::string::npos) << r.out;
+  EXPECT_EQ(run("bag xpath q.json 'count(//item[@kind])'").out, "2\n");
+  EXPECT_EQ(run("bag xpath q.json '//@kind'").out, "x\ny\n");
+  EXPECT_EQ(run("bag xpath q.json '//item[('").status, 1);
 }
 
 TEST_F(cli_test, bad_input_gives_one_line_and_no_output_file) {

@@ -85,7 +85,11 @@ quillon2::variant_bag_t load_bag(std::string const& name, std::string const& fro
       break;
     }
     case form_t::json:
-      result = load_json(bag, text);
+      try {
+        result = load_json(bag, text);
+      } catch (failure_t const& f) {
+        throw failure_t{name, f.reason};
+      }
       break;
   }
   if (result != k_ok) throw failure_t{name, "not a bag file of that form"};
@@ -135,6 +139,10 @@ struct relaxng_messages_t : quillon2::check_relaxng_callback_t {
 };
 
 }  // namespace
+
+quillon2::variant_bag_t load_bag_for_query(std::string const& file, std::string const& from) {
+  return load_bag(file, from);
+}
 
 void add_bag_commands(CLI::App& app) {
   CLI::App* bag = app.add_subcommand("bag", "Look at, convert, query and check bag files");

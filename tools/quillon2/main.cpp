@@ -3,14 +3,36 @@
 // Exit status: 0 success, 1 a failure of the operation, 2 a wrong use. Data goes to standard
 // output, messages to standard error as "quillon2: COMMAND: FILE: reason".
 #include <clocale>
+#include <cstdlib>
 #include <cstdio>
 #include <iostream>
 #include <string>
 
+#include <log4cplus/initializer.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/loglevel.h>
+#include <log4cplus/nullappender.h>
+
 #include "common.hpp"
+
+namespace {
+
+// The library logs its failures on standard error; the tool says them in its own one line
+// instead. With QUILLON_LOG_CONFIG set, the library's logging is configured from it as in
+// any other program.
+void quiet_library_log() {
+  if (std::getenv("QUILLON_LOG_CONFIG") != nullptr) return;
+  static log4cplus::Initializer initializer;
+  log4cplus::Logger root = log4cplus::Logger::getRoot();
+  root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender()));
+  root.setLogLevel(log4cplus::OFF_LOG_LEVEL);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   std::setlocale(LC_ALL, "");
+  quiet_library_log();
   CLI::App app{"quillon2: look at, convert, query and check the files the quillon2 library writes"};
   app.name("quillon2");
   app.require_subcommand(1);
