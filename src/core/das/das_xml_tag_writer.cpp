@@ -29,6 +29,7 @@
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/file_system/include/atomic_save.hpp"
 #include "core/das/include/xml_tag_writer.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 
@@ -326,7 +327,8 @@ bool visitor_variant_bag_to_string_t::start_tag(char const* name, bool is_pointe
   if (hidden ? has_forbidden_character(name)
              : prefix_length > internal::k_max_name_bytes ||
                    local_length > internal::k_max_name_bytes ||
-                   !internal::is_xml_name_utf8(name, length)) {
+                   !internal::is_xml_name_utf8(name, length) ||
+                   internal::is_namespace_declaration_name(name, length)) {
     return refuse("a bag name that XML cannot hold", name);
   }
   std::uint32_t index = m_current;
@@ -470,7 +472,8 @@ visitor_variant_bag_to_string_t::name_entry_t const& visitor_variant_bag_to_stri
   m_name.clear();
   if (prefix_length != 0) m_name.append(prefix, prefix_length).push_back(':');
   m_name.append(local, local_length);
-  entry.valid = !entry.hidden && prefix_length <= internal::k_max_name_bytes &&
+  entry.valid = !entry.hidden && !internal::is_namespace_declaration_name(name, length) &&
+                prefix_length <= internal::k_max_name_bytes &&
                 local_length <= internal::k_max_name_bytes &&
                 internal::is_xml_name_utf8(m_name.data(), m_name.size());
   if (entry.valid) {
@@ -688,11 +691,11 @@ int visitor_variant_bag_to_string_t::to_xml_file(wchar_t const* file_name, char 
   if (file_name == nullptr) return DAS_E_FAIL;
   std::string bytes;
   if (print(bytes, encoding, false) != DAS_OK) return DAS_E_FAIL;
-  internal::atomic_file_writer_t file;
-  if (!file.open(internal::native_file_name(file_name)) ||
-      !file.write(bytes.data(), bytes.size()) || !file.commit()) {
+  internal::save_result_t const saved = internal::atomic_save(
+      internal::native_file_name(file_name), bytes, internal::save_options_t{true});
+  if (!saved) {
     std::wstring why;
-    internal::append_utf8_as_wide(why, file.why().data(), file.why().size());
+    internal::append_utf8_as_wide(why, saved.why.data(), saved.why.size());
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot write an XML file " << file_name << L": " << why);
     return DAS_E_FAIL;

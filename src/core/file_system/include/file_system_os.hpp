@@ -14,6 +14,12 @@
 
 namespace quillon2::internal::fs_os {
 
+// Whether a native path can be handed to the system at all: empty text names nothing,
+// and a NUL inside would silently cut the name short.
+inline bool usable(std::string const& path) {
+  return !path.empty() && path.find('\0') == std::string::npos;
+}
+
 // What a stat of a path (following links) found.
 enum class probe_t {
   missing,       // the system said that nothing is there
@@ -91,13 +97,9 @@ bool copy_tree(std::string const& from, std::string const& to,
                std::function<void()> const& make_target);
 
 // --- whole files -----------------------------------------------------------------
-// Reads up to max_bytes bytes from the start of a file (0: the whole file).
+// Reads up to max_bytes bytes from the start of a file (0: the whole file). Only regular
+// files and character devices are read; a FIFO, a socket or a directory fails at once.
 bool read_file(std::string const& path, std::uint64_t max_bytes, std::string& bytes);
-// Replaces the file's content: the bytes go to a new file in the same directory,
-// which is synced and renamed over the target, keeping the target's mode; through
-// a symbolic link the file it leads to is replaced. A failed write leaves the old
-// file as it was.
-bool write_file(std::string const& path, std::string const& bytes);
 
 // The directory part of a native path: "." when it has none, "/" for the root.
 std::string directory_of(std::string const& path);

@@ -10,9 +10,12 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "core/file_system/posix/unique_fd.hpp"
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2::internal::fs_os {
+
+using posix::retry_eintr;
+using posix::unique_fd_t;
 
 namespace {
 

@@ -20,9 +20,12 @@
 #include <vector>
 
 #include "core/file_system/include/file_system_os.hpp"
-#include "core/file_system/posix/unique_fd.hpp"
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2::internal::fs_os {
+
+using posix::retry_eintr;
+using posix::unique_fd_t;
 
 namespace {
 
@@ -127,7 +130,7 @@ bool copy_content(int from, int to) {
     ssize_t const n = retry_eintr([&] { return ::read(from, buffer, sizeof buffer); });
     if (n < 0) return false;
     if (n == 0) return true;
-    if (!write_all(to, buffer, static_cast<std::size_t>(n))) return false;
+    if (posix::write_all(to, buffer, static_cast<std::size_t>(n)) != 0) return false;
   }
 }
 
