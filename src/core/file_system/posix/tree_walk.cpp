@@ -86,11 +86,11 @@ unique_fd_t open_subdirectory(int dir, std::string const& name, bool repair) {
   return fd;
 }
 
-// Removes an entry of `dir`. A refusal makes `dir` writable for its owner and tries
-// again, which is what clearing a read-only flag amounts to here.
-bool unlink_in(int dir, std::string const& name, int flags) {
+// Removes an entry of `dir`. With `repair`, a refusal makes `dir` writable for its owner
+// and tries again, which is what clearing a read-only flag amounts to here.
+bool unlink_in(int dir, std::string const& name, int flags, bool repair) {
   if (::unlinkat(dir, name.c_str(), flags) == 0 || errno == ENOENT) return true;
-  if (errno != EACCES && errno != EPERM) return false;
+  if (!repair || (errno != EACCES && errno != EPERM)) return false;
   struct stat st;
   if (::fstat(dir, &st) != 0 || ::fchmod(dir, (st.st_mode & 07777) | S_IWUSR | S_IXUSR) != 0) {
     return false;
@@ -175,7 +175,12 @@ bool copy_file(std::string const& from, std::string const& to) {
   return copy_file_at(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0);
 }
 
-bool remove_tree(std::string const& path) {
+bool copy_link(std::string const& from, std::string const& to) {
+  if (!usable(from) || !usable(to)) return false;
+  return copy_link_at(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str());
+}
+
+bool remove_tree(std::string const& path, bool repair) {
   if (!usable(path)) return false;
   struct stat st;
   if (::lstat(path.c_str(), &st) != 0) return false;
@@ -206,10 +211,11 @@ bool remove_tree(std::string const& path) {
   // Only inside the tree may modes be changed to get on.
   auto enter = [&](int dir, std::string const& name, bool inside) {
     frame_t frame;
-    frame.fd = open_subdirectory(dir, name, inside);
+    frame.fd = open_subdirectory(dir, name, inside && repair);
     if (!frame.fd) {
       if (errno != ELOOP && errno != ENOTDIR) return 1;
-      bool const gone = inside ? unlink_in(dir, name, 0) : ::unlinkat(dir, name.c_str(), 0) == 0;
+      bool const gone =
+          inside ? unlink_in(dir, name, 0, repair) : ::unlinkat(dir, name.c_str(), 0) == 0;
       return gone ? 1 : -1;
     }
     if (!read_names(frame.fd.get(), frame.entries)) return 1;
@@ -232,7 +238,7 @@ bool remove_tree(std::string const& path) {
         if (outcome < 0) frame.failed = true;
         continue;  // `frame` may dangle after enter() grew the stack
       }
-      if (unlink_in(frame.fd.get(), entry.name, 0)) continue;
+      if (unlink_in(frame.fd.get(), entry.name, 0, repair)) continue;
       outcome = -1;  // a file that can't be removed ends this directory at once
     }
     // The frame is finished: remove its directory from the one below.
@@ -240,7 +246,7 @@ bool remove_tree(std::string const& path) {
     if (outcome == 0 && !frame.failed) {
       frame.fd.reset();
       int const below = stack.size() > 1 ? stack[stack.size() - 2].fd.get() : parent.get();
-      removed = stack.size() > 1 ? unlink_in(below, frame.name, AT_REMOVEDIR)
+      removed = stack.size() > 1 ? unlink_in(below, frame.name, AT_REMOVEDIR, repair)
                                  : ::unlinkat(below, frame.name.c_str(), AT_REMOVEDIR) == 0;
     }
     stack.pop_back();
@@ -254,7 +260,7 @@ bool remove_tree(std::string const& path) {
 }
 
 bool copy_tree(std::string const& from, std::string const& to,
-               std::function<void()> const& make_target) {
+               std::function<void()> const& make_target, bool whole) {
   if (!usable(from) || !usable(to)) return false;
   struct frame_t {
     unique_fd_t from;
@@ -268,7 +274,7 @@ bool copy_tree(std::string const& from, std::string const& to,
   frame_t top;
   top.from.reset(retry_eintr(
       [&] { return ::open(from.c_str(), O_RDONLY | O_DIRECTORY | O_NOCTTY | O_CLOEXEC); }));
-  if (!top.from || !read_names(top.from.get(), top.entries)) return true;
+  if (!top.from || !read_names(top.from.get(), top.entries)) return !whole;
   make_target();
   top.to.reset(retry_eintr(
       [&] { return ::open(to.c_str(), O_RDONLY | O_DIRECTORY | O_NOCTTY | O_CLOEXEC); }));
@@ -291,10 +297,13 @@ bool copy_tree(std::string const& from, std::string const& to,
       frame_t child;
       child.from = open_subdirectory(frame.from.get(), name, false);
       if (!child.from) {
-        if (errno == ELOOP || errno == ENOTDIR) return false;  // swapped during the walk
+        if (whole || errno == ELOOP || errno == ENOTDIR) return false;  // swapped during the walk
         continue;  // can't be listed: nothing to do, nothing created
       }
-      if (!read_names(child.from.get(), child.entries)) continue;
+      if (!read_names(child.from.get(), child.entries)) {
+        if (whole) return false;
+        continue;
+      }
       if (!frame.to) return false;
       if (::mkdirat(frame.to.get(), name.c_str(), 0777) != 0 && errno != EEXIST) {
         // The target stays missing; it only matters if there is something to put in it.
