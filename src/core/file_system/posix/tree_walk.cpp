@@ -73,14 +73,17 @@ void split_leaf(std::string const& path, std::string& parent, std::string& leaf)
 }
 
 // Opens a directory below `dir`, making it readable and searchable for its owner
-// first when that is what stands in the way. Refuses links.
-unique_fd_t open_subdirectory(int dir, std::string const& name, bool repair) {
+// first when that is what stands in the way (with `repair`). Refuses links. On failure,
+// `error` is the errno of the open that failed.
+unique_fd_t open_subdirectory(int dir, std::string const& name, bool repair, int& error) {
   unique_fd_t fd(retry_eintr([&] { return ::openat(dir, name.c_str(), k_dir_flags); }));
-  if (!fd && errno == EACCES && repair) {
+  error = fd ? 0 : errno;
+  if (!fd && error == EACCES && repair) {
     struct stat st;
     if (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode) &&
         ::fchmodat(dir, name.c_str(), (st.st_mode & 07777) | S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0) {
       fd.reset(retry_eintr([&] { return ::openat(dir, name.c_str(), k_dir_flags); }));
+      error = fd ? 0 : errno;
     }
   }
   return fd;
@@ -211,9 +214,10 @@ bool remove_tree(std::string const& path, bool repair) {
   // Only inside the tree may modes be changed to get on.
   auto enter = [&](int dir, std::string const& name, bool inside) {
     frame_t frame;
-    frame.fd = open_subdirectory(dir, name, inside && repair);
+    int error = 0;
+    frame.fd = open_subdirectory(dir, name, inside && repair, error);
     if (!frame.fd) {
-      if (errno != ELOOP && errno != ENOTDIR) return 1;
+      if (error != ELOOP && error != ENOTDIR) return 1;
       bool const gone =
           inside ? unlink_in(dir, name, 0, repair) : ::unlinkat(dir, name.c_str(), 0) == 0;
       return gone ? 1 : -1;
@@ -295,9 +299,10 @@ bool copy_tree(std::string const& from, std::string const& to,
     if (S_ISDIR(st.st_mode)) {
       if (have_target && st.st_dev == target_st.st_dev && st.st_ino == target_st.st_ino) continue;
       frame_t child;
-      child.from = open_subdirectory(frame.from.get(), name, false);
+      int error = 0;
+      child.from = open_subdirectory(frame.from.get(), name, false, error);
       if (!child.from) {
-        if (whole || errno == ELOOP || errno == ENOTDIR) return false;  // swapped during the walk
+        if (whole || error == ELOOP || error == ENOTDIR) return false;  // swapped during the walk
         continue;  // can't be listed: nothing to do, nothing created
       }
       if (!read_names(child.from.get(), child.entries)) {
@@ -310,7 +315,7 @@ bool copy_tree(std::string const& from, std::string const& to,
         if (!child.entries.empty()) return false;
         continue;
       }
-      child.to = open_subdirectory(frame.to.get(), name, false);
+      child.to = open_subdirectory(frame.to.get(), name, false, error);
       if (!child.to && !child.entries.empty()) return false;
       stack.push_back(std::move(child));
       continue;
