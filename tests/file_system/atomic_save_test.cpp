@@ -1,7 +1,5 @@
 // Saves of whole files replace the file or leave it alone, never rewrite it in place;
 // reads of things that are no files fail at once.
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -51,18 +49,6 @@ TEST_F(AtomicSave, ADirectoryThatTakesNoNewFileFailsTheSaveAndKeepsTheFile) {
               return !q2::set_file_content(L"new", q2::CP_UTF8, file);
             }));
   EXPECT_EQ("old", q2test::read_file(m_dir.file("ro/f")));
-}
-
-TEST_F(AtomicSave, AWriteBeyondTheFileSizeLimitKeepsTheFile) {
-  q2test::write_file(m_dir.file("f"), "old");
-  path_t const file = at("f");
-  EXPECT_EQ(0, in_child([&] {
-              ::signal(SIGXFSZ, SIG_IGN);
-              struct rlimit const limit = {16, 16};
-              return ::setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
-                     !q2::set_file_content(std::wstring(1000, L'x'), q2::CP_UTF8, file);
-            }));
-  EXPECT_EQ("old", q2test::read_file(m_dir.file("f")));
 }
 
 TEST_F(AtomicSave, LinksAreFollowedToTheFileTheyName) {
