@@ -20,5 +20,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quillon2Config.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/quillon2ConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/quillon2)
 
+# From the pkgconfig directory up to the prefix ("../.." for lib/pkgconfig).
+file(RELATIVE_PATH Q2_PC_TO_PREFIX /q2/${CMAKE_INSTALL_LIBDIR}/pkgconfig /q2)
 configure_file(cmake/quillon2.pc.in ${CMAKE_CURRENT_BINARY_DIR}/quillon2.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quillon2.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

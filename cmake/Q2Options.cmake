@@ -9,6 +9,11 @@ endif()
 
 add_library(q2_warnings INTERFACE)
 target_compile_options(q2_warnings INTERFACE -Wall -Wextra -Wpedantic)
+# CI turns warnings into errors for every target built here.
+option(Q2_WERROR "Treat compiler warnings as errors" OFF)
+if(Q2_WERROR)
+  target_compile_options(q2_warnings INTERFACE -Werror)
+endif()
 
 # Sanitizers apply to everything built in this tree, library and tests alike.
 if(Q2_SANITIZE)

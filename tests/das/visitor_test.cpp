@@ -270,7 +270,8 @@ TEST(VisitorToXml, NamesSplitAtOneColonOnly) {
 
 TEST(VisitorToXml, RootPathStepsNestAndPointersNeedNoDeclaration) {
   auto visitor = ql2::create_visitor_to_xml("a.b");
-  EXPECT_TRUE(visitor->on_start_pointer("p", "T", "U"));
+  // The pointer's element is "pointer:" and the local part of its name.
+  EXPECT_TRUE(visitor->on_start_pointer("boolean:p", "T", "U"));
   EXPECT_TRUE(visitor->on_variant("v", variant_t(L"1", false)));
   EXPECT_TRUE(visitor->on_end_pointer());
   EXPECT_TRUE(visitor->on_variant("v", variant_t(L"first", false)));

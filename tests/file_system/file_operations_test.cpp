@@ -81,7 +81,8 @@ TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
   EXPECT_EQ(L"txt", at("f.txt").get_ext());
   EXPECT_FALSE(at("missing").is_exists());
   EXPECT_FALSE(at("f.txt/below").is_exists());
-  EXPECT_FALSE(at("dangling").is_exists());
+  EXPECT_TRUE(at("dangling").is_exists());  // the link holds the name
+  EXPECT_FALSE(at("dangling").is_directory());
   EXPECT_FALSE(path_t::exists(L"C:\\Windows"));
   EXPECT_FALSE(path_t::exists(L"\\\\srv\\share"));
   EXPECT_FALSE(path_t::exists(L"a|b"));
@@ -343,25 +344,6 @@ TEST_F(FileOps, RenameDirectory) {
   EXPECT_TRUE(present("file2"));
 }
 
-TEST_F(FileOps, RenameDirectoryAcrossFileSystems) {
-  struct stat here {
-  }, shm{};
-  if (::stat("/dev/shm", &shm) != 0 || ::stat(m_dir.path().c_str(), &here) != 0 ||
-      here.st_dev == shm.st_dev) {
-    GTEST_SKIP() << "needs /dev/shm on a file system other than the temporary directory's";
-  }
-  std::string other = "/dev/shm/q2test-XXXXXX";
-  ASSERT_NE(nullptr, ::mkdtemp(other.data()));
-  mkdir("d");
-  mkdir("d/sub");
-  write("d/sub/f", "moved");
-  path_t const target(wide(other + "/d"));
-  EXPECT_TRUE(q2::rename_directory(at("d"), target));
-  EXPECT_FALSE(present("d"));
-  EXPECT_EQ("moved", q2test::read_file(other + "/d/sub/f"));
-  q2::remove_directory(path_t(wide(other)), true);
-}
-
 TEST_F(FileOps, NameTemplates) {
   path_t const name = q2::get_unique_file_name(root(), L"log-@@@@.txt");
   std::wstring const leaf = name.get_leaf();
@@ -425,30 +407,119 @@ TEST_F(FileOps, UniqueDirectoriesAcrossThreads) {
 
 TEST_F(FileOps, UniqueDirectoriesAcrossProcesses) {
   // Forked children start from the same random state, so they all try the same
-  // names in the same order: only mkdir keeps them apart.
-  constexpr int children = 3;
+  // names in the same order: only mkdir keeps them apart, also when each must first
+  // make the missing levels above the name.
+  constexpr int children = 8;
   constexpr int each = 8;
+  int start[2];
+  ASSERT_EQ(0, ::pipe(start));
   std::vector<pid_t> pids;
   for (int c = 0; c < children; ++c) {
     pid_t const pid = ::fork();
     if (pid == 0) {
+      char go;
+      ::close(start[1]);
+      if (::read(start[0], &go, 1) != 0) ::_exit(2);  // all start when the pipe closes
       int made = 0;
       for (int i = 0; i < each; ++i) {
         std::wstring created;
-        made += q2::create_unique_dir(root().as_string(), L"p-@@@", created) == q2::RC_CREATED;
+        // Each call makes the levels above its name anew.
+        std::wstring const parent = root().as_string() + L"\\a" + std::to_wstring(i) + L"\\b";
+        made += q2::create_unique_dir(parent, L"p-@@@", created) == q2::RC_CREATED;
       }
       ::_exit(made == each ? 0 : 1);
     }
     ASSERT_GT(pid, 0);
     pids.push_back(pid);
   }
+  ::close(start[0]);
+  ::close(start[1]);
   for (pid_t pid : pids) {
     int status = -1;
     ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   }
-  EXPECT_EQ(static_cast<std::size_t>(children * each),
-            q2::find_directories(root(), L"p-*", false).size());
+  for (int i = 0; i < each; ++i) {
+    EXPECT_EQ(static_cast<std::size_t>(children),
+              q2::find_directories(at("a" + std::to_string(i) + "/b"), L"p-*", false).size());
+  }
+}
+
+TEST_F(FileOps, ANameHeldByADanglingLinkIsTaken) {
+  symlink(native("nowhere"), "dangling");
+  EXPECT_EQ(q2::RC_ALREADY_EXISTS, q2::create_new_directory(at("dangling").as_string()));
+  EXPECT_FALSE(present("nowhere"));
+  EXPECT_TRUE(q2::remove_file(at("dangling")));
+  EXPECT_FALSE(present("dangling"));
+}
+
+// A move to another file system: /dev/shm is a tmpfs where the temporary directory is not.
+class FileOpsAcrossFileSystems : public FileOps {
+ protected:
+  void SetUp() override {
+    struct stat here {}, shm{};
+    if (::stat("/dev/shm", &shm) != 0 || ::stat(m_dir.path().c_str(), &here) != 0 ||
+        here.st_dev == shm.st_dev) {
+      GTEST_SKIP() << "needs /dev/shm on a file system other than the temporary directory's";
+    }
+    m_other = "/dev/shm/q2test-XXXXXX";
+    ASSERT_NE(nullptr, ::mkdtemp(m_other.data()));
+  }
+  void TearDown() override {
+    if (!m_other.empty()) q2::remove_directory(path_t(wide(m_other)), true);
+  }
+  path_t other(std::string const& name) const { return path_t(wide(m_other + "/" + name)); }
+  std::string m_other;
+};
+
+TEST_F(FileOpsAcrossFileSystems, ATreeIsCopiedThenRemoved) {
+  mkdir("d");
+  mkdir("d/sub");
+  write("d/sub/f", "moved");
+  EXPECT_TRUE(q2::rename_directory(at("d"), other("d")));
+  EXPECT_FALSE(present("d"));
+  EXPECT_EQ("moved", q2test::read_file(m_other + "/d/sub/f"));
+}
+
+TEST_F(FileOpsAcrossFileSystems, AMoveThatCantCopyEverythingRemovesNothing) {
+  mkdir("d");
+  write("d/f", "kept");
+  mkdir("d/closed");
+  write("d/closed/g", "kept too");
+  ASSERT_EQ(0, ::chmod(native("d/closed").c_str(), 0));
+  // A user without the rights to override permission bits moves the tree.
+  ASSERT_EQ(0, ::chmod(m_dir.path().c_str(), 0755));
+  ASSERT_EQ(0, ::chmod(m_other.c_str(), 0777));
+  for (char const* name : {"d", "d/f", "d/closed", "d/closed/g"}) {
+    ASSERT_EQ(0, ::lchown(native(name).c_str(), 65534, 65534));
+  }
+  path_t const from = at("d");
+  path_t const to = other("d");
+  pid_t const child = ::fork();
+  if (child == 0) {
+    bool const as_user = ::setgid(65534) == 0 && ::setuid(65534) == 0;
+    ::_exit(as_user && !q2::rename_directory(from, to) ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(child, ::waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(0u, mode_of("d/closed") & 07777);
+  ASSERT_EQ(0, ::chmod(native("d/closed").c_str(), 0700));
+  EXPECT_EQ("kept too", read("d/closed/g"));
+  EXPECT_EQ("kept", read("d/f"));
+  EXPECT_FALSE(path_t::exists(to.as_string()));
+}
+
+TEST_F(FileOpsAcrossFileSystems, ALinkMovesAsALink) {
+  mkdir("real");
+  write("real/f");
+  symlink(native("real"), "link");
+  ASSERT_TRUE(q2::rename_directory(at("link"), other("link")));
+  struct stat st {};
+  ASSERT_EQ(0, ::lstat((m_other + "/link").c_str(), &st));
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_FALSE(present("link"));
+  EXPECT_EQ("x", read("real/f"));
 }
 
 }  // namespace

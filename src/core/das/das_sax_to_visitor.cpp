@@ -345,10 +345,6 @@ void sax_to_visitor_t::on_end() {
       value = internal::wide_text_variant(text.data() + begin, end - begin);
     }
     deliver("", value);
-  } else if (frame.kind == internal::text_type_t::null) {
-    // A null text has no characters: the prefix alone says it is there, as the writer
-    // gives it to the element.
-    m_visitor->on_variant("", variant_t());
   }
   if (is_active()) {
     if (frame.is_pointer) {

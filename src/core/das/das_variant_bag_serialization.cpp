@@ -27,6 +27,7 @@
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/file_system/include/atomic_save.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 
 namespace quillon2 {
@@ -107,7 +108,8 @@ bool element_writer_t::start_element(wchar_t const* name) {
     return false;
   }
   m_scratch.clear();
-  if (!internal::append_xml_name_utf8(m_scratch, name)) {
+  if (!internal::append_xml_name_utf8(m_scratch, name) ||
+      internal::is_namespace_declaration_name(m_scratch.data(), m_scratch.size())) {
     m_why = "an entry name that XML cannot hold";
     return false;
   }
@@ -599,13 +601,22 @@ xmlNode* find_start(xmlNode* root, std::string const& path) {
 
 int internal::read_element_form_file(variant_bag_t& bag, std::string const& native_name,
                                      char const* path, std::string& why) {
-  ensure_xml_safety();
   std::string content;
   if (!read_file_locked(native_name, content, why)) return DAS_E_FAIL;
+  bool recognised = false;
+  return read_element_form_document(bag, content, path, why, recognised);
+}
+
+int internal::read_element_form_document(variant_bag_t& bag, std::string const& content,
+                                         char const* path, std::string& why,
+                                         bool& recognised) {
+  ensure_xml_safety();
+  recognised = false;
   xml_doc_ptr_t doc =
       safe_read_memory(content.data(), content.size(), nullptr, k_file_read_options);
   xmlNode* const root = document_root(doc, why);
   if (root == nullptr) return DAS_E_FAIL;
+  recognised = true;
   if (path == nullptr) {
     why = "no path";
     return DAS_E_FAIL;
@@ -644,11 +655,11 @@ int save_variant_bag(variant_bag_t const& bag, wchar_t const* file_name) {
            L"cannot save a bag to " << file_name << L": " << wide_text(why));
     return result;
   }
-  internal::atomic_file_writer_t file;
-  if (!file.open(internal::native_file_name(file_name)) || !file.write(text.data(), text.size()) ||
-      !file.commit()) {
+  internal::save_result_t const saved = internal::atomic_save(
+      internal::native_file_name(file_name), text, internal::save_options_t{true});
+  if (!saved) {
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag to " << file_name << L": " << wide_text(file.why()));
+           L"cannot save a bag to " << file_name << L": " << wide_text(saved.why));
     return DAS_E_FAIL;
   }
   return DAS_OK;

@@ -21,6 +21,7 @@
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
 #include "core/das/include/xml_tag_writer.hpp"
+#include "core/file_system/include/atomic_save.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 
 namespace quillon2 {
@@ -145,9 +146,12 @@ int save_variant_bag2(variant_bag_t const& bag, wchar_t const* file_name,
   std::string text;
   int const result = write_attribute_form(bag, root_path, text);
   if (das_failed(result)) return result;
-  if (!set_xml_file_content(text, CP_UTF8, path_t(file_name))) {
+  text.insert(0, "<?xml version='1.0' encoding='UTF-8'?>\n");
+  internal::save_result_t const saved = internal::atomic_save(
+      internal::native_file_name(file_name), text, internal::save_options_t{true});
+  if (!saved) {
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot save a bag to " << file_name << L": the file cannot be written");
+           L"cannot save a bag to " << file_name << L": " << wide_of(saved.why));
     return DAS_E_FAIL;
   }
   return DAS_OK;
@@ -171,6 +175,15 @@ int load_variant_bag_from_string2(variant_bag_t& bag, variant_t const& text, wch
 int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t const* path,
                       bool try_element_form) {
   if (file_name == nullptr) return DAS_E_FAIL;
+  bag.clear();
+  // One read under the lock serves both forms.
+  std::string bytes;
+  std::string why;
+  if (!internal::read_file_locked(internal::native_file_name(file_name), bytes, why)) {
+    Q2_LOG(internal::main_logger(), internal::log_info,
+           L"cannot load a bag from " << file_name << L": " << wide_of(why));
+    return DAS_E_FAIL;
+  }
   if (try_element_form) {
     // The element form's document element is "root" whatever the path's first step says.
     std::string rest;
@@ -179,15 +192,22 @@ int load_variant_bag2(variant_bag_t& bag, wchar_t const* file_name, wchar_t cons
       std::size_t const dot = full.find('.');
       if (dot != std::string::npos) rest = full.substr(dot + 1);
     }
+    bool recognised = false;
+    int const result =
+        internal::read_element_form_document(bag, bytes, or_null(rest, path), why, recognised);
+    if (recognised) {
+      // A document of the element form is read as such or not at all.
+      if (das_failed(result)) {
+        bag.clear();
+        Q2_LOG(internal::main_logger(), internal::log_info,
+               L"cannot load a bag from " << file_name << L": " << wide_of(why));
+      }
+      return result;
+    }
     bag.clear();
-    std::string why;
-    int const result = internal::read_element_form_file(bag, internal::native_file_name(file_name),
-                                                        or_null(rest, path), why);
-    if (!das_failed(result)) return DAS_OK;
   }
-  std::string const content = get_xml_file_content(path_t(file_name));
+  std::string const content = internal::xml_file_text(bytes);
   if (content.empty()) {
-    bag.clear();
     Q2_LOG(internal::main_logger(), internal::log_info,
            L"cannot load a bag from " << file_name
                                       << L": the file cannot be read or holds no XML text");

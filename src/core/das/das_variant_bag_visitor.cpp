@@ -26,7 +26,9 @@ namespace quillon2 {
 
 namespace {
 
-// UTF-8 of a wide name into a buffer that is reused from call to call.
+// UTF-8 of a wide name into a buffer that is reused from call to call; null for a name
+// that holds a character that is no Unicode scalar value (a lone surrogate), which UTF-8
+// can't carry: the walk fails rather than hand on another name.
 char const* utf8_of(std::string& buffer, wchar_t const* text) {
   buffer.clear();
   if (text == nullptr) return buffer.c_str();
@@ -35,7 +37,12 @@ char const* utf8_of(std::string& buffer, wchar_t const* text) {
   buffer.resize(ascii);
   for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<char>(text[i]);
   if (text[ascii] != L'\0') {
-    internal::append_wide_as_utf8(buffer, text + ascii, std::wcslen(text + ascii));
+    std::size_t const length = std::wcslen(text + ascii);
+    for (std::size_t i = ascii; i < ascii + length; ++i) {
+      auto const c = static_cast<std::uint32_t>(text[i]);
+      if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return nullptr;
+    }
+    internal::append_wide_as_utf8(buffer, text + ascii, length);
   }
   return buffer.c_str();
 }
@@ -99,15 +106,17 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         variant_t const& value = frame->values.get_value();
         if (value.get_type() != vtNotypePtr) {
           variant_t const own(value);  // the visitor gets a value of its own
-          if (!events.on_variant(utf8_of(name, frame->values.get_name()), own)) {
+          char const* const utf8_name = utf8_of(name, frame->values.get_name());
+          if (utf8_name == nullptr || !events.on_variant(utf8_name, own)) {
             return DAS_E_FAIL;
           }
           continue;
         }
         notype_ptr_t const pointer = value.get<notype_ptr_t>();
+        if (utf8_of(name, frame->values.get_name()) == nullptr) return DAS_E_FAIL;
         if (pointer.is_null()) {
           if (!events.on_start_pointer(
-                  utf8_of(name, frame->values.get_name()), "dasID_None",
+                  name.c_str(), "dasID_None",
                   utf8_of(ptr_type, get_name_from_id(pointer.get_ptr_type()))) ||
               !events.on_end_pointer()) {
             return DAS_E_FAIL;
@@ -126,7 +135,8 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
         } else {
           ptr_type = type_id;
         }
-        if (!events.on_start_pointer(utf8_of(name, frame->values.get_name()), type_id.c_str(),
+        if (utf8_of(name, frame->values.get_name()) == nullptr ||
+            !events.on_start_pointer(name.c_str(), type_id.c_str(),
                                      ptr_type.c_str())) {
           return DAS_E_FAIL;
         }
@@ -144,7 +154,8 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
       wchar_t const* entry_name = frame->children.get_name();
       variant_bag_t const& child = frame->children.get_value();
       frame->children.next();
-      if (!events.on_start_variant_bag(utf8_of(name, entry_name))) return DAS_E_FAIL;
+      char const* const utf8_name = utf8_of(name, entry_name);
+      if (utf8_name == nullptr || !events.on_start_variant_bag(utf8_name)) return DAS_E_FAIL;
       push(child);
       continue;
     }

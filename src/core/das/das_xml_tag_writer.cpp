@@ -29,6 +29,7 @@
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/file_system/include/atomic_save.hpp"
 #include "core/das/include/xml_tag_writer.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 
@@ -195,9 +196,6 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
  private:
   using text_t = xml_tag_t::text_t;
 
-  // Starts a tag (or names the unnamed current one). A bag's name gives the tag its prefix
-  // (`is_pointer` false); a pointer's tag is "pointer:" and the whole name.
-  bool start_tag(char const* name, bool is_pointer);
   bool refuse(char const* why, char const* name) {
     m_why = why;
     if (*name != '\0') m_why.append(" \"").append(name).append("\"");
@@ -302,10 +300,6 @@ class visitor_variant_bag_to_string_t : public variant_bag_visitor_to_xml_t {
 };
 
 bool visitor_variant_bag_to_string_t::on_start_variant_bag(char const* name) {
-  return start_tag(name, false);
-}
-
-bool visitor_variant_bag_to_string_t::start_tag(char const* name, bool is_pointer) {
   if (!have_current()) return false;
   if (name == nullptr || *name == '\0') return refuse("an element without a name", "");
   std::size_t const length = std::strlen(name);
@@ -314,19 +308,13 @@ bool visitor_variant_bag_to_string_t::start_tag(char const* name, bool is_pointe
   std::size_t prefix_length;
   char const* local;
   std::size_t local_length;
-  if (is_pointer) {
-    prefix = nullptr;
-    prefix_length = 0;
-    local = name;
-    local_length = length;
-  } else {
-    split_qualified(name, length, prefix, prefix_length, local, local_length);
-  }
+  split_qualified(name, length, prefix, prefix_length, local, local_length);
   // A name of XML holds none of " </>"; a hidden one is only tested for them.
   if (hidden ? has_forbidden_character(name)
              : prefix_length > internal::k_max_name_bytes ||
                    local_length > internal::k_max_name_bytes ||
-                   !internal::is_xml_name_utf8(name, length)) {
+                   !internal::is_xml_name_utf8(name, length) ||
+                   internal::is_namespace_declaration_name(name, length)) {
     return refuse("a bag name that XML cannot hold", name);
   }
   std::uint32_t index = m_current;
@@ -380,9 +368,9 @@ bool visitor_variant_bag_to_string_t::on_start_pointer(char const* name, char co
       return refuse("an object type name too long for a document, of", name != nullptr ? name : "");
     }
   }
-  // The element's prefix is "pointer", which needs no declaration, and the name stays
-  // whole behind it, colons and all, so that it comes back as it was.
-  if (!start_tag(name, true)) return false;
+  // The element opens as a bag does (a prefix in the name is split off and counts as
+  // used); its prefix then becomes "pointer", which needs no declaration.
+  if (!on_start_variant_bag(name)) return false;
   static char const k_pointer[] = "pointer";
   xml_tag_t& tag = m_tags[m_current];
   tag.prefix = store(k_pointer, sizeof k_pointer - 1, false);
@@ -415,9 +403,10 @@ bool visitor_variant_bag_to_string_t::on_variant(char const* name, variant_t con
     } else {
       stored = store(m_scratch.data(), m_scratch.size(), false);
     }
+    // The value's prefix is declared even where the element keeps a prefix of its own.
     xml_tag_t& tag = m_tags[m_current];
-    if (tag.prefix.size == 0 && text.prefix_length != 0) {
-      tag.prefix = store(text.prefix, text.prefix_length, false);
+    if (text.prefix_length != 0) {
+      if (tag.prefix.size == 0) tag.prefix = store(text.prefix, text.prefix_length, false);
       mark_used(text.row);
     }
     tag.text = stored;
@@ -470,7 +459,8 @@ visitor_variant_bag_to_string_t::name_entry_t const& visitor_variant_bag_to_stri
   m_name.clear();
   if (prefix_length != 0) m_name.append(prefix, prefix_length).push_back(':');
   m_name.append(local, local_length);
-  entry.valid = !entry.hidden && prefix_length <= internal::k_max_name_bytes &&
+  entry.valid = !entry.hidden && !internal::is_namespace_declaration_name(name, length) &&
+                prefix_length <= internal::k_max_name_bytes &&
                 local_length <= internal::k_max_name_bytes &&
                 internal::is_xml_name_utf8(m_name.data(), m_name.size());
   if (entry.valid) {
@@ -688,11 +678,11 @@ int visitor_variant_bag_to_string_t::to_xml_file(wchar_t const* file_name, char 
   if (file_name == nullptr) return DAS_E_FAIL;
   std::string bytes;
   if (print(bytes, encoding, false) != DAS_OK) return DAS_E_FAIL;
-  internal::atomic_file_writer_t file;
-  if (!file.open(internal::native_file_name(file_name)) ||
-      !file.write(bytes.data(), bytes.size()) || !file.commit()) {
+  internal::save_result_t const saved = internal::atomic_save(
+      internal::native_file_name(file_name), bytes, internal::save_options_t{true});
+  if (!saved) {
     std::wstring why;
-    internal::append_utf8_as_wide(why, file.why().data(), file.why().size());
+    internal::append_utf8_as_wide(why, saved.why.data(), saved.why.size());
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot write an XML file " << file_name << L": " << why);
     return DAS_E_FAIL;

@@ -24,7 +24,15 @@ thread_local entity_door_t* t_innermost_door = nullptr;
 thread_local unsigned long t_refusals = 0;
 thread_local std::string t_last_error;
 
+// How many parses of this library run on this thread; the loader refuses only for them.
+thread_local unsigned t_our_parses = 0;
+// The loader that was in place before ours: documents of the host program go to it.
+xmlExternalEntityLoader g_previous_loader = nullptr;
+
 xmlParserInputPtr refusing_entity_loader(char const* url, char const* id, xmlParserCtxtPtr parser) {
+  if (t_our_parses == 0 && t_innermost_door == nullptr) {
+    return g_previous_loader != nullptr ? g_previous_loader(url, id, parser) : nullptr;
+  }
   if (t_innermost_door != nullptr) {
     if (xmlParserInputPtr input = door_access_t::open(*t_innermost_door, url, id, parser)) {
       return input;
@@ -53,6 +61,7 @@ void ensure_xml_safety() {
   static bool const installed = [] {
     xmlCheckVersion(20910);
     xmlInitParser();
+    g_previous_loader = xmlGetExternalEntityLoader();
     xmlSetExternalEntityLoader(refusing_entity_loader);
     return true;
   }();
@@ -100,7 +109,12 @@ xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* e
   return doc;
 }
 
-refusal_watch_t::refusal_watch_t() : m_start(t_refusals) { ensure_xml_safety(); }
+refusal_watch_t::refusal_watch_t() : m_start(t_refusals) {
+  ensure_xml_safety();
+  ++t_our_parses;
+}
+
+refusal_watch_t::~refusal_watch_t() { --t_our_parses; }
 
 bool refusal_watch_t::refused() const { return t_refusals != m_start; }
 

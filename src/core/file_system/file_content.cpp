@@ -6,6 +6,8 @@
 
 #include <quillon2/core/file_system/file_content.hpp>
 
+#include "core/das/include/xml_file_io.hpp"
+#include "core/file_system/include/atomic_save.hpp"
 #include "core/file_system/include/file_system_os.hpp"
 
 namespace quillon2 {
@@ -103,11 +105,12 @@ text::ustring8 read_text(code_page_t cp, path_t const& path, u64_t max_bytes) {
 bool write_text(text::ustring8 const& utf8, code_page_t cp, path_t const& path) {
   switch (cp) {
     case CP_UTF8:
-      return os::write_file(path.native_string(), utf8);
+      return internal::atomic_save(path.native_string(), utf8).ok;
     case CP_UTF16:
-      return os::write_file(path.native_string(), encode_utf16(text::utf8_to_utf16(utf8)));
+      return internal::atomic_save(path.native_string(), encode_utf16(text::utf8_to_utf16(utf8)))
+          .ok;
     default:
-      return os::write_file(path.native_string(), local_code_page().encode(utf8));
+      return internal::atomic_save(path.native_string(), local_code_page().encode(utf8)).ok;
   }
 }
 
@@ -132,9 +135,12 @@ bool set_file_content(std::wstring const& content, code_page_t cp, path_t const&
 }
 
 text::ustring8 get_xml_file_content(path_t const& path) {
-  // One read serves both the detection and the text.
   std::string bytes;
   if (!os::read_file(path.native_string(), 0, bytes)) return text::ustring8();
+  return internal::xml_file_text(bytes);
+}
+
+std::string internal::xml_file_text(std::string const& bytes) {
   code_page_t const cp = detect_code_page(bytes);
   text::ustring8 content = decode_text(cp, bytes);
   std::size_t const end = content.find("?>");

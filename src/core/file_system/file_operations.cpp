@@ -1,6 +1,7 @@
 // File and directory operations on path_t. The decisions are made here; the system
 // calls are in posix/ (see file_system_os.hpp for what that layer gives).
 #include <cstdlib>
+#include <iterator>
 
 #include <quillon2/core/file_system/file_operations.hpp>
 #include <quillon2/headers/kesmet.hpp>
@@ -83,7 +84,9 @@ os::create_t create_levels(path_t const& path) {
   }
   for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
     auto const made = os::make_directory(*it);
-    // A level that someone else made in the meantime serves as well.
+    // A level above that someone else made in the meantime serves as well; the path
+    // itself was created by this call only if this mkdir made it.
+    if (std::next(it) == missing.rend()) return made;
     if (made != os::create_t::created && made != os::create_t::exists) return made;
   }
   return os::create_t::created;
@@ -233,10 +236,15 @@ bool rename_directory(path_t const& from, path_t const& to) {
     case os::rename_t::cross_device:
       break;
   }
-  // Another file system: copy, then remove the original. A failed copy takes back
-  // what it made, so that the move either happens whole or not at all.
+  // Another file system: copy, then remove the original. A link moves as a link. A
+  // copy that could not take everything fails and takes back what it made, so that the
+  // move happens whole or not at all; the removal never changes a mode to get in.
+  if (os::is_link(source)) return os::copy_link(source, target) && os::remove_file(source);
   if (kind == os::probe_t::directory) {
-    if (copy_directory(from, to) && exists_native(target)) return os::remove_tree(source);
+    if (os::copy_tree(source, target, [&] { create_directory(to); }, true) &&
+        exists_native(target)) {
+      return os::remove_tree(source, false);
+    }
     os::remove_tree(target);
     return false;
   }

@@ -15,11 +15,9 @@
 // from the current page's cache. A freed block that finds the cache full stays unused
 // until its page goes.
 //
-// Locking. One spin lock guards every field, page and cache entry. It is taken with a
-// single atomic exchange; under contention the waiter backs off in rising steps: retry
-// at once, then the processor's spin hint, then giving up the time slice, then 1 ms
-// sleeps. The heap is called with the lock held only to get a new page; pages are
-// returned to the heap after the lock is released.
+// Locking. One spin lock (the library's threading::spin_lock_t) guards every field,
+// page and cache entry. The heap is called with the lock held only to get a new page;
+// pages are returned to the heap after the lock is released.
 //
 // Lifetime. The pool is a constant-initialised global without a destructor: it is
 // usable before any static initialiser runs, in the library or in a client. Its pages
@@ -27,14 +25,13 @@
 // destructors of the library and of its clients, whether the library is unloaded at
 // process exit or by dlclose.
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <new>
-#include <thread>
 
 #include <quillon2/core/assert.hpp>
 #include <quillon2/core/pool_allocator.hpp>
+#include <quillon2/core/threading/spin_lock.hpp>
 
 #define Q2_LIKELY(x) __builtin_expect(!!(x), 1)
 #define Q2_UNLIKELY(x) __builtin_expect(!!(x), 0)
@@ -51,14 +48,6 @@ struct page_header_t {
     char* block;
   } free_cache[5];
 };
-
-inline void cpu_relax() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#elif defined(__aarch64__)
-  __asm__ __volatile__("yield");
-#endif
-}
 
 class memory_pool_t {
  public:
@@ -82,12 +71,8 @@ class memory_pool_t {
   // this runs on can serve them, and bounding them keeps the size arithmetic exact.
   static constexpr std::uint64_t max_request = (std::uint64_t{1} << 40) - page_size;
 
-  void lock() noexcept {
-    if (Q2_LIKELY(m_lock.exchange(1, std::memory_order_acquire) == 0)) return;
-    lock_contended();
-  }
-  void unlock() noexcept { m_lock.store(0, std::memory_order_release); }
-  [[gnu::noinline, gnu::cold]] void lock_contended() noexcept;
+  void lock() noexcept { m_lock.lock(); }
+  void unlock() noexcept { m_lock.unlock(); }
 
   static char* first_byte(page_header_t* page) noexcept {
     return reinterpret_cast<char*>(page) + sizeof(page_header_t);
@@ -107,25 +92,8 @@ class memory_pool_t {
   std::uint64_t m_cached_in_current = 0;
   // The lock keeps an 8-byte word of its own: a load from the same word as the lock
   // measurably waits for the exchange that took it.
-  alignas(8) std::atomic<std::uint32_t> m_lock{0};
+  alignas(8) threading::spin_lock_t m_lock;
 };
-
-void memory_pool_t::lock_contended() noexcept {
-  for (unsigned attempt = 1;; ++attempt) {
-    if (attempt >= 32) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    } else if (attempt >= 16) {
-      std::this_thread::yield();
-    } else if (attempt >= 4) {
-      cpu_relax();
-    }
-    // Reading first keeps waiters from bouncing the cache line while the lock is held.
-    if (m_lock.load(std::memory_order_relaxed) == 0 &&
-        m_lock.exchange(1, std::memory_order_acquire) == 0) {
-      return;
-    }
-  }
-}
 
 inline char* memory_pool_t::cut_block(page_header_t* page, std::uint64_t size) noexcept {
   auto const position = reinterpret_cast<std::uintptr_t>(m_free_position);

@@ -21,6 +21,12 @@ int write_element_form(variant_bag_t const& bag, std::string& utf8, std::string&
 int read_element_form_file(variant_bag_t& bag, std::string const& native_name, char const* path,
                            std::string& why);
 
+// The same for a file's content already read. `recognised` tells whether the document
+// is of the element form at all (it parses and its document element is "root"): a
+// reader that accepts another form too tries that one only when it is not.
+int read_element_form_document(variant_bag_t& bag, std::string const& content, char const* path,
+                               std::string& why, bool& recognised);
+
 // Reads a whole element-form document from UTF-8 text into `bag`.
 int read_element_form_text(variant_bag_t& bag, char const* utf8, std::size_t size,
                            std::string& why);

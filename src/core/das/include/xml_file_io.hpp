@@ -1,13 +1,9 @@
-// File access of the XML persistence: whole-file reads under a lock, and saves that
-// replace the target atomically.
+// File access of the XML persistence: whole-file reads under a lock, and the names of
+// files. Saves go through internal::atomic_save with its lock option.
 //
-// Locking: readers and writers take an exclusive flock on the file without waiting, so
-// that a file being written is not read half-done and a file being read is not replaced
-// under the reader. A lock held by someone else makes the operation fail at once.
-//
-// Saving writes a temporary file beside the target, flushes it to disk and renames it
-// over the target, keeping the target's permission bits (through a symbolic link, the file
-// it points to is replaced). A failed or interrupted save leaves the old file as it was.
+// Locking: readers take a shared flock on the file without waiting, writers an exclusive
+// one, so that a file being read is not replaced under its readers while any number of
+// readers may read at once. A conflicting lock makes the operation fail at once.
 #pragma once
 
 #include <cstddef>
@@ -24,32 +20,9 @@ std::string native_file_name(std::wstring const& name);
 // `why`) if it cannot be opened, is not a regular file, is locked or cannot be read.
 bool read_file_locked(std::string const& native_name, std::string& content, std::string& why);
 
-// One atomic replacement of a file. open() locks the target (when it exists) and creates
-// the temporary file; the caller writes to fd(); commit() makes the new content the
-// target's. Destroyed without a successful commit, it removes the temporary file and
-// leaves the target untouched.
-class atomic_file_writer_t {
- public:
-  atomic_file_writer_t() = default;
-  atomic_file_writer_t(atomic_file_writer_t const&) = delete;
-  atomic_file_writer_t& operator=(atomic_file_writer_t const&) = delete;
-  ~atomic_file_writer_t();
-
-  bool open(std::string const& native_name);
-  int fd() const { return m_fd; }
-  // Writes all of `size` bytes to the temporary file.
-  bool write(char const* data, std::size_t size);
-  bool commit();
-  std::string const& why() const { return m_why; }
-
- private:
-  void abandon();
-
-  std::string m_target;
-  std::string m_temp;
-  int m_fd = -1;
-  int m_lock_fd = -1;
-  std::string m_why;
-};
+// The text of an XML file's bytes as the attribute form reads it: UTF-8 or UTF-16 found
+// from the bytes, the declaration cut off; empty when the declaration names another
+// encoding than the bytes have.
+std::string xml_file_text(std::string const& bytes);
 
 }  // namespace quillon2::internal

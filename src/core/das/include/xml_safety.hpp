@@ -3,8 +3,10 @@
 // libxml2 substitutes entities when asked to (XML_PARSE_NOENT), and with that it also
 // reads external entities and DTDs from file:// URLs, XML_PARSE_NONET or not. The first
 // call of any function here installs, once for the whole process, an external entity
-// loader that refuses every such load, unless the calling thread has opened a door for
-// content it supplies itself (entity_door_t). A parse that asked the loader for anything
+// loader that refuses every such load made by a parse of this library (one running under
+// a refusal_watch_t), unless the calling thread has opened a door for content it supplies
+// itself (entity_door_t). Loads for any other parse go to the loader that was in place
+// before, so that the host program's own documents load as they did. A parse that asked the loader for anything
 // it refused counts as failed, so that a document never loads with silent holes.
 //
 // Parser options always get XML_PARSE_NONET and never XML_PARSE_HUGE, so libxml2's own
@@ -59,11 +61,13 @@ xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* e
 // xmlFreeTextWriter flushes what is left and frees the output too.
 xmlTextWriterPtr new_callback_writer(xmlOutputWriteCallback write, void* context);
 
-// Counts the external loads refused on this thread while it lives. A SAX-driven parse
-// (which cannot use safe_read_memory) wraps itself in one and fails when refused() holds.
+// Marks a parse of this library on this thread and counts the external loads refused
+// while it lives. Every parse runs under one (safe_read_memory makes its own); a SAX-driven
+// parse wraps itself in one and fails when refused() holds.
 class refusal_watch_t {
  public:
   refusal_watch_t();
+  ~refusal_watch_t();
   refusal_watch_t(refusal_watch_t const&) = delete;
   refusal_watch_t& operator=(refusal_watch_t const&) = delete;
   bool refused() const;
@@ -104,6 +108,13 @@ inline bool is_xml_char(char32_t c) {
 
 bool is_xml_name_start_char(char32_t c);
 bool is_xml_name_char(char32_t c);
+
+// Whether a UTF-8 name is "xmlns" or starts with "xmlns:": such a name declares a namespace
+// and can't name an element or a value.
+inline bool is_namespace_declaration_name(char const* name, std::size_t length) {
+  return length >= 5 && name[0] == 'x' && name[1] == 'm' && name[2] == 'l' && name[3] == 'n' &&
+         name[4] == 's' && (length == 5 || name[5] == ':');
+}
 
 // Whether `name` is a Name of XML 1.0, so that it can stand as an element or attribute name.
 bool is_xml_name(wchar_t const* name, std::size_t length);

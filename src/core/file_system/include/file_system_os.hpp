@@ -14,6 +14,12 @@
 
 namespace quillon2::internal::fs_os {
 
+// Whether a native path can be handed to the system at all: empty text names nothing,
+// and a NUL inside would silently cut the name short.
+inline bool usable(std::string const& path) {
+  return !path.empty() && path.find('\0') == std::string::npos;
+}
+
 // What a stat of a path (following links) found.
 enum class probe_t {
   missing,       // the system said that nothing is there
@@ -78,26 +84,27 @@ rename_t rename_no_replace(std::string const& from, std::string const& to);
 
 // Removes a directory with everything in it. Failure inside a subdirectory is
 // remembered and the walk goes on with the siblings; a file that can't be removed
-// ends the walk of its own directory. Read-only directories are made writable on the
-// way. True when the whole tree went; a top that can't be listed gives true and is
-// left alone.
-bool remove_tree(std::string const& path);
+// ends the walk of its own directory. With `repair`, read-only directories are made
+// writable on the way; without, nothing's permissions change. True when the whole tree
+// went; a top that can't be listed gives true and is left alone.
+bool remove_tree(std::string const& path, bool repair = true);
 // Copies a directory's content into `to`. Once `from` could be listed, make_target
-// is called to create `to`; a `from` that can't be listed gives true and nothing is
-// done. The first entry that can't be copied ends the walk with false; what was
-// copied stays. Existing files are never replaced, and a `to` inside `from` is not
-// copied into itself.
+// is called to create `to`. A directory that can't be listed is passed over (a `from`
+// that can't be listed gives true and nothing is done), unless `whole` asks for all of
+// the tree: then it fails the copy. The first entry that can't be copied ends the walk
+// with false; what was copied stays. Existing files are never replaced, and a `to`
+// inside `from` is not copied into itself.
 bool copy_tree(std::string const& from, std::string const& to,
-               std::function<void()> const& make_target);
+               std::function<void()> const& make_target, bool whole = false);
+// Makes `to` a symbolic link with the same content as the link `from`.
+bool copy_link(std::string const& from, std::string const& to);
+// Whether `path` itself is a symbolic link.
+bool is_link(std::string const& path);
 
 // --- whole files -----------------------------------------------------------------
-// Reads up to max_bytes bytes from the start of a file (0: the whole file).
+// Reads up to max_bytes bytes from the start of a file (0: the whole file). Only regular
+// files and character devices are read; a FIFO, a socket or a directory fails at once.
 bool read_file(std::string const& path, std::uint64_t max_bytes, std::string& bytes);
-// Replaces the file's content: the bytes go to a new file in the same directory,
-// which is synced and renamed over the target, keeping the target's mode; through
-// a symbolic link the file it leads to is replaced. A failed write leaves the old
-// file as it was.
-bool write_file(std::string const& path, std::string const& bytes);
 
 // The directory part of a native path: "." when it has none, "/" for the root.
 std::string directory_of(std::string const& path);

@@ -10,9 +10,12 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "core/file_system/posix/unique_fd.hpp"
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2::internal::fs_os {
+
+using posix::retry_eintr;
+using posix::unique_fd_t;
 
 namespace {
 
@@ -40,7 +43,10 @@ probe_t probe(std::string const& path) {
   struct stat st;
   if (::stat(path.c_str(), &st) == 0)
     return S_ISDIR(st.st_mode) ? probe_t::directory : probe_t::other;
-  switch (errno) {
+  int const error = errno;
+  // A name held by a link that leads nowhere is taken all the same.
+  if (error == ENOENT && ::lstat(path.c_str(), &st) == 0) return probe_t::other;
+  switch (error) {
     case ENOENT:
     case ENOTDIR:
     case ENAMETOOLONG:
@@ -51,6 +57,11 @@ probe_t probe(std::string const& path) {
     default:
       return probe_t::unexaminable;
   }
+}
+
+bool is_link(std::string const& path) {
+  struct stat st;
+  return usable(path) && ::lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
 }
 
 bool can_open_for_writing(std::string const& path) {

@@ -20,9 +20,12 @@
 #include <vector>
 
 #include "core/file_system/include/file_system_os.hpp"
-#include "core/file_system/posix/unique_fd.hpp"
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2::internal::fs_os {
+
+using posix::retry_eintr;
+using posix::unique_fd_t;
 
 namespace {
 
@@ -70,24 +73,27 @@ void split_leaf(std::string const& path, std::string& parent, std::string& leaf)
 }
 
 // Opens a directory below `dir`, making it readable and searchable for its owner
-// first when that is what stands in the way. Refuses links.
-unique_fd_t open_subdirectory(int dir, std::string const& name, bool repair) {
+// first when that is what stands in the way (with `repair`). Refuses links. On failure,
+// `error` is the errno of the open that failed.
+unique_fd_t open_subdirectory(int dir, std::string const& name, bool repair, int& error) {
   unique_fd_t fd(retry_eintr([&] { return ::openat(dir, name.c_str(), k_dir_flags); }));
-  if (!fd && errno == EACCES && repair) {
+  error = fd ? 0 : errno;
+  if (!fd && error == EACCES && repair) {
     struct stat st;
     if (::fstatat(dir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode) &&
         ::fchmodat(dir, name.c_str(), (st.st_mode & 07777) | S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0) {
       fd.reset(retry_eintr([&] { return ::openat(dir, name.c_str(), k_dir_flags); }));
+      error = fd ? 0 : errno;
     }
   }
   return fd;
 }
 
-// Removes an entry of `dir`. A refusal makes `dir` writable for its owner and tries
-// again, which is what clearing a read-only flag amounts to here.
-bool unlink_in(int dir, std::string const& name, int flags) {
+// Removes an entry of `dir`. With `repair`, a refusal makes `dir` writable for its owner
+// and tries again, which is what clearing a read-only flag amounts to here.
+bool unlink_in(int dir, std::string const& name, int flags, bool repair) {
   if (::unlinkat(dir, name.c_str(), flags) == 0 || errno == ENOENT) return true;
-  if (errno != EACCES && errno != EPERM) return false;
+  if (!repair || (errno != EACCES && errno != EPERM)) return false;
   struct stat st;
   if (::fstat(dir, &st) != 0 || ::fchmod(dir, (st.st_mode & 07777) | S_IWUSR | S_IXUSR) != 0) {
     return false;
@@ -127,7 +133,7 @@ bool copy_content(int from, int to) {
     ssize_t const n = retry_eintr([&] { return ::read(from, buffer, sizeof buffer); });
     if (n < 0) return false;
     if (n == 0) return true;
-    if (!write_all(to, buffer, static_cast<std::size_t>(n))) return false;
+    if (posix::write_all(to, buffer, static_cast<std::size_t>(n)) != 0) return false;
   }
 }
 
@@ -172,7 +178,12 @@ bool copy_file(std::string const& from, std::string const& to) {
   return copy_file_at(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0);
 }
 
-bool remove_tree(std::string const& path) {
+bool copy_link(std::string const& from, std::string const& to) {
+  if (!usable(from) || !usable(to)) return false;
+  return copy_link_at(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str());
+}
+
+bool remove_tree(std::string const& path, bool repair) {
   if (!usable(path)) return false;
   struct stat st;
   if (::lstat(path.c_str(), &st) != 0) return false;
@@ -203,10 +214,12 @@ bool remove_tree(std::string const& path) {
   // Only inside the tree may modes be changed to get on.
   auto enter = [&](int dir, std::string const& name, bool inside) {
     frame_t frame;
-    frame.fd = open_subdirectory(dir, name, inside);
+    int error = 0;
+    frame.fd = open_subdirectory(dir, name, inside && repair, error);
     if (!frame.fd) {
-      if (errno != ELOOP && errno != ENOTDIR) return 1;
-      bool const gone = inside ? unlink_in(dir, name, 0) : ::unlinkat(dir, name.c_str(), 0) == 0;
+      if (error != ELOOP && error != ENOTDIR) return 1;
+      bool const gone =
+          inside ? unlink_in(dir, name, 0, repair) : ::unlinkat(dir, name.c_str(), 0) == 0;
       return gone ? 1 : -1;
     }
     if (!read_names(frame.fd.get(), frame.entries)) return 1;
@@ -229,7 +242,7 @@ bool remove_tree(std::string const& path) {
         if (outcome < 0) frame.failed = true;
         continue;  // `frame` may dangle after enter() grew the stack
       }
-      if (unlink_in(frame.fd.get(), entry.name, 0)) continue;
+      if (unlink_in(frame.fd.get(), entry.name, 0, repair)) continue;
       outcome = -1;  // a file that can't be removed ends this directory at once
     }
     // The frame is finished: remove its directory from the one below.
@@ -237,7 +250,7 @@ bool remove_tree(std::string const& path) {
     if (outcome == 0 && !frame.failed) {
       frame.fd.reset();
       int const below = stack.size() > 1 ? stack[stack.size() - 2].fd.get() : parent.get();
-      removed = stack.size() > 1 ? unlink_in(below, frame.name, AT_REMOVEDIR)
+      removed = stack.size() > 1 ? unlink_in(below, frame.name, AT_REMOVEDIR, repair)
                                  : ::unlinkat(below, frame.name.c_str(), AT_REMOVEDIR) == 0;
     }
     stack.pop_back();
@@ -251,7 +264,7 @@ bool remove_tree(std::string const& path) {
 }
 
 bool copy_tree(std::string const& from, std::string const& to,
-               std::function<void()> const& make_target) {
+               std::function<void()> const& make_target, bool whole) {
   if (!usable(from) || !usable(to)) return false;
   struct frame_t {
     unique_fd_t from;
@@ -265,7 +278,7 @@ bool copy_tree(std::string const& from, std::string const& to,
   frame_t top;
   top.from.reset(retry_eintr(
       [&] { return ::open(from.c_str(), O_RDONLY | O_DIRECTORY | O_NOCTTY | O_CLOEXEC); }));
-  if (!top.from || !read_names(top.from.get(), top.entries)) return true;
+  if (!top.from || !read_names(top.from.get(), top.entries)) return !whole;
   make_target();
   top.to.reset(retry_eintr(
       [&] { return ::open(to.c_str(), O_RDONLY | O_DIRECTORY | O_NOCTTY | O_CLOEXEC); }));
@@ -286,19 +299,23 @@ bool copy_tree(std::string const& from, std::string const& to,
     if (S_ISDIR(st.st_mode)) {
       if (have_target && st.st_dev == target_st.st_dev && st.st_ino == target_st.st_ino) continue;
       frame_t child;
-      child.from = open_subdirectory(frame.from.get(), name, false);
+      int error = 0;
+      child.from = open_subdirectory(frame.from.get(), name, false, error);
       if (!child.from) {
-        if (errno == ELOOP || errno == ENOTDIR) return false;  // swapped during the walk
+        if (whole || error == ELOOP || error == ENOTDIR) return false;  // swapped during the walk
         continue;  // can't be listed: nothing to do, nothing created
       }
-      if (!read_names(child.from.get(), child.entries)) continue;
+      if (!read_names(child.from.get(), child.entries)) {
+        if (whole) return false;
+        continue;
+      }
       if (!frame.to) return false;
       if (::mkdirat(frame.to.get(), name.c_str(), 0777) != 0 && errno != EEXIST) {
         // The target stays missing; it only matters if there is something to put in it.
         if (!child.entries.empty()) return false;
         continue;
       }
-      child.to = open_subdirectory(frame.to.get(), name, false);
+      child.to = open_subdirectory(frame.to.get(), name, false, error);
       if (!child.to && !child.entries.empty()) return false;
       stack.push_back(std::move(child));
       continue;
