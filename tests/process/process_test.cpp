@@ -269,9 +269,9 @@ TEST(Process, FailingCallbacksEndOnlyTheirReader) {
   auto err = q2test::make_collector();
   child->registerReadingCallback(1, q2::sptr_t<qp::IPipeReaderCallback>(new q2::ref_counted_t<throwing_t>()));
   child->registerReadingCallback(2, err);
-  ASSERT_TRUE(run(child, q2test::child_program(), {L"write", L"1000000", L"1000"}).is_ok());
+  ASSERT_TRUE(run(child, q2test::child_program(), {L"write", L"8000000", L"1000"}).is_ok());
   EXPECT_TRUE(child->join().is_ok());
-  EXPECT_NE(child->exitCode(), 0);  // its output pipe was closed under it
+  EXPECT_NE(child->exitCode(), 0);  // its output pipe (1 MiB) was closed under it
   EXPECT_EQ(err->data().size(), 1000u);
 
   child = qp::IProcess::create();
