@@ -14,6 +14,7 @@
 #include <quillon2/core/streams/file_mapping.hpp>
 
 #include "core/miscellaneous/include/logging.hpp"
+#include "core/streams/include/make_counted.hpp"
 
 namespace quillon2 {
 
@@ -36,19 +37,16 @@ bool resize_bytes(std::vector<unsigned char>& bytes, u64_t size) {
 
 template <class Stream>
 error_code_t make_mapping(sptr_t<file_mapping_t>& out, sptr_t<Stream> const& stream, u64_t size) {
-  try {
-    out = new ref_counted_t<file_mapping_on_stream_t, mt_ref_count_impl_t>(stream, size);
-    return error_code_t();
-  } catch (error::code_t const* code) {
-    out = nullptr;
-    return code;
-  } catch (exception const& e) {
-    out = nullptr;
-    return e.code();
-  } catch (std::exception const& e) {
-    out = nullptr;
-    return QUILLON_RAISE(error::FailedTo.Create.File.Mapping(e.what()));
-  }
+  std::optional<std::string> other;
+  error_code_t const result = internal::make_counted(
+      out,
+      [&] {
+        return sptr_t<file_mapping_t>(
+            new ref_counted_t<file_mapping_on_stream_t, mt_ref_count_impl_t>(stream, size));
+      },
+      other);
+  if (other) return QUILLON_RAISE(error::FailedTo.Create.File.Mapping(other->c_str()));
+  return result;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <quillon2/core/check.hpp>
 
+#include "core/streams/include/make_counted.hpp"
 #include "core/streams/include/zip_archive.hpp"
 
 namespace quillon2 {
@@ -75,7 +76,9 @@ void zip_reader_impl_t::build_index() {
   m_names = boost::make_shared<std::list<std::wstring>>();
   m_index.clear();
   unz_global_info64 info{};
-  if (m_zip_file == nullptr || unzGetGlobalInfo64(m_zip_file, &info) != UNZ_OK || info.number_entry == 0) return;
+  if (m_zip_file == nullptr || unzGetGlobalInfo64(m_zip_file, &info) != UNZ_OK ||
+      info.number_entry == 0)
+    return;
   int res = unzGoToFirstFile(m_zip_file);
   QUILLON_ASSERT(UNZ_OK == res);
   if (res == UNZ_OK && index_in_memory(info.number_entry)) return;
@@ -106,7 +109,8 @@ bool zip_reader_impl_t::index_in_memory(u64_t entries) {
   u64_t const length = internal::zip_file_length(m_io);
   if (start >= length || length - start > k_directory_in_memory) return false;
   std::string directory;
-  if (!internal::zip_file_read_at(m_io, start, static_cast<std::size_t>(length - start), directory) ||
+  if (!internal::zip_file_read_at(m_io, start, static_cast<std::size_t>(length - start),
+                                  directory) ||
       directory.compare(0, 4, "PK\x01\x02", 4) != 0) {
     return false;
   }
@@ -198,27 +202,23 @@ error_code_t zip_reader_impl_t::get_position(u64_t* position) {
 error_code_t zip_reader_impl_t::get_size(u64_t* size) {
   QUILLON_CHECK(size, error::IsNot.Valid.Argument);
   unz_file_info64 info{};
-  int const res =
-      unzGetCurrentFileInfo64(m_zip_file, &info, nullptr, 0, nullptr, 0, nullptr, 0);
+  int const res = unzGetCurrentFileInfo64(m_zip_file, &info, nullptr, 0, nullptr, 0, nullptr, 0);
   QUILLON_CHECK((0) == res, error::FailedTo.Get.The.Info);
   *size = info.uncompressed_size;
   return error_code_t();
 }
 
 error_code_t create_zip_reader(path_t const& path, sptr_t<archive_reader_t>& out) {
-  try {
-    out = new ref_counted_t<zip_reader_impl_t, mt_ref_count_impl_t>(path);
-    return error_code_t();
-  } catch (error::code_t const* code) {
-    out = nullptr;
-    return code;
-  } catch (exception const& e) {
-    out = nullptr;
-    return e.code();
-  } catch (std::exception const& e) {
-    out = nullptr;
-    return QUILLON_RAISE(error::FailedTo.Open.The.Archive(e.what()));
-  }
+  std::optional<std::string> other;
+  error_code_t const result = internal::make_counted(
+      out,
+      [&] {
+        return sptr_t<archive_reader_t>(
+            new ref_counted_t<zip_reader_impl_t, mt_ref_count_impl_t>(path));
+      },
+      other);
+  if (other) return QUILLON_RAISE(error::FailedTo.Open.The.Archive(other->c_str()));
+  return result;
 }
 
 }  // namespace quillon2

@@ -8,6 +8,7 @@
 #include <quillon2/core/check.hpp>
 
 #include "core/miscellaneous/include/logging.hpp"
+#include "core/streams/include/make_counted.hpp"
 #include "core/streams/include/zip_archive.hpp"
 
 namespace quillon2 {
@@ -77,7 +78,8 @@ error_code_t zip_writer_impl_t::create_new_stream(std::wstring const& name, int 
                 error::FailedTo.Open.The.Stream(name));
   u64_t const entry = k_directory_entry + utf8.size();
   QUILLON_CHECK(internal::zip_file_position(m_io) + k_local_header + utf8.size() + k_buffered +
-                        m_directory_bytes + entry < k_limit,
+                        m_directory_bytes + entry <
+                    k_limit,
                 error::FailedTo.Write.The.Stream(name));
 
   zip_fileinfo info{};
@@ -139,19 +141,16 @@ error_code_t zip_writer_impl_t::get_size(u64_t* size) {
 }
 
 error_code_t create_zip_writer(path_t const& path, sptr_t<archive_writer_t>& out, bool append) {
-  try {
-    out = new ref_counted_t<zip_writer_impl_t, mt_ref_count_impl_t>(path, append);
-    return error_code_t();
-  } catch (error::code_t const* code) {
-    out = nullptr;
-    return code;
-  } catch (exception const& e) {
-    out = nullptr;
-    return e.code();
-  } catch (std::exception const& e) {
-    out = nullptr;
-    return QUILLON_RAISE(error::FailedTo.Access.The.Archive(e.what()));
-  }
+  std::optional<std::string> other;
+  error_code_t const result = internal::make_counted(
+      out,
+      [&] {
+        return sptr_t<archive_writer_t>(
+            new ref_counted_t<zip_writer_impl_t, mt_ref_count_impl_t>(path, append));
+      },
+      other);
+  if (other) return QUILLON_RAISE(error::FailedTo.Access.The.Archive(other->c_str()));
+  return result;
 }
 
 }  // namespace quillon2

@@ -1,5 +1,7 @@
 // directory_archive_t and the two create_directory_archive functions: streams as files
 // of one directory, through stdio on descriptors opened close-on-exec.
+#include "core/streams/include/directory_archive.hpp"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,7 +18,7 @@
 
 #include "core/miscellaneous/include/logging.hpp"
 #include "core/miscellaneous/include/posix_io.hpp"
-#include "core/streams/include/directory_archive.hpp"
+#include "core/streams/include/make_counted.hpp"
 
 namespace quillon2 {
 
@@ -45,7 +47,8 @@ FILE* open_stream_file(std::string const& native, bool write, int& error) {
     return nullptr;
   }
   FILE* file = nullptr;
-  if (::fcntl(fd.get(), F_SETFL, 0) != 0 || (file = ::fdopen(fd.get(), write ? "wb" : "rb")) == nullptr) {
+  if (::fcntl(fd.get(), F_SETFL, 0) != 0 ||
+      (file = ::fdopen(fd.get(), write ? "wb" : "rb")) == nullptr) {
     error = errno;
     return nullptr;
   }
@@ -55,21 +58,19 @@ FILE* open_stream_file(std::string const& native, bool write, int& error) {
 
 template <class Side>
 error_code_t make_archive(path_t const& path, sptr_t<Side>& out) {
-  try {
-    out = sptr_t<Side>(new ref_counted_t<directory_archive_t, mt_ref_count_impl_t>(path));
-    return error_code_t();
-  } catch (error::code_t const* code) {
-    out = nullptr;
-    return code;
-  } catch (exception const& e) {
-    out = nullptr;
-    return e.code();
-  } catch (std::exception const& e) {
-    out = nullptr;
+  std::optional<std::string> other;
+  error_code_t const result = internal::make_counted(
+      out,
+      [&] {
+        return sptr_t<Side>(new ref_counted_t<directory_archive_t, mt_ref_count_impl_t>(path));
+      },
+      other);
+  if (other) {
     Q2_LOG(internal::main_logger(), internal::log_error,
-           L"cannot make a directory store: " << text::utf8_to_utf16(e.what()));
-    return QUILLON_RAISE(error::FailedTo.Create.The.Directory(e.what()));
+           L"cannot make a directory store: " << text::utf8_to_utf16(*other));
+    return QUILLON_RAISE(error::FailedTo.Create.The.Directory(other->c_str()));
   }
+  return result;
 }
 
 }  // namespace
