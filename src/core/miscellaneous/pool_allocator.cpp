@@ -20,10 +20,10 @@
 // pages are returned to the heap after the lock is released.
 //
 // Lifetime. The pool is a constant-initialised global without a destructor: it is
-// usable before any static initialiser runs, in the library or in a client. Its pages
-// are freed by a destructor function of the library, which runs after the static
-// destructors of the library and of its clients, whether the library is unloaded at
-// process exit or by dlclose.
+// usable before any static initialiser runs, in the library or in a client. Its pages are
+// never returned: threads that outlive main (the readers of a dropped child process, a
+// client's own detached threads) may still use counted objects while the process exits,
+// and the system takes the pages back with the process.
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -56,7 +56,6 @@ class memory_pool_t {
   memory_pool_t& operator=(memory_pool_t const&) = delete;
 
   // Frees every page, whatever lives in it, and leaves the pool empty.
-  void release_all_pages() noexcept;
 
   inline void* allocate(std::uint64_t size);
   inline void deallocate(char* block, std::uint64_t size) noexcept;
@@ -208,23 +207,7 @@ void memory_pool_t::unlink_page(page_header_t* page) noexcept {
   ::operator delete(page);
 }
 
-void memory_pool_t::release_all_pages() noexcept {
-  lock();
-  page_header_t* page = m_current_page;
-  m_current_page = nullptr;
-  m_free_position = nullptr;
-  m_cached_in_current = 0;
-  unlock();
-  while (page != nullptr) {
-    page_header_t* const older = page->next_page;
-    ::operator delete(page);
-    page = older;
-  }
-}
-
 memory_pool_t the_pool;
-
-[[gnu::destructor]] void free_pool_pages() { the_pool.release_all_pages(); }
 
 }  // namespace
 }  // namespace quillon2::internal
