@@ -278,6 +278,13 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
   m_attributes.clear();
   for (int i = 0; i < count; ++i) {
     xmlChar const** a = attributes + 5 * i;
+    // A namespace declaration that the parser could not take (its prefix is no name)
+    // arrives as an attribute; it is no value, and no save could write it back.
+    char const* const attribute_name = text_of(a[0]);
+    if ((a[1] != nullptr && std::strcmp(text_of(a[1]), "xmlns") == 0) ||
+        (a[1] == nullptr && std::strncmp(attribute_name, "xmlns", 5) == 0 &&
+         (attribute_name[5] == '\0' || attribute_name[5] == ':')))
+      continue;
     prefix_info_t const info = info_of(a[1] != nullptr ? text_of(a[1]) : k_no_prefix);
     m_attributes.push_back(attribute_t{info.prefix, text_of(a[0]), text_of(a[3]),
                                        static_cast<std::size_t>(a[4] - a[3]), info.kind,

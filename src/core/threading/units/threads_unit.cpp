@@ -75,7 +75,10 @@ void threads_unit_t::worker_thread(boost::shared_ptr<task_t> task,
   m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
 
   KESMET_2_18::strings::ustring8 display = internal::safe_display_name(*task);
-  if (display.empty()) display = internal::type_display_name(typeid(*task));
+  if (display.empty()) {
+    task_t const& running = *task;
+    display = internal::type_display_name(typeid(running));
+  }
   std::string const name = "Sh(T): " + display;
   set_thread_name(name.c_str(), false);
 
