@@ -32,6 +32,20 @@ namespace quillon2::internal {
 
 namespace {
 
+// Links `node` as the last child of `parent` by hand and marks it with its source, so that
+// libxml2 never merges it into a neighbour.
+void append_child(xmlNodePtr parent, xmlNodePtr node, void* tag) {
+  node->_private = tag;
+  node->parent = parent;
+  if (parent->children == nullptr) {
+    parent->children = node;
+  } else {
+    node->prev = parent->last;
+    parent->last->next = node;
+  }
+  parent->last = node;
+}
+
 // What libxml2 said while one query ran: the first message of each channel.
 struct xpath_errors_t {
   int code = 0;
@@ -158,15 +172,7 @@ void libxml_worker_impl_t::begin_element(char const* name, void* tag) {
     ++m_lost_depth;
     return;
   }
-  node->_private = tag;
-  node->parent = m_current_node;
-  if (m_current_node->children == nullptr) {
-    m_current_node->children = node;
-  } else {
-    node->prev = m_current_node->last;
-    m_current_node->last->next = node;
-  }
-  m_current_node->last = node;
+  append_child(m_current_node, node, tag);
   m_current_node = node;
   m_ordered = false;
 }
@@ -208,15 +214,7 @@ void libxml_worker_impl_t::add_text(char const* text, std::size_t length, void* 
   QUILLON_ASSERT(node != NULL);
   if (node == nullptr) return;
   // Linked by hand: libxml2 would merge it into a text before it and lose its source.
-  node->_private = tag;
-  node->parent = m_current_node;
-  if (m_current_node->children == nullptr) {
-    m_current_node->children = node;
-  } else {
-    node->prev = m_current_node->last;
-    m_current_node->last->next = node;
-  }
-  m_current_node->last = node;
+  append_child(m_current_node, node, tag);
 }
 
 void libxml_worker_impl_t::end_element() {
