@@ -267,27 +267,31 @@ bool xsl_impl_t::update_stylesheet(xmlDocPtr doc) {
   return m_stylesheet != nullptr;
 }
 
+namespace {
+
+// Puts `value` in the calling thread's slot. The first replacement remembers what was there
+// before this object, to be put back when it dies; clearing an empty slot that this object
+// never filled touches nothing.
+template <class T>
+void replace_thread_slot(T* value, T*& slot, T*& previous, bool& replaced) {
+  if (value == nullptr && !replaced && slot == nullptr) return;
+  if (!replaced) previous = slot;
+  replaced = true;
+  slot = value;
+}
+
+}  // namespace
+
 void xsl_impl_t::set_visitor(xsl_visitor_t* visitor) {
   m_visitor = visitor;
-  if (visitor == nullptr && !m_visitor_replaced && internal::extentions_t::tls().m_visitor_ptr == nullptr) {
-    return;
-  }
-  auto& tls = internal::extentions_t::tls();
-  // The first replacement remembers what was there before this object.
-  if (!m_visitor_replaced) m_previous_visitor = tls.m_visitor_ptr;
-  m_visitor_replaced = true;
-  tls.m_visitor_ptr = visitor;
+  replace_thread_slot(visitor, internal::extentions_t::tls().m_visitor_ptr, m_previous_visitor,
+                      m_visitor_replaced);
 }
 
 void xsl_impl_t::set_reader(content_stream_factory_t* reader) {
   m_reader = reader;
-  if (reader == nullptr && !m_reader_replaced && internal::extentions_t::tls().m_file_reader == nullptr) {
-    return;
-  }
-  auto& tls = internal::extentions_t::tls();
-  if (!m_reader_replaced) m_previous_reader = tls.m_file_reader;
-  m_reader_replaced = true;
-  tls.m_file_reader = reader;
+  replace_thread_slot(reader, internal::extentions_t::tls().m_file_reader, m_previous_reader,
+                      m_reader_replaced);
 }
 
 void xsl_impl_t::allow(unsigned permissions) { m_permissions = permissions; }
