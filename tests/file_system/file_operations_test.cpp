@@ -21,6 +21,7 @@
 
 #include "file_system/private_mount.hpp"
 #include "support/assert_recorder.hpp"
+#include "support/spawn.hpp"
 #include "support/temp_dir.hpp"
 
 namespace {
@@ -405,35 +406,40 @@ TEST_F(FileOps, UniqueDirectoriesAcrossThreads) {
   EXPECT_EQ(static_cast<std::size_t>(threads * each), distinct.size());
 }
 
+// One contender of the race below, run only in the copies of this program that the race
+// starts: it waits until the start pipe closes, then makes one directory under each of
+// the parents, making each parent's missing levels anew.
+TEST(FileOpsContender, MakesItsDirectories) {
+  char const* const root = ::getenv("Q2_CONTENDER_ROOT");
+  if (root == nullptr) GTEST_SKIP() << "runs as a contender of UniqueDirectoriesAcrossProcesses";
+  int const start = std::atoi(::getenv("Q2_CONTENDER_START"));
+  char go;
+  ASSERT_EQ(0, ::read(start, &go, 1));
+  for (int i = 0; i < std::atoi(::getenv("Q2_CONTENDER_EACH")); ++i) {
+    std::wstring created;
+    std::wstring const parent = wide(root) + L"\\a" + std::to_wstring(i) + L"\\b";
+    EXPECT_EQ(q2::RC_CREATED, q2::create_unique_dir(parent, L"p-@@@", created)) << i;
+  }
+}
+
 TEST_F(FileOps, UniqueDirectoriesAcrossProcesses) {
-  // Forked children start from the same random state, so they all try the same
-  // names in the same order: only mkdir keeps them apart, also when each must first
-  // make the missing levels above the name.
+  // The contenders are fresh copies of this program, not forks of it: a fork copies the
+  // locks that other threads of this process hold. Each one seeds the same random state,
+  // so they all try the same names in the same order: only mkdir keeps them apart.
   constexpr int children = 8;
   constexpr int each = 8;
   int start[2];
   ASSERT_EQ(0, ::pipe(start));
+  std::vector<std::string> env = {"Q2_CONTENDER_ROOT=" + m_dir.path(),
+                                  "Q2_CONTENDER_START=" + std::to_string(start[0]),
+                                  "Q2_CONTENDER_EACH=" + std::to_string(each)};
   std::vector<pid_t> pids;
   for (int c = 0; c < children; ++c) {
-    pid_t const pid = ::fork();
-    if (pid == 0) {
-      char go;
-      ::close(start[1]);
-      if (::read(start[0], &go, 1) != 0) ::_exit(2);  // all start when the pipe closes
-      int made = 0;
-      for (int i = 0; i < each; ++i) {
-        std::wstring created;
-        // Each call makes the levels above its name anew.
-        std::wstring const parent = root().as_string() + L"\\a" + std::to_wstring(i) + L"\\b";
-        made += q2::create_unique_dir(parent, L"p-@@@", created) == q2::RC_CREATED;
-      }
-      ::_exit(made == each ? 0 : 1);
-    }
-    ASSERT_GT(pid, 0);
-    pids.push_back(pid);
+    pids.push_back(q2test::spawn({"/proc/self/exe", "--gtest_filter=FileOpsContender.*"}, env, {start[1]}));
+    ASSERT_GT(pids.back(), 0);
   }
   ::close(start[0]);
-  ::close(start[1]);
+  ::close(start[1]);  // all start now
   for (pid_t pid : pids) {
     int status = -1;
     ASSERT_EQ(pid, ::waitpid(pid, &status, 0));

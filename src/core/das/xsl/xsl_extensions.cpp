@@ -11,6 +11,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/uri.h>
 #include <libxslt/documents.h>
+#include <libxslt/extensions.h>
 #include <libxslt/transform.h>
 #include <libxslt/xslt.h>
 #include <libxslt/xsltutils.h>
@@ -138,6 +139,10 @@ extentions_t::extentions_t() {
   ensure_xml_safety();
   xsltInit();
   exsltRegisterAll();
+  // libxslt makes its table of dynamically loaded modules at the first lookup of an
+  // extension that is not registered, without its lock: two threads doing that at once
+  // each make one and one of them leaks. A lookup here makes it before any thread can.
+  xsltExtModuleFunctionLookup(BAD_CAST "none", BAD_CAST "urn:quillon2:no-extension");
   // Progress goes through the debugger hook. The process-wide debug status stays as it
   // is: only our contexts that have a visitor switch it on for themselves.
   void* callbacks[3] = {reinterpret_cast<void*>(&hooks_t::progress), nullptr, nullptr};
