@@ -1,9 +1,10 @@
 // Loads arbitrary text as an attribute-form document, twice over: as a whole (the
 // document element becomes a child bag) and with the filter "*" (its content becomes the
-// bag). Whatever loads must save, and load -> save -> load -> save must give two identical
-// texts. Bags are not compared: the form drops blob bytes and reorders attributes by
-// design, so a first load and its reload need not be equal bags, but the texts must be
-// stable. No input may crash, hang or leak.
+// bag). Whatever loads must save, and the saved text must be stable by the second
+// round of load -> save. Bags are not compared: the form drops blob bytes, reorders
+// attributes and writes a pointer named "a:p" as the element "pointer:p" (which reads
+// back as "p") by design, so a first load and its reload need not be equal bags; one
+// more round gives the same text again. No input may crash, hang or leak.
 //
 // The one assertion that input can reach on purpose is a pointer element without a type
 // ("!type_id.empty()"); any other assertion report ends the run, as scripts/fuzz wants.
@@ -51,7 +52,13 @@ void round_trip(std::string const& input, wchar_t const* path) {
   if (quillon2::save_variant_bag_to_string2(again, second, L"doc") != 1) {
     broken("a reloaded bag does not save", first);
   }
-  if (first != second) broken("the saved text changed on a second round", first + "\n" + second);
+  if (first == second) return;
+  quillon2::variant_bag_t third_bag;
+  std::string third;
+  if (quillon2::load_variant_bag_from_string2(third_bag, second, L"doc") != 1 ||
+      quillon2::save_variant_bag_to_string2(third_bag, third, L"doc") != 1 || second != third) {
+    broken("the saved text changed on a third round", second + "\n" + third);
+  }
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 //
 // A failed assertion writes one report to standard error:
 //   <file>(<line>): <function>: assertion failed: <condition>
-// and returns. When the environment variable QUILLON_ASSERT_ABORT is "1" at the time of
-// the report (it is read at every report), the process aborts after writing it.
+// and returns. When the environment variable QUILLON_ASSERT_ABORT is "1" at the first
+// report of the process (it is read then, once), the process aborts after writing it.
 // A hook set with quillon2::internal::set_assert_hook receives the report instead of
 // standard error (tests count and inspect reports this way); the abort rule still holds.
 #pragma once

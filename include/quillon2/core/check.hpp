@@ -11,8 +11,8 @@
 // returns it from the enclosing function; QUILLON_CHECK_THROW throws it as a
 // quillon2::exception instead, for constructors.
 //
-// QUILLON_ERROR_HANDLING is read at the first failed check of each source file and
-// remembered for the rest of the process.
+// QUILLON_ERROR_HANDLING is read once, at the first failed check of the process, and
+// remembered for the rest of it.
 #pragma once
 
 #include <string>
@@ -45,19 +45,19 @@ QUILLON2_API error::code_t const* check_failed(char const* condition, char const
                                                error::code_t const& code, char const* function,
                                                char const* file, unsigned line, bool assert_too);
 
-namespace {
-// One setting for each source file, read at its first failed check. A check inside an
-// inline function of a header takes the setting of whichever source file's copy of that
-// function the program keeps.
-inline bool check_asserts_in_this_file() {
-  static bool const assert_too = read_error_handling_setting("QUILLON");
-  return assert_too;
-}
-}  // namespace
+// Whether a failed check asserts: QUILLON_ERROR_HANDLING as it was at the first call.
+QUILLON2_API bool failed_checks_assert() noexcept;
 
 }  // namespace quillon2::internal
 
-namespace ql2 = quillon2;
+namespace quillon2 {
+// The short name inside the library's namespace; a client who wants it everywhere
+// defines QUILLON2_GLOBAL_ALIAS.
+namespace ql2 = ::quillon2;
+}  // namespace quillon2
+#ifdef QUILLON2_GLOBAL_ALIAS
+namespace ql2 = ::quillon2;
+#endif
 
 // The qualified name of the enclosing function, worked out once for each place it is
 // used and kept for the life of the process.
@@ -80,7 +80,7 @@ namespace ql2 = quillon2;
 #define QUILLON2_CHECK_FAILED(condition_text, expression_text, error_expression)          \
   ::quillon2::internal::check_failed(condition_text, expression_text, (error_expression), \
                                      QUILLON_FUNCTION_NAME, __FILE__, __LINE__,           \
-                                     ::quillon2::internal::check_asserts_in_this_file())
+                                     ::quillon2::internal::failed_checks_assert())
 
 #define QUILLON_CHECK(condition, error_expression)                                   \
   do {                                                                               \

@@ -274,6 +274,12 @@ QUILLON2_API bool validate_utf8(unsigned char const* bytes, std::size_t size);
 // decoder replaces by one U+FFFD. 0 for a null pointer or a size of 0.
 QUILLON2_API std::size_t get_utf8_length(unsigned char const* bytes, std::size_t size);
 
+// The short name inside the library's namespace; a client who wants it everywhere
+// defines QUILLON2_GLOBAL_ALIAS.
+namespace ql2 = ::quillon2;
+
 }  // namespace quillon2
 
-namespace ql2 = quillon2;
+#ifdef QUILLON2_GLOBAL_ALIAS
+namespace ql2 = ::quillon2;
+#endif

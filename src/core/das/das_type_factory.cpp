@@ -258,6 +258,8 @@ struct library_registrations_t {
 } const g_library_registrations;
 }  // namespace
 
+namespace quillon2 {
 QUILLON_DAS_REGISTER_SERIALIZABLE_TYPE(ql2::das_proxy_t);
+}  // namespace quillon2
 
 }  // namespace quillon2

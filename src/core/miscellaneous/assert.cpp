@@ -35,9 +35,13 @@ void ____________________ASSERT____________________(char const* condition, char 
     std::fwrite(report.data(), 1, report.size(), stderr);
     std::fflush(stderr);
   }
-  // Read at every report, so that a test may switch it on for one child process.
-  char const* abort_setting = std::getenv("QUILLON_ASSERT_ABORT");
-  if (abort_setting != nullptr && std::strcmp(abort_setting, "1") == 0) std::abort();
+  // Read once, at the first report: the environment may be changed by another thread at
+  // any time after.
+  static bool const abort_too = [] {
+    char const* setting = std::getenv("QUILLON_ASSERT_ABORT");
+    return setting != nullptr && std::strcmp(setting, "1") == 0;
+  }();
+  if (abort_too) std::abort();
 }
 
 }  // namespace KESMET_2_18::debug::_private

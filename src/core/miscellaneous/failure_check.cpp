@@ -24,6 +24,18 @@ bool read_error_handling_setting(char const* logger_name) {
   return get_environ_value(name).find(L"assert") != std::wstring::npos;
 }
 
+bool failed_checks_assert() noexcept {
+  // Read once: the environment may be changed by another thread at any time after.
+  static bool const assert_too = [] {
+    try {
+      return read_error_handling_setting("QUILLON");
+    } catch (...) {
+      return false;
+    }
+  }();
+  return assert_too;
+}
+
 std::string compose_check_message(char const* condition, char const* expression,
                                   std::string const& text, char const* file, unsigned line,
                                   char const* function) {

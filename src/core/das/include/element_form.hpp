@@ -3,6 +3,7 @@
 // and, where it helps a log message, a reason in `why`.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace quillon2 {
@@ -10,6 +11,10 @@ class variant_bag_t;
 }
 
 namespace quillon2::internal {
+
+// The length of the text of a blob of `size` bytes: a line feed before every run of 16
+// bytes and one at the end, two digits for each byte.
+inline std::size_t blob_text_length(std::size_t size) { return 2 * size + (size + 15) / 16 + 1; }
 
 // The whole document in UTF-8, declaration included. A failure leaves `utf8` empty.
 int write_element_form(variant_bag_t const& bag, std::string& utf8, std::string& why);

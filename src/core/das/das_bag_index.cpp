@@ -1,0 +1,189 @@
+// The name index of a bag's list: an open-addressing hash table of the first node of
+// each name, with the nodes of one name chained in list order.
+#include <cstring>
+#include <cwchar>
+
+#include "core/das/include/bag_impl.hpp"
+
+namespace quillon2 {
+namespace internal {
+
+namespace {
+wchar_t g_index_no_name[1] = {0};
+}  // namespace
+
+std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
+  std::uint64_t h = 0xcbf29ce484222325ull;
+  for (std::size_t i = 0; i < length; ++i) {
+    h ^= static_cast<std::uint32_t>(name[i]);
+    h *= 0x100000001b3ull;
+  }
+  return static_cast<std::uint32_t>(h ^ (h >> 32));
+}
+
+bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
+  return node->m_length == length && (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
+}
+
+bag_index_t::bag_index_t()
+    : m_head(), m_size(0), m_slots(nullptr), m_mask(0), m_used(0), m_in_order(true) {
+  m_head.m_prev = m_head.m_next = &m_head;
+  m_head.m_name = g_index_no_name;
+}
+
+bag_index_t::~bag_index_t() { delete[] m_slots; }
+
+bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length, std::uint32_t hash) const {
+  if (!m_slots) return nullptr;
+  for (std::uint32_t i = hash & m_mask;; i = (i + 1) & m_mask) {
+    bag_slot_t* const s = &m_slots[i];
+    if (!s->m_first) return nullptr;
+    if (s->m_first->m_hash == hash && same_name(s->m_first, name, length)) return s;
+  }
+}
+
+bag_slot_t* bag_index_t::find(wchar_t const* name) const {
+  if (!name || !m_slots) return nullptr;
+  std::size_t const length = std::wcslen(name);
+  return find(name, length, hash_name(name, length));
+}
+
+void bag_index_t::grow(std::uint32_t capacity) {
+  bag_slot_t* const old = m_slots;
+  std::uint32_t const old_capacity = old ? m_mask + 1 : 0;
+  m_slots = new bag_slot_t[capacity]();
+  m_mask = capacity - 1;
+  for (std::uint32_t i = 0; i < old_capacity; ++i) {
+    if (!old[i].m_first) continue;
+    std::uint32_t j = old[i].m_first->m_hash & m_mask;
+    while (m_slots[j].m_first) j = (j + 1) & m_mask;
+    m_slots[j] = old[i];
+  }
+  delete[] old;
+}
+
+void bag_index_t::reserve(u64_t names) {
+  std::uint64_t capacity = m_slots ? m_mask + 1 : 0;
+  std::uint64_t wanted = capacity ? capacity : 8;
+  while (names * 4 > wanted * 3) wanted *= 2;
+  if (wanted > capacity) grow(static_cast<std::uint32_t>(wanted));
+}
+
+void bag_index_t::chain_append(bag_node_base_t* node) {
+  node->m_next_same = nullptr;
+  if (bag_slot_t* s = find(node->m_name, node->m_length, node->m_hash)) {
+    s->m_last->m_next_same = node;
+    s->m_last = node;
+    ++s->m_count;
+    return;
+  }
+  reserve(std::uint64_t(m_used) + 1);
+  std::uint32_t i = node->m_hash & m_mask;
+  while (m_slots[i].m_first) i = (i + 1) & m_mask;
+  m_slots[i] = bag_slot_t{node, node, 1};
+  ++m_used;
+}
+
+void bag_index_t::erase_slot(bag_slot_t* slot) {
+  // Backward-shift deletion keeps every probe sequence unbroken without tombstones.
+  std::uint32_t i = static_cast<std::uint32_t>(slot - m_slots);
+  std::uint32_t j = i;
+  for (;;) {
+    j = (j + 1) & m_mask;
+    if (!m_slots[j].m_first) break;
+    std::uint32_t const home = m_slots[j].m_first->m_hash & m_mask;
+    bool const movable = (i <= j) ? (home <= i || home > j) : (home <= i && home > j);
+    if (movable) {
+      m_slots[i] = m_slots[j];
+      i = j;
+    }
+  }
+  m_slots[i] = bag_slot_t{};
+  --m_used;
+}
+
+void bag_index_t::chain_remove(bag_node_base_t* node) {
+  bag_slot_t* const s = find(node->m_name, node->m_length, node->m_hash);
+  if (!s) return;
+  bag_node_base_t* prev = nullptr;
+  for (bag_node_base_t* n = s->m_first; n && n != node; n = n->m_next_same) prev = n;
+  if (prev) {
+    prev->m_next_same = node->m_next_same;
+  } else {
+    s->m_first = node->m_next_same;
+  }
+  if (s->m_last == node) s->m_last = prev;
+  node->m_next_same = nullptr;
+  if (--s->m_count == 0) erase_slot(s);
+}
+
+void bag_index_t::link_back(bag_node_base_t* node) {
+  chain_append(node);
+  node->m_prev = m_head.m_prev;
+  node->m_next = &m_head;
+  m_head.m_prev->m_next = node;
+  m_head.m_prev = node;
+  ++m_size;
+}
+
+void bag_index_t::unlink(bag_node_base_t* node) {
+  chain_remove(node);
+  node->m_prev->m_next = node->m_next;
+  node->m_next->m_prev = node->m_prev;
+  node->m_prev = node->m_next = nullptr;
+  --m_size;
+}
+
+void bag_index_t::set_name(bag_node_base_t* node, wchar_t const* name, std::size_t length) {
+  if (length > node->m_capacity) {
+    auto* text = new wchar_t[length + 1];
+    if (node->m_name_on_heap) delete[] node->m_name;
+    node->m_name = text;
+    node->m_name_on_heap = true;
+    node->m_capacity = static_cast<std::uint32_t>(length);
+  }
+  std::wmemmove(node->m_name, name, length);
+  node->m_name[length] = 0;
+  node->m_length = static_cast<std::uint32_t>(length);
+  node->m_hash = hash_name(node->m_name, length);
+}
+
+void bag_index_t::rename(bag_node_base_t* node, wchar_t const* name) {
+  chain_remove(node);
+  set_name(node, name, std::wcslen(name));
+  if (find(node->m_name, node->m_length, node->m_hash)) m_in_order = false;
+  chain_append(node);
+}
+
+void bag_index_t::rebuild_index() {
+  if (m_slots) {
+    for (std::uint32_t i = 0; i <= m_mask; ++i) m_slots[i] = bag_slot_t{};
+  }
+  m_used = 0;
+  for (bag_node_base_t* n = m_head.m_next; n != &m_head; n = n->m_next) chain_append(n);
+  m_in_order = true;
+}
+
+void bag_index_t::reset() {
+  m_head.m_prev = m_head.m_next = &m_head;
+  m_size = 0;
+  delete[] m_slots;
+  m_slots = nullptr;
+  m_mask = 0;
+  m_used = 0;
+  m_in_order = true;
+}
+
+bag_node_base_t* bag_next_same(bag_node_base_t const* node, bag_node_base_t const* end) {
+  bag_index_t const* const index = index_of(end);
+  if (index->in_order()) {
+    return node->m_next_same ? node->m_next_same : const_cast<bag_node_base_t*>(end);
+  }
+  bag_node_base_t* n = node->m_next;
+  while (n != end && !(n->m_hash == node->m_hash && same_name(n, node->m_name, node->m_length)))
+    n = n->m_next;
+  return n;
+}
+
+}  // namespace internal
+}  // namespace quillon2
