@@ -17,6 +17,7 @@
 #include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/miscellaneous/include/decimal.hpp"
 
 namespace quillon2::internal {
 namespace {
@@ -158,7 +159,7 @@ constexpr ascii_classes_t k_ascii;
 // that a save writes: where from_chars reads the whole text, strtod reads the same value.
 double parse_double_text(char const* text, std::size_t length) {
   double value = 0;
-  auto const result = std::from_chars(text, text + length, value, std::chars_format::general);
+  auto const result = internal::read_decimal(text, text + length, value);
   if (result.ec == std::errc() && result.ptr == text + length && length != 0) return value;
   return KESMET_2_18::generic::convert::str_to_double(std::string(text, length));
 }

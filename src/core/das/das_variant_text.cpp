@@ -12,6 +12,7 @@
 #include "core/das/include/utf8_codec.hpp"
 #include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
+#include "core/miscellaneous/include/decimal.hpp"
 
 namespace quillon2::internal {
 namespace {
@@ -80,37 +81,6 @@ std::string narrow_number_text(Char const* text, std::size_t length) {
 
 bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// from_chars cannot tell an overflow from an underflow; the decimal exponent of the
-// first significant digit can.
-bool beyond_range_is_large(char const* first, char const* last) {
-  long exponent10 = 0;
-  bool seen_point = false;
-  bool seen_digit = false;
-  char const* p = first;
-  for (; p != last; ++p) {
-    if (*p == '.') {
-      seen_point = true;
-    } else if (*p >= '0' && *p <= '9') {
-      if (*p != '0' && !seen_digit) seen_digit = true;
-      if (seen_digit && !seen_point) ++exponent10;
-      if (!seen_digit && seen_point) --exponent10;
-    } else {
-      break;
-    }
-  }
-  if (p != last && (*p == 'e' || *p == 'E')) {
-    ++p;
-    bool negative = false;
-    if (p != last && (*p == '+' || *p == '-')) negative = *p++ == '-';
-    long e = 0;
-    for (; p != last && *p >= '0' && *p <= '9'; ++p) {
-      if (e < 100000000) e = e * 10 + (*p - '0');
-    }
-    exponent10 += negative ? -e : e;
-  }
-  return exponent10 > 0;
-}
-
 template <class Float>
 Float parse_floating(char const* text, std::size_t length) {
   char const* first = text;
@@ -123,12 +93,7 @@ Float parse_floating(char const* text, std::size_t length) {
     if (first != last && (*first == '+' || *first == '-')) return 0;
   }
   Float value = 0;
-  auto const result = std::from_chars(first, last, value, std::chars_format::general);
-  if (result.ec == std::errc::result_out_of_range) {
-    value = beyond_range_is_large(first, last) ? std::numeric_limits<Float>::infinity() : 0;
-  } else if (result.ec != std::errc()) {
-    return 0;
-  }
+  if (internal::read_decimal(first, last, value).ec != std::errc()) return 0;
   return negative ? -value : value;
 }
 

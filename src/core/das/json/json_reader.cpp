@@ -27,6 +27,7 @@
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/variant_bag_buddy.hpp"
 #include "core/das/include/vb_helper.hpp"
+#include "core/miscellaneous/include/decimal.hpp"
 
 namespace quillon2::json {
 
@@ -144,12 +145,8 @@ bool Handler::Double(double value) {
       char const* end = begin;
       while (*end != 0 && std::strchr("0123456789+-.eE", *end) != nullptr) ++end;
       double exact = 0;
-      auto const [stop, ec] = std::from_chars(begin, end, exact);
-      if (ec == std::errc() && stop == end) {
-        value = exact;
-      } else if (ec == std::errc::result_out_of_range && std::abs(value) < 1.0) {
-        value = *begin == '-' ? -0.0 : 0.0;  // below the smallest double
-      }
+      auto const [stop, ec] = internal::read_decimal(begin, end, exact);
+      if (ec == std::errc() && stop == end) value = exact;
     }
     return scalar(variant_t(value));
   });
