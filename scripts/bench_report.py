@@ -8,6 +8,10 @@ of the two sides (empty for a single run).
 
     bench_report.py RESULTS.json GOALS.tsv [--check]
 
+A goal whose peer is "scale" is a flatness check of one family of ours run at several
+sizes: the time of one item (one lookup, one byte) at the largest size over that at the
+smallest.
+
 The last line counts the goals met and missed. With --check the exit status is 1 when a
 goal is missed by more than 10%, so that a regression stops a script at once.
 """
@@ -24,6 +28,7 @@ def main(result_path, goals_path, check=False):
         data = json.load(f)
     times = {}
     spreads = {}
+    per_item = defaultdict(dict)  # family -> {size: seconds per item} of ours
     for b in data["benchmarks"]:
         aggregate = b.get("aggregate_name") if b.get("run_type") == "aggregate" else None
         if aggregate not in (None, "median", "cv"):
@@ -37,6 +42,9 @@ def main(result_path, goals_path, check=False):
             spreads[(family, impl, args)] = b["real_time"]
             continue
         times[(family, impl, args)] = b["real_time"] * UNITS[b["time_unit"]]
+        rate = b.get("items_per_second") or b.get("bytes_per_second")
+        if impl == "ours" and rate and args.isdigit():
+            per_item[family][int(args)] = 1.0 / rate
 
     goals = {}
     with open(goals_path) as f:
@@ -71,6 +79,18 @@ def main(result_path, goals_path, check=False):
                 failing += ratio > goal[0] * TOLERANCE
                 verdict = f"<= {goal[0]:g} {'met' if ok else 'MISSED'}  {goal[1]}"
             print(f"{family:<28} {args:<12} {peer:<18} {ours:>10.1f}ns {t:>10.1f}ns {ratio:>7.2f} {spread_text:>7}  {verdict}")
+    for (family, peer), (goal, text) in sorted(goals.items()):
+        sizes = per_item.get(family, {})
+        if peer != "scale" or len(sizes) < 2:
+            continue
+        small, large = min(sizes), max(sizes)
+        ratio = sizes[large] / sizes[small]
+        ok = ratio <= goal
+        met += ok
+        missed += not ok
+        failing += ratio > goal * TOLERANCE
+        print(f"{family:<28} {f'{small}->{large}':<12} {'scale':<18} {sizes[small] * 1e9:>10.2f}ns "
+              f"{sizes[large] * 1e9:>10.2f}ns {ratio:>7.2f} {'':>7}  <= {goal:g} {'met' if ok else 'MISSED'}  {text}")
     print(f"\n{met} goal(s) met, {missed} missed ({failing} by more than 10%)")
     return 1 if check and failing else 0
 
