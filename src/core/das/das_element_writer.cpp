@@ -1,6 +1,8 @@
-// The element form of bags, written with libxml2's text writer. The writer walks the bag
-// with an explicit stack, so that the depth of a bag in memory never reaches the depth of
-// the call stack.
+// The element form of bags, printed straight into one UTF-8 buffer in the layout of an
+// indenting XML writer: one element a line, one blank of indent a level, empty elements
+// closed with "/>", text inside its element's line. The writer walks the bag with an
+// explicit stack, so that the depth of a bag in memory never reaches the depth of the
+// call stack.
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -8,10 +10,6 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
-
-#include <libxml/parser.h>
-#include <libxml/tree.h>
-#include <libxml/xmlwriter.h>
 
 #include <quillon2/das/das_proxy.hpp>
 #include <quillon2/das/notype_ptr.hpp>
@@ -43,12 +41,73 @@ using internal::k_max_text_bytes;
 
 constexpr char k_hex_digits[] = "0123456789abcdef";
 
-xmlChar const* xml_text(char const* text) { return reinterpret_cast<xmlChar const*>(text); }
+// Prints elements into `out`. An element's start tag stays open until its first child
+// or its text comes, or it ends as an empty element.
+class printer_t {
+ public:
+  explicit printer_t(std::string& out) : m_out(out) {}
 
-// Writes a bag as the children of the element that is open in the text writer.
+  void declaration() { m_out.append("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"); }
+  void start(char const* name, std::size_t length) {
+    if (m_open) m_out.append(">\n", 2);
+    m_out.append(m_names.size(), ' ');
+    m_out += '<';
+    m_out.append(name, length);
+    m_names.emplace_back(name, length);
+    m_open = true;
+  }
+  // An attribute of the open start tag; `value` is UTF-8, escaped here.
+  void attribute(char const* name, char const* value) {
+    m_out += ' ';
+    m_out.append(name);
+    m_out.append("=\"", 2);
+    for (char const* p = value; *p != '\0'; ++p) {
+      switch (*p) {
+        case '<': m_out.append("&lt;", 4); break;
+        case '>': m_out.append("&gt;", 4); break;
+        case '&': m_out.append("&amp;", 5); break;
+        case '"': m_out.append("&quot;", 6); break;
+        case '\t': m_out.append("&#9;", 4); break;
+        case '\n': m_out.append("&#10;", 5); break;
+        case '\r': m_out.append("&#13;", 5); break;
+        default: m_out += *p;
+      }
+    }
+    m_out += '"';
+  }
+  // Text that is ready for the document, as it stands.
+  void text(char const* data, std::size_t size) {
+    if (m_open) m_out += '>';
+    m_open = false;
+    m_out.append(data, size);
+    m_indent_end = false;
+  }
+  void end() {
+    if (m_open) {
+      m_out.append("/>", 2);
+      m_open = false;
+    } else {
+      if (m_indent_end) m_out.append(m_names.size() - 1, ' ');
+      m_out.append("</", 2);
+      m_out.append(m_names.back());
+      m_out += '>';
+    }
+    m_indent_end = true;
+    m_out += '\n';
+    m_names.pop_back();
+  }
+
+ private:
+  std::string& m_out;
+  std::vector<std::string> m_names;  // of the open elements, outermost first
+  bool m_open = false;               // the innermost start tag still takes attributes
+  bool m_indent_end = true;          // its end tag goes on a line of its own
+};
+
+// Writes a bag as the children of the element that is open in the printer.
 class element_writer_t {
  public:
-  explicit element_writer_t(xmlTextWriterPtr writer) : m_writer(writer) {}
+  explicit element_writer_t(std::string& out) : m_printer(out) {}
 
   // The whole document: declaration, "root", the bag.
   int write_document(variant_bag_t const& bag);
@@ -69,13 +128,15 @@ class element_writer_t {
     return DAS_E_FAIL;
   }
   bool start_element(wchar_t const* name);
-  bool attribute(char const* name, char const* value);
+  bool attribute(char const* name, char const* value) {
+    m_printer.attribute(name, value);
+    return true;
+  }
   bool wide_attribute(char const* name, wchar_t const* value);
   bool end_element();
-  // Text that is ready for the document, as it stands.
   bool write_raw(std::string const& text) {
-    return xmlTextWriterWriteRawLen(m_writer, xml_text(text.data()),
-                                    static_cast<int>(text.size())) >= 0;
+    m_printer.text(text.data(), text.size());
+    return true;
   }
   int write_value(wchar_t const* name, variant_t const& value);
   int write_blob(variant_t const& value);
@@ -83,7 +144,7 @@ class element_writer_t {
   // whether the element stays open for that data.
   int start_pointer(wchar_t const* name, variant_t const& value, variant_bag_t& data, bool& open);
 
-  xmlTextWriterPtr m_writer;
+  printer_t m_printer;
   std::size_t m_depth = 0;
   std::string m_scratch;
   std::vector<unsigned char> m_bytes;
@@ -105,13 +166,9 @@ bool element_writer_t::start_element(wchar_t const* name) {
     m_why = "an entry name too long for a document";
     return false;
   }
-  if (xmlTextWriterStartElement(m_writer, xml_text(m_scratch.c_str())) < 0) return false;
+  m_printer.start(m_scratch.data(), m_scratch.size());
   ++m_depth;
   return true;
-}
-
-bool element_writer_t::attribute(char const* name, char const* value) {
-  return xmlTextWriterWriteAttribute(m_writer, xml_text(name), xml_text(value)) >= 0;
 }
 
 bool element_writer_t::wide_attribute(char const* name, wchar_t const* value) {
@@ -129,7 +186,8 @@ bool element_writer_t::wide_attribute(char const* name, wchar_t const* value) {
 
 bool element_writer_t::end_element() {
   --m_depth;
-  return xmlTextWriterEndElement(m_writer) >= 0;
+  m_printer.end();
+  return true;
 }
 
 int element_writer_t::write_blob(variant_t const& value) {
@@ -288,17 +346,12 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
 }
 
 int element_writer_t::write_document(variant_bag_t const& bag) {
-  if (xmlTextWriterSetIndent(m_writer, 1) < 0 ||
-      xmlTextWriterStartDocument(m_writer, nullptr, "UTF-8", nullptr) < 0 ||
-      xmlTextWriterStartElement(m_writer, xml_text("root")) < 0) {
-    return DAS_E_FAIL;
-  }
+  m_printer.declaration();
+  m_printer.start("root", 4);
   m_depth = 1;
   int const result = write_bag(bag);
   if (das_failed(result)) return result;
-  if (xmlTextWriterEndElement(m_writer) < 0 || xmlTextWriterEndDocument(m_writer) < 0) {
-    return DAS_E_FAIL;
-  }
+  m_printer.end();
   return DAS_OK;
 }
 
@@ -310,17 +363,8 @@ int internal::write_element_form(variant_bag_t const& bag, std::string& out, std
   static std::atomic<std::size_t> last_size{0};
   out.clear();
   out.reserve(std::max<std::size_t>(65536, last_size.load(std::memory_order_relaxed)));
-  // The writer prints straight into `out`; libxml2 flushes its own buffer into it in
-  // chunks, and on closing.
-  auto const append = [](void* context, char const* data, int size) {
-    static_cast<std::string*>(context)->append(data, static_cast<std::size_t>(size));
-    return size;
-  };
-  xmlTextWriterPtr writer = new_callback_writer(append, &out);
-  if (writer == nullptr) return DAS_E_FAIL;
-  element_writer_t element_writer(writer);
+  element_writer_t element_writer(out);
   int const result = element_writer.write_document(bag);
-  xmlFreeTextWriter(writer);
   why = element_writer.why();
   if (das_failed(result)) {
     out.clear();
