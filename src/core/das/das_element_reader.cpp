@@ -1,16 +1,12 @@
 // The element form of bags, read from libxml2's tree. The reader recurses, but only as
 // deep as libxml2 lets a document nest (its default limit, which is never lifted).
-#include <algorithm>
-#include <atomic>
 #include <cstring>
-#include <deque>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
-#include <libxml/xmlwriter.h>
 
 #include <quillon2/das/das_proxy.hpp>
 #include <quillon2/das/notype_ptr.hpp>
@@ -24,21 +20,11 @@
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
-#include "core/file_system/include/atomic_save.hpp"
-#include "core/miscellaneous/include/logging.hpp"
 
 namespace quillon2 {
 namespace {
 
-using internal::blob_text_length;
 using internal::text_type_t;
-
-// The limits of what libxml2 reads back. The writer refuses anything larger, so that every
-// saved document loads, and the reader refuses it too, so that everything loaded can be
-// saved again. A text is measured in UTF-8 bytes, unescaped; "root" is level 1.
-using internal::k_max_element_depth;
-using internal::k_max_name_bytes;
-using internal::k_max_text_bytes;
 
 // Read options: entities are substituted. Small texts are stored inside their nodes
 // (XML_PARSE_COMPACT), which saves allocations and changes nothing that the reader sees,
@@ -115,7 +101,7 @@ bool element_reader_t::name_within_limits(xmlNode const* node) {
   if (node->ns != nullptr && node->ns->prefix != nullptr) {
     length += text_length(node->ns->prefix) + 1;
   }
-  return length <= k_max_name_bytes;
+  return length <= internal::k_max_name_bytes;
 }
 
 // Hexadecimal digits, two to a byte; every character that is neither a letter nor a
@@ -185,8 +171,8 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       std::wstring ptr_type;
       xmlChar const* type_id_text = attribute_text(node, "type_id");
       xmlChar const* ptr_type_text = attribute_text(node, "ptr_type");
-      if (text_length(type_id_text) > k_max_text_bytes ||
-          text_length(ptr_type_text) > k_max_text_bytes) {
+      if (text_length(type_id_text) > internal::k_max_text_bytes ||
+          text_length(ptr_type_text) > internal::k_max_text_bytes) {
         m_why = "a type name longer than a save may write";
         return DAS_E_FAIL;
       }
@@ -217,7 +203,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     }
     char const* s = reinterpret_cast<char const*>(text);
     std::size_t const length = text_length(text);
-    if (length > k_max_text_bytes) {
+    if (length > internal::k_max_text_bytes) {
       m_why = "a text longer than a save may write";
       return DAS_E_FAIL;
     }
@@ -227,7 +213,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
         m_why = "a blob with an odd number of hexadecimal digits";
         return DAS_E_FAIL;
       }
-      if (blob_text_length(m_bytes.size()) > k_max_text_bytes) {
+      if (internal::blob_text_length(m_bytes.size()) > internal::k_max_text_bytes) {
         m_why = "a blob larger than a save may write";
         return DAS_E_FAIL;
       }

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <deque>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <quillon2/das/das_proxy.hpp>
@@ -21,10 +20,7 @@
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/element_form.hpp"
 #include "core/das/include/variant_text.hpp"
-#include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
-#include "core/file_system/include/atomic_save.hpp"
-#include "core/miscellaneous/include/logging.hpp"
 
 namespace quillon2 {
 namespace {
