@@ -1,19 +1,12 @@
 // Shared handles and redirections: the text form in a real child, reads and writes on
 // pipes (a reader that went away, interrupted calls, a wake during a read), the file
 // redirections and their errors, and a parent that runs with its standard streams closed.
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <quillon2/quillon2.hpp>
+#include <cstring>
 
 #include "process_test_support.hpp"
 #include "support/temp_dir.hpp"
@@ -23,20 +16,8 @@ namespace {
 namespace q2 = quillon2;
 namespace qp = quillon2::process;
 
-// A pipe whose ends are shared handles.
-struct pipe_t {
-  pipe_t() {
-    int fds[2];
-    EXPECT_EQ(::pipe(fds), 0);
-    read_end = qp::ISharedFileHandle::deserialize(std::to_wstring(fds[0]));
-    write_end = qp::ISharedFileHandle::deserialize(std::to_wstring(fds[1]));
-  }
-  q2::sptr_t<qp::ISharedFileHandle> read_end, write_end;
-};
-
-std::string error_text(q2::error_code_t const& code) {
-  return code.failed() ? code.pass()->text : std::string();
-}
+using q2test::error_text;
+using q2test::pipe_t;
 
 TEST(SharedFileHandle, TextFormNamesTheDescriptor) {
   pipe_t pipe;
