@@ -101,7 +101,7 @@ TEST(XslFunctions, FailuresStopTheExpression) {
   EXPECT_EQ(visitor.m_finishes, (std::vector<bool>{false, false, false}));
 }
 
-TEST(XslVisitor, SeesStartProgressMessagesAndFinish) {
+TEST(XslVisitor, SeesStartProgressMessagesAndFinishAndStops) {
   auto xsl = ql2::xsl_t::create();
   q2test::recording_visitor_t visitor;
   xsl->set_visitor(&visitor);
@@ -119,23 +119,15 @@ TEST(XslVisitor, SeesStartProgressMessagesAndFinish) {
   // A message's closing line feed comes alone, and a lone line feed is not passed on.
   EXPECT_EQ(visitor.m_messages, "seenseenseen");
   EXPECT_EQ(visitor.m_finishes, std::vector<bool>{true});
-}
 
-TEST(XslVisitor, StopEndsTheRun) {
-  auto xsl = ql2::xsl_t::create();
-  q2test::recording_visitor_t visitor;
-  visitor.m_stop_after = 3;
-  xsl->set_visitor(&visitor);
+  // Stopping ends the run.
   std::string many = "<r>";
   for (int i = 0; i < 1000; ++i) many += "<i/>";
   ASSERT_TRUE(xsl->set_xml((many + "</r>").c_str()));
-  ASSERT_TRUE(xsl->set_stylesheet(
-      text_sheet("<xsl:for-each select='r/i'><xsl:value-of select='position()'/>,</xsl:for-each>")
-          .c_str()));
-  std::string const out = run(xsl, 0x40000001);
-  EXPECT_EQ(visitor.m_progress, 3);
-  EXPECT_LT(out.size(), 20u);
-  EXPECT_EQ(visitor.m_finishes, std::vector<bool>{false});
+  visitor.m_stop_after = visitor.m_progress + 3;
+  EXPECT_LT(run(xsl, 0x40000001).size(), 20u);
+  EXPECT_EQ(visitor.m_progress, visitor.m_stop_after);
+  EXPECT_EQ(visitor.m_finishes, (std::vector<bool>{true, false}));
 }
 
 TEST(XslReader, SuppliesInputImportAndDocument) {
@@ -164,8 +156,6 @@ TEST(XslReader, SuppliesInputImportAndDocument) {
     // What the factory does not claim is refused: no other scheme is fetched.
     q2test::assert_recorder_t asserts;
     EXPECT_FALSE(xsl->set_xml_path(L"mem://x/unknown.xml"));
-    EXPECT_FALSE(xsl->set_xml_path(L"http://127.0.0.1:9/in.xml"));
-    EXPECT_NE(visitor.m_messages.find("cannot load http://127.0.0.1:9/in.xml"), std::string::npos);
     EXPECT_NE(visitor.m_messages.find("cannot load mem://x/unknown.xml"), std::string::npos);
   }
   // The object put the thread's previous (no) reader back.

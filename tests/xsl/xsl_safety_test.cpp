@@ -3,8 +3,7 @@
 // visitor and content factory.
 #include <unistd.h>
 
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include "support/assert_recorder.hpp"
@@ -15,26 +14,7 @@ namespace ql2 = quillon2;
 using q2test::run;
 using q2test::text_sheet;
 
-namespace {
-
 using XslSafety = q2test::temp_dir_test;
-
-// Lets two threads start their runs together.
-class start_line_t {
- public:
-  void arrive_and_wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    if (++m_arrived == 2) m_ready.notify_all();
-    m_ready.wait(lock, [this] { return m_arrived >= 2; });
-  }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_ready;
-  int m_arrived = 0;
-};
-
-}  // namespace
 
 TEST_F(XslSafety, WritingFilesAndDirectoriesNeedsConsent) {
   auto xsl = ql2::xsl_t::create();
@@ -114,8 +94,9 @@ TEST_F(XslSafety, EndlessRecursionAndExponentialWorkEndWithAnError) {
 }
 
 TEST(XslThreads, TwoThreadsWithTheirOwnVisitorsAndFactories) {
-  start_line_t start;
-  auto const work = [&start](std::string tag, std::string& failures) {
+  std::promise<void> go;  // lets the two threads start their runs together
+  std::shared_future<void> const start = go.get_future().share();
+  auto const work = [start](std::string tag, std::string& failures) {
     q2test::map_factory_t factory({{"mem://in.xml", "<r t='" + tag + "'><i/><i/></r>"},
                                    {"mem://lib.xsl",
                                     R"~(<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform">
@@ -128,7 +109,7 @@ TEST(XslThreads, TwoThreadsWithTheirOwnVisitorsAndFactories) {
               xsl->set_stylesheet(text_sheet("<xsl:apply-templates select='r/i'/>",
                                         "<xsl:include href='mem://lib.xsl'/>")
                                       .c_str());
-    start.arrive_and_wait();
+    start.wait();
     for (int i = 0; ok && i < 50; ++i) {
       std::string out;
       if (xsl->transform(out) != 1 || out != "\n" + tag + tag + "\n") failures += "bad run;";
@@ -140,6 +121,7 @@ TEST(XslThreads, TwoThreadsWithTheirOwnVisitorsAndFactories) {
   std::string failures_a, failures_b;
   std::thread a(work, "A", std::ref(failures_a));
   std::thread b(work, "B", std::ref(failures_b));
+  go.set_value();
   a.join();
   b.join();
   EXPECT_EQ(failures_a, "");
