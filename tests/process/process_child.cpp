@@ -3,8 +3,9 @@
 //   write OUT ERR      writes OUT bytes to stdout and ERR bytes to stderr, interleaved,
 //                      byte i of each stream being i % 251
 //   fds                prints the numbers of its open descriptors: "0 1 2"
-//   handle TEXT MSG    opens the inherited handle TEXT and writes MSG to it, then
-//                      " cloexec" if the handle is now close-on-exec
+//   handle TEXT MSG    prints its descriptors as fds does, opens the inherited handle
+//                      TEXT and writes MSG to it, then " cloexec" if the handle is now
+//                      close-on-exec
 //   closed-std         closes 0, 1 and 2, starts a shell with both output streams into
 //                      callbacks and exits 0 if that child saw /dev/null as its input and
 //                      two distinct pipes as its output streams
@@ -79,6 +80,8 @@ int main(int argc, char** argv) {
   if (mode == "write" && argc == 4) return write_streams(std::atol(argv[2]), std::atol(argv[3]));
   if (mode == "fds") return list_fds();
   if (mode == "handle" && argc == 4) {
+    list_fds();
+    std::fflush(stdout);
     auto handle = qp::ISharedFileHandle::deserialize(kesmet2::utf8_to_utf16(argv[2]));
     if (!handle) return 20;
     std::string text = argv[3];
