@@ -69,7 +69,7 @@ TEST(XPath, NodeAttributeAndTextResultsAreTheBagsOwn) {
   }
 }
 
-TEST(XPath, EdgeCasesOfNamesAndTexts) {
+TEST(XPath, EdgeCasesOfNamesTextsAndHiddenEntries) {
   variant_bag_t nameless;
   nameless.add<variant_t>(L"a", variant_t(1));
   nameless.add<variant_t>(L"a", variant_t(2));
@@ -111,18 +111,17 @@ TEST(XPath, EdgeCasesOfNamesAndTexts) {
   EXPECT_EQ(odd.get<variant_t>(L"a b"), spaced.get_properties()[0]);
   EXPECT_EQ(L"<&>", text(ox.select(L"string(//@*)").get_value()));
   EXPECT_EQ(3.0, ox.select(L"count(//*)").get_value().get<double>());
-}
 
-TEST(XPath, HiddenEntriesAreNotMirroredAndValuesPrecedeChildren) {
+  // Hidden entries are not mirrored, and values come before children.
   variant_bag_t bag;
   bag.add_variant_bag(L"child", variant_bag_t());
   bag.add_variant_bag(L"#secret", variant_bag_t());
   bag.add<variant_t>(L"#hidden", variant_t(1));
   bag.add<variant_t>(L"", variant_t(L"t"));
-  xpath_t const xp = ql2::variant_bag_xpath(bag);
-  EXPECT_EQ(1.0, xp.select(L"count(/bag/*)").get_value().get<double>());
-  EXPECT_EQ(0.0, xp.select(L"count(//@*)").get_value().get<double>());
-  EXPECT_TRUE(xp.select(L"boolean(/bag/text()/following-sibling::child)").get_value().get<bool>());
+  xpath_t const hx = ql2::variant_bag_xpath(bag);
+  EXPECT_EQ(1.0, hx.select(L"count(/bag/*)").get_value().get<double>());
+  EXPECT_EQ(0.0, hx.select(L"count(//@*)").get_value().get<double>());
+  EXPECT_TRUE(hx.select(L"boolean(/bag/text()/following-sibling::child)").get_value().get<bool>());
 }
 
 TEST(XPath, ErrorsGoToTheResultNotToStandardError) {
@@ -132,9 +131,7 @@ TEST(XPath, ErrorsGoToTheResultNotToStandardError) {
   for (wchar_t const* bad : {L"/root[", L"unknown(1)", L"$nothing", L"//@", L"1 +"}) {
     auto const r = xp.select(bad);
     EXPECT_EQ(1u, r.get_error()) << bad;
-    EXPECT_TRUE(r.get_nodes().empty());
-    EXPECT_TRUE(r.get_properties().empty());
-    EXPECT_EQ(ql2::vtNull, r.get_value().get_type());
+    EXPECT_TRUE(r.get_nodes().empty() && r.get_properties().empty() && r.get_value().get_type() == ql2::vtNull);
   }
   EXPECT_EQ("", testing::internal::GetCapturedStderr());
   EXPECT_EQ(0u, xp.select(L"/root").get_error());  // the mirror serves on
@@ -160,19 +157,12 @@ TEST(XPath, AQueryOverItsOperationLimitStops) {
   EXPECT_EQ(100u, xp.select(L"//c").get_nodes().size());
 }
 
-TEST(XPath, ResultsOutliveTheirMirrorAndManyQueriesShareOne) {
+TEST(XPath, ResultsOutliveTheirMirrorAndWideBagsMirror) {
   variant_bag_t bag;
   for (int i = 0; i < 200; ++i) bag.add_variant_bag(L"c", variant_bag_t()).add<variant_t>(L"i", i);
   ql2::xpath_result_t<variant_bag_t, variant_t> kept(nullptr, L"");
   {
-    xpath_t const xp = ql2::variant_bag_xpath(bag);
-    auto child = bag.begin<variant_bag_t>();
-    for (int i = 0; i < 200; ++i, child.next()) {
-      auto const r = xp.select((L"/bag/c[@i=" + std::to_wstring(i) + L"]/@i").c_str());
-      ASSERT_EQ(1u, r.get_properties().size());
-      ASSERT_EQ(child.get_value().get<variant_t>(L"i"), r.get_properties()[0]);
-    }
-    kept = xp.select(L"//c[@i >= 190]");
+    kept = ql2::variant_bag_xpath(bag).select(L"//c[@i >= 190]");
   }
   ASSERT_EQ(10u, kept.get_nodes().size());
   EXPECT_EQ(190, kept.get_nodes()[0]->get<variant_t>(L"i")->get<int>());
