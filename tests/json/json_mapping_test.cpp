@@ -67,8 +67,8 @@ TEST(JsonShapes, LoadThenSave) {
   EXPECT_EQ(scalars.count<variant_bag_t>(L"item"), 2u);
   EXPECT_EQ(*scalars.get<variant_bag_t>(L"item")->get<variant_t>(L""), variant_t(1u));
   EXPECT_TRUE(load(R"({"o":{}})").get<variant_bag_t>(L"o")->is_empty());
-  EXPECT_EQ(std::wstring(load(R"({"a":"\ud83d\ude00"})").get<variant_t>(L"a")->get<const wchar_t*>()),
-            L"\U0001F600");
+  variant_bag_t const pair = load(R"({"a":"\ud83d\ude00"})");
+  EXPECT_EQ(std::wstring(pair.get<variant_t>(L"a")->get<const wchar_t*>()), L"\U0001F600");
 }
 
 TEST(JsonShapes, WhatTheWriterMakesOfBags) {
@@ -92,7 +92,8 @@ TEST(JsonShapes, WhatTheWriterMakesOfBags) {
   EXPECT_EQ(save(odd), "[]");
   // Wide text that is no Unicode is written as U+FFFD.
   odd = variant_bag_t();
-  odd.add<variant_t>(L"s", variant_t(std::wstring{L'a', static_cast<wchar_t>(0xD800), L'b'}.c_str()));
+  std::wstring const lone{L'a', static_cast<wchar_t>(0xD800), L'b'};
+  odd.add<variant_t>(L"s", variant_t(lone.c_str()));
   EXPECT_EQ(save(odd), "{\"s\":\"a\xEF\xBF\xBD" "b\"}");
 }
 
@@ -103,10 +104,12 @@ TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
       {variant_t(bound), R"({"value":"9007199254740991","type":"bigInt"})"},
       {variant_t(-bound + 1), "-9007199254740990"},
       {variant_t(-bound), R"({"value":"-9007199254740991","type":"bigInt"})"},
-      {variant_t(std::numeric_limits<s64_t>::min()), R"({"value":"-9223372036854775808","type":"bigInt"})"},
+      {variant_t(std::numeric_limits<s64_t>::min()),
+       R"({"value":"-9223372036854775808","type":"bigInt"})"},
       {variant_t(static_cast<u64_t>(bound - 1)), "9007199254740990"},
       {variant_t(static_cast<u64_t>(bound)), R"({"value":"9007199254740991","type":"bigInt"})"},
-      {variant_t(std::numeric_limits<u64_t>::max()), R"({"value":"18446744073709551615","type":"bigInt"})"}};
+      {variant_t(std::numeric_limits<u64_t>::max()),
+       R"({"value":"18446744073709551615","type":"bigInt"})"}};
   for (auto const& [value, text] : cases) {
     variant_bag_t bag;
     bag.add<variant_t>(L"n", value);
@@ -119,30 +122,30 @@ TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
   std::pair<wchar_t const*, das_variant_type_t> const types[] = {
       {L"u", vtUInt},   {L"s", vtSInt},   {L"u64", vtUInt64},   {L"s64", vtSInt64},
       {L"d", vtDouble}, {L"e", vtDouble}, {L"over", vtDouble}};
-  for (auto const& [name, type] : types) EXPECT_EQ(n.get<variant_t>(name)->get_type(), type) << name;
+  for (auto const& [name, type] : types) {
+    EXPECT_EQ(n.get<variant_t>(name)->get_type(), type) << name;
+  }
   EXPECT_EQ(*n.get<variant_t>(L"max"), variant_t(std::numeric_limits<u64_t>::max()));
   for (wchar_t const* zero : {L"z", L"nz", L"tiny"}) EXPECT_EQ(*n.get<variant_t>(zero), variant_t(0.0));
   EXPECT_TRUE(std::signbit(n.get<variant_t>(L"nz")->get<double>()));
 }
 
 TEST(JsonRoundTrip, EveryWritableTypeBothForms) {
+  std::pair<wchar_t const*, variant_t> const values[] = {
+      {L"bool", variant_t(true)}, {L"sbyte", variant_t(static_cast<signed char>(-8))},
+      {L"ubyte", variant_t(static_cast<unsigned char>(200))},
+      {L"sshort", variant_t(static_cast<short>(-300))},
+      {L"ushort", variant_t(static_cast<unsigned short>(60000))},
+      {L"sint", variant_t(std::numeric_limits<int>::min())},
+      {L"uint", variant_t(std::numeric_limits<unsigned>::max())},
+      {L"sint64", variant_t(static_cast<s64_t>(-1234567890123))},
+      {L"uint64", variant_t(static_cast<u64_t>(1234567890123))}, {L"float", variant_t(0.1f)},
+      {L"double", variant_t(std::numeric_limits<double>::max())},
+      {L"tiny", variant_t(std::numeric_limits<double>::denorm_min())},
+      {L"text", variant_t(L"quote \" slash \\ tab \t nl \n \u00e9 \u65e5 \U0001F600")},
+      {L"by_ref", variant_t(L"ref", true)}, {L"control", variant_t(L"\x01\x1f")}, {L"null", variant_t()}};
   variant_bag_t bag;
-  bag.add<variant_t>(L"bool", variant_t(true));
-  bag.add<variant_t>(L"sbyte", variant_t(static_cast<signed char>(-8)));
-  bag.add<variant_t>(L"ubyte", variant_t(static_cast<unsigned char>(200)));
-  bag.add<variant_t>(L"sshort", variant_t(static_cast<short>(-300)));
-  bag.add<variant_t>(L"ushort", variant_t(static_cast<unsigned short>(60000)));
-  bag.add<variant_t>(L"sint", variant_t(std::numeric_limits<int>::min()));
-  bag.add<variant_t>(L"uint", variant_t(std::numeric_limits<unsigned>::max()));
-  bag.add<variant_t>(L"sint64", variant_t(static_cast<s64_t>(-1234567890123)));
-  bag.add<variant_t>(L"uint64", variant_t(static_cast<u64_t>(1234567890123)));
-  bag.add<variant_t>(L"float", variant_t(0.1f));
-  bag.add<variant_t>(L"double", variant_t(std::numeric_limits<double>::max()));
-  bag.add<variant_t>(L"tiny", variant_t(std::numeric_limits<double>::denorm_min()));
-  bag.add<variant_t>(L"text", variant_t(L"quote \" slash \\ tab \t nl \n \u00e9 \u65e5 \U0001F600"));
-  bag.add<variant_t>(L"by_ref", variant_t(L"ref", true));
-  bag.add<variant_t>(L"control", variant_t(L"\x01\x1f"));
-  bag.add<variant_t>(L"null", variant_t());
+  for (auto const& [name, value] : values) bag.add<variant_t>(name, value);
   variant_bag_t& child = bag.add_variant_bag(L"child", variant_bag_t());
   child.add<variant_t>(L"\U0001F600 key", variant_t(L"\U00010000\U0010FFFF"));
   child.add_variant_bag(L"", variant_bag_t()).add<variant_t>(L"deep", variant_t(1));

@@ -60,9 +60,8 @@ int closed_standard_streams() {
   auto child = qp::IProcess::create();
   child->registerReadingCallback(1, out);
   child->registerReadingCallback(2, q2test::make_collector());
-  if (!q2test::run(child, L"/bin/sh", {L"-c", L"readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2"})
-           .is_ok())
-    return 12;
+  std::wstring const script = L"readlink /proc/$$/fd/0 /proc/$$/fd/1 /proc/$$/fd/2";
+  if (!q2test::run(child, L"/bin/sh", {L"-c", script}).is_ok()) return 12;
   child->join();
   std::istringstream lines(out->data());
   std::string in_link, out_link, err_link;

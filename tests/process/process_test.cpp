@@ -19,8 +19,12 @@ using q2test::run;
 
 TEST(Quote, ArgumentsForACommandLine) {
   std::pair<wchar_t const*, wchar_t const*> const cases[] = {
-      {L"word", L"word"}, {L"", L""}, {L"two words", L"\"two words\""},
-      {L"say \"hi\"", L"\"say \\\"hi\\\"\""}, {L"a b\\", L"\"a b\\\\\""}, {L"a b\\\\", L"\"a b\\\\\""}};
+      {L"word", L"word"},
+      {L"", L""},
+      {L"two words", L"\"two words\""},
+      {L"say \"hi\"", L"\"say \\\"hi\\\"\""},
+      {L"a b\\", L"\"a b\\\\\""},
+      {L"a b\\\\", L"\"a b\\\\\""}};
   for (auto const& [in, out] : cases) EXPECT_EQ(qp::quote(in), out) << in;
 }
 
@@ -134,7 +138,8 @@ TEST(Process, ChildStartsWithEmptyMaskAndDefaultDispositions) {
   struct sigaction ignore {}, previous;
   ignore.sa_handler = SIG_IGN;
   sigaction(SIGUSR1, &ignore, &previous);
-  std::string const status = q2test::output_of(L"grep", {L"-E", L"^Sig(Blk|Ign)", L"/proc/self/status"});
+  std::string const status =
+      q2test::output_of(L"grep", {L"-E", L"^Sig(Blk|Ign)", L"/proc/self/status"});
   sigaction(SIGUSR1, &previous, nullptr);
   pthread_sigmask(SIG_SETMASK, &old, nullptr);
   unsigned long long blocked = ~0ull, ignored = ~0ull;

@@ -11,7 +11,8 @@
 namespace q2test {
 
 using tree_t = quillon2::generic_tree_t<quillon2::variant_bag_t, quillon2::variant_t>;
-using const_tree_t = quillon2::generic_tree_t<quillon2::variant_bag_t const, quillon2::variant_t const>;
+using const_tree_t =
+    quillon2::generic_tree_t<quillon2::variant_bag_t const, quillon2::variant_t const>;
 
 inline std::wstring text(quillon2::variant_t const& value) {
   return value.can_get<wchar_t const*>() ? value.get<wchar_t const*>() : L"<not text>";

@@ -1,7 +1,7 @@
 // Stylesheets run through xsl_t and through the xsltproc command on the same files (EXSLT,
-// import and include, document() and an XML result): the outputs must agree, XML outputs after canonicalisation by xmllint --c14n,
-// text outputs byte for byte (ours without the line feeds that frame the text method's
-// result in this form).
+// import and include, document() and an XML result): the outputs must agree, XML outputs
+// after canonicalisation by xmllint --c14n, text outputs byte for byte (ours without the
+// line feeds that frame the text method's result in this form).
 #include <cstdio>
 #include <cstdlib>
 #include <string>

@@ -114,7 +114,8 @@ class test_function_t : public quillon2::xsl_function_base_t {
 
 inline quillon2::sptr_t<test_function_t> make_function(std::wstring name, unsigned type,
                                                        quillon2::variant_t value = {}) {
-  quillon2::sptr_t<test_function_t> f(new quillon2::ref_counted_t<test_function_t>(std::move(name), type));
+  quillon2::sptr_t<test_function_t> f(
+      new quillon2::ref_counted_t<test_function_t>(std::move(name), type));
   f->m_value = std::move(value);
   return f;
 }

@@ -118,7 +118,8 @@ TEST(XslTransform, TextOutputUnescapes) {
       {"a&lt;b", "a<b"}, {"&amp;lt;", "<"}, {"x&gt;y &amp;amp;", "x>y &amp;"}, {"&amp;#x41;", "A"},
       {"&amp;#x0041;", "A"}, {"&amp;#x7;", "&#x7;"}, {"&amp;#x12345;", "&#x12345;"}};
   for (auto const& [literal, text] : cases) {
-    ASSERT_TRUE(xsl->set_stylesheet(text_sheet("<xsl:value-of select=\"'" + std::string(literal) + "'\"/>").c_str()));
+    std::string const sheet = text_sheet("<xsl:value-of select=\"'" + std::string(literal) + "'\"/>");
+    ASSERT_TRUE(xsl->set_stylesheet(sheet.c_str()));
     EXPECT_EQ(run(xsl), "\n" + std::string(text) + "\n") << literal;
   }
   EXPECT_TRUE(xsl->set_stylesheet(text_sheet("<xsl:value-of select=\"'&amp;#xE9;'\"/>").c_str()));
