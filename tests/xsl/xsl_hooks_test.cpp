@@ -36,10 +36,8 @@ TEST(XslFunctions, ArgumentsArriveLastFirstWithNodeSetsAsBags) {
       text_sheet("<xsl:value-of select=\"exsl:f(r/*, 'w\xC3\xA9', 2.5, true()) + 1\"/>").c_str()));
   EXPECT_EQ(run(xsl), "\n8\n");
   EXPECT_EQ(f->m_order, "vvvb");
-  ASSERT_EQ(f->m_values.size(), 3u);
-  EXPECT_EQ(f->m_values[0], ql2::variant_t(true));
-  EXPECT_EQ(f->m_values[1], ql2::variant_t(2.5));
-  EXPECT_EQ(f->m_values[2], ql2::variant_t(L"w\u00e9"));
+  EXPECT_EQ(f->m_values, (std::vector<ql2::variant_t>{ql2::variant_t(true), ql2::variant_t(2.5),
+                                                      ql2::variant_t(L"w\u00e9")}));
   ASSERT_EQ(f->m_bags.size(), 1u);
   ql2::variant_bag_t const& bag = f->m_bags[0];
   EXPECT_STREQ(bag.get_name(), L"bag");
