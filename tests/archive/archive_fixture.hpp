@@ -2,7 +2,11 @@
 // streams, and the small helpers that patch or run external tools on archive files.
 #pragma once
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -12,6 +16,7 @@
 #include <quillon2/core/streams/file_mapping.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
+#include "support/assert_recorder.hpp"
 #include "support/temp_dir.hpp"
 
 namespace q2test {

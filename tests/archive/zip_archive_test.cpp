@@ -1,13 +1,7 @@
 // ZIP archives: members written, closed and read back, appending, UTF-8 names, the
 // interface's edge cases, hostile files, and archives exchanged with zip, unzip and
-// Python's zipfile.
-#include <sys/stat.h>
-
-#include <cstring>
+// Python's zipfile (which also checks the UTF-8 flag of every entry).
 #include <list>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "archive/archive_fixture.hpp"
 
@@ -41,16 +35,9 @@ class ZipArchive : public q2test::archive_test {
     EXPECT_TRUE(q2::create_zip_reader(at(name), zip).is_ok());
     return zip;
   }
-  // The bytes of the file, changed by `patch`, written back.
-  template <class Patch>
-  void patch_file(std::string const& name, Patch patch) {
-    std::string bytes = q2test::read_file(file(name));
-    patch(bytes);
-    q2test::write_file(file(name), bytes);
-  }
 };
 
-TEST_F(ZipArchive, MembersComeBackAsWrittenInEveryCompression) {
+TEST_F(ZipArchive, MembersComeBackAsWrittenInEveryCompressionWithoutSeeking) {
   std::string const big = q2test::make_text(300000);
   {
     q2::sptr_t<q2::archive_writer_t> zip;
@@ -59,9 +46,11 @@ TEST_F(ZipArchive, MembersComeBackAsWrittenInEveryCompression) {
       ASSERT_TRUE(zip->create_new_stream(name, level).is_ok());
       ASSERT_TRUE(zip->write(big.data(), 1000).is_ok());
       ASSERT_TRUE(zip->write(big.data() + 1000, big.size() - 1000).is_ok());
-      q2::u64_t size = 0;
-      ASSERT_TRUE(zip->get_size(&size).is_ok());
+      q2::u64_t size = 0, position = 0;
+      ASSERT_TRUE(zip->get_size(&size).is_ok() && zip->get_position(&position).is_ok());
       EXPECT_EQ(size, big.size());  // bytes written, not compressed
+      EXPECT_EQ(position, big.size());
+      EXPECT_EQ(zip->seek(0, 0), error::IsNot.Implemented.Function);
       ASSERT_TRUE(zip->close().is_ok());
     }
     ASSERT_TRUE(zip->create_new_stream(L"empty", 0).is_ok());
@@ -71,6 +60,15 @@ TEST_F(ZipArchive, MembersComeBackAsWrittenInEveryCompression) {
   ASSERT_TRUE(zip);
   EXPECT_EQ(names_of(*zip), (std::list<std::wstring>{L"default", L"fast", L"best", L"empty"}));
   for (std::wstring name : {L"best", L"default", L"fast"}) EXPECT_EQ(read_stream(*zip, name), big);
+  ASSERT_TRUE(zip->open_stream(L"fast").is_ok());
+  char buffer[3];
+  ASSERT_TRUE(zip->read(buffer, 3, nullptr).is_ok());
+  EXPECT_EQ(zip->seek(0, 0), error::IsNot.Implemented.Function);
+  q2::u64_t position = 0, size = 0;
+  EXPECT_TRUE(zip->get_position(&position).is_ok() && zip->get_size(&size).is_ok());
+  EXPECT_EQ(position, 3u);
+  EXPECT_EQ(size, big.size());
+  EXPECT_TRUE(zip->close().is_ok());
 
   ASSERT_TRUE(zip->open_stream(L"empty").is_ok());
   EXPECT_TRUE(zip->has_data().is_false());
@@ -83,56 +81,12 @@ TEST_F(ZipArchive, MembersComeBackAsWrittenInEveryCompression) {
   EXPECT_EQ(zip->open_stream(L"BEST"), error::FailedTo.Find.The.Stream);
 }
 
-TEST_F(ZipArchive, SeekIsRefusedAndPositionsGoOn) {
-  write_zip("s.zip", {{L"m", "hello"}});
-  auto reader = open_zip("s.zip");
-  ASSERT_TRUE(reader->open_stream(L"m").is_ok());
-  char buffer[3];
-  ASSERT_TRUE(reader->read(buffer, 3, nullptr).is_ok());
-  EXPECT_EQ(reader->seek(0, 0), error::IsNot.Implemented.Function);
-  q2::u64_t position = 0;
-  EXPECT_TRUE(reader->get_position(&position).is_ok());
-  EXPECT_EQ(position, 3u);
-  EXPECT_TRUE(reader->get_size(&position).is_ok());
-  EXPECT_EQ(position, 5u);
-
-  q2::sptr_t<q2::archive_writer_t> writer;
-  ASSERT_TRUE(q2::create_zip_writer(at("w.zip"), writer, false).is_ok());
-  ASSERT_TRUE(writer->create_new_stream(L"m", 1).is_ok());
-  ASSERT_TRUE(writer->write("hello", 5).is_ok());
-  EXPECT_EQ(writer->seek(0, 0), error::IsNot.Implemented.Function);
-  EXPECT_TRUE(writer->get_position(&position).is_ok());
-  EXPECT_EQ(position, 5u);
-}
-
-TEST_F(ZipArchive, AppendingKeepsTheMembersThatWereThere) {
-  write_zip("a.zip", {{L"one", "1"}, {L"two", "22"}});
-  write_zip("a.zip", {{L"three", "333"}}, true);
-  auto zip = open_zip("a.zip");
-  EXPECT_EQ(names_of(*zip), (std::list<std::wstring>{L"one", L"two", L"three"}));
-  EXPECT_EQ(read_stream(*zip, L"two"), "22");
-  EXPECT_EQ(read_stream(*zip, L"three"), "333");
-
-  q2::sptr_t<q2::archive_writer_t> missing;
-  EXPECT_EQ(q2::create_zip_writer(at("missing.zip"), missing, true), error::FailedTo.Access.The.Archive);
-  EXPECT_FALSE(missing);
-}
-
-TEST_F(ZipArchive, NamesAreUtf8AndLongNamesListCut) {
+TEST_F(ZipArchive, NamesAreUtf8LongNamesListCutAndImpossibleNamesRefused) {
   std::wstring const utf8_name = L"d\u00e9j\u00e0/\u65e5\u672c \U0001F600.txt";
   std::wstring const long_name(120, L'x');
   // 98 ASCII bytes and a two-byte character: the cut after 99 bytes splits it.
   std::wstring const split_name = std::wstring(98, L'y') + L"\u00e9tail";
   write_zip("u.zip", {{utf8_name, "u"}, {long_name, "long"}, {split_name, "split"}});
-
-  // Every entry carries the UTF-8 flag.
-  std::string const bytes = q2test::read_file(file("u.zip"));
-  std::size_t entries = 0;
-  for (std::size_t at = bytes.find("PK\x01\x02"); at != std::string::npos;
-       at = bytes.find("PK\x01\x02", at + 4), ++entries) {
-    EXPECT_TRUE(static_cast<unsigned char>(bytes[at + 9]) & 0x08) << "entry " << entries;
-  }
-  EXPECT_EQ(entries, 3u);
 
   auto zip = open_zip("u.zip");
   auto const names = names_of(*zip);
@@ -143,30 +97,37 @@ TEST_F(ZipArchive, NamesAreUtf8AndLongNamesListCut) {
   EXPECT_EQ(read_stream(*zip, long_name), "long");
   EXPECT_EQ(read_stream(*zip, split_name), "split");
   EXPECT_EQ(read_stream(*zip, utf8_name), "u");
+
+  // Names the format cannot hold are refused, and the writer stays usable.
+  q2::sptr_t<q2::archive_writer_t> writer;
+  ASSERT_TRUE(q2::create_zip_writer(at("n.zip"), writer, false).is_ok());
+  for (std::wstring name : {std::wstring(L"a\0b", 3), std::wstring(70000, L'n'), std::wstring()}) {
+    EXPECT_EQ(writer->create_new_stream(name, 0), error::FailedTo.Open.The.Stream);
+  }
+  EXPECT_TRUE(writer->create_new_stream(L"fine", 0).is_ok());
 }
 
-TEST_F(ZipArchive, NamesTheFormatCannotHoldAreRefused) {
-  q2::sptr_t<q2::archive_writer_t> zip;
-  ASSERT_TRUE(q2::create_zip_writer(at("n.zip"), zip, false).is_ok());
-  EXPECT_EQ(zip->create_new_stream(std::wstring(L"a\0b", 3), 0), error::FailedTo.Open.The.Stream);
-  EXPECT_EQ(zip->create_new_stream(std::wstring(70000, L'n'), 0), error::FailedTo.Open.The.Stream);
-  EXPECT_EQ(zip->create_new_stream(L"", 0), error::FailedTo.Open.The.Stream);
-  EXPECT_TRUE(zip->create_new_stream(L"fine", 0).is_ok());  // still usable
-}
+TEST_F(ZipArchive, AppendingKeepsTheMembersThatWereThereEvenNone) {
+  write_zip("a.zip", {{L"one", "1"}, {L"two", "22"}});
+  write_zip("a.zip", {{L"three", "333"}}, true);
+  auto zip = open_zip("a.zip");
+  EXPECT_EQ(names_of(*zip), (std::list<std::wstring>{L"one", L"two", L"three"}));
+  EXPECT_EQ(read_stream(*zip, L"two"), "22");
+  EXPECT_EQ(read_stream(*zip, L"three"), "333");
 
-TEST_F(ZipArchive, EmptyArchivesEnumerateNothing) {
-  { q2::sptr_t<q2::archive_writer_t> zip;
-    ASSERT_TRUE(q2::create_zip_writer(at("e.zip"), zip, false).is_ok()); }
-  auto zip = open_zip("e.zip");
+  write_zip("e.zip", {});
+  zip = open_zip("e.zip");
   ASSERT_TRUE(zip);
   EXPECT_TRUE(zip->enum_streams().at_end());
   EXPECT_EQ(zip->open_stream(L"x"), error::FailedTo.Find.The.Stream);
   EXPECT_EQ(zip->has_data(), error::IsNot.Valid.State);
-  zip = nullptr;
-  // Members added to it later are found.
   write_zip("e.zip", {{L"later", "l"}}, true);
-  zip = open_zip("e.zip");
-  EXPECT_EQ(read_stream(*zip, L"later"), "l");
+  EXPECT_EQ(read_stream(*open_zip("e.zip"), L"later"), "l");
+
+  q2::sptr_t<q2::archive_writer_t> missing;
+  EXPECT_EQ(q2::create_zip_writer(at("missing.zip"), missing, true),
+            error::FailedTo.Access.The.Archive);
+  EXPECT_FALSE(missing);
 }
 
 TEST_F(ZipArchive, ReachingFourGibibytesIsRefusedBeforeWriting) {
@@ -193,19 +154,19 @@ TEST_F(ZipArchive, HostileArchivesGiveFailuresNotCrashes) {
   ASSERT_NE(directory, std::string::npos);
 
   // A wrong CRC: the data reads, close gives the verdict.
-  q2test::write_file(file("crc.zip"), good);
-  patch_file("crc.zip", [&](std::string& b) {
-    b[14] ^= 0x5A;  // the local header and the directory agree, the data does not
-    b[directory + 16] ^= 0x5A;
-  });
+  std::string bytes = good;
+  bytes[14] ^= 0x5A;  // the local header and the directory agree, the data does not
+  bytes[directory + 16] ^= 0x5A;
+  q2test::write_file(file("crc.zip"), bytes);
   auto crc = open_zip("crc.zip");
   ASSERT_TRUE(crc->open_stream(L"m").is_ok());
   EXPECT_EQ(q2test::read_rest(*crc), content);
   EXPECT_EQ(crc->close(), error::FailedTo.Close.The.Archive);
 
   // A size that claims more than the data holds: the read that gets nothing fails.
-  q2test::write_file(file("long.zip"), good);
-  patch_file("long.zip", [&](std::string& b) { b[24] = b[directory + 26] = 0x7F; });
+  bytes = good;
+  bytes[24] = bytes[directory + 26] = 0x7F;
+  q2test::write_file(file("long.zip"), bytes);
   auto liar = open_zip("long.zip");
   ASSERT_TRUE(liar->open_stream(L"m").is_ok());
   std::string buffer(1 << 20, '\0');
@@ -265,14 +226,6 @@ TEST_F(ZipArchive, WeReadArchivesOfOtherTools) {
   ASSERT_TRUE(sfx);
   EXPECT_EQ(read_stream(*sfx, L"large.txt"), q2test::make_text(100000));
   EXPECT_EQ(read_stream(*sfx, L"small.txt"), "tiny");
-  // Python writes UTF-8 names with the flag.
-  ASSERT_EQ(run("python3 -c \"import zipfile\n"
-                "with zipfile.ZipFile('py.zip', 'w', zipfile.ZIP_DEFLATED) as z:\n"
-                "  z.writestr('\\u00fcber.txt', 'abc' * 1000)\""),
-            0);
-  auto zip = open_zip("py.zip");
-  EXPECT_EQ(names_of(*zip), std::list<std::wstring>{L"\u00fcber.txt"});
-  EXPECT_EQ(read_stream(*zip, L"\u00fcber.txt").size(), 3000u);
 }
 
 }  // namespace

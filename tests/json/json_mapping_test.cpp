@@ -2,7 +2,6 @@
 // every value type, the array convention, unwritable values, and the load contract.
 #include <cmath>
 #include <limits>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -43,131 +42,110 @@ variant_t blob(u64_t size) { return variant_t(static_cast<void const*>(nullptr),
 // The JSON text after one more load and save.
 std::string again(std::string const& text) { return save(load(text)); }
 
-TEST(JsonShapes, EmptyBagsAndNulls) {
-  EXPECT_EQ(save(variant_bag_t()), "null");
-  variant_bag_t const null_root = load("null");
-  EXPECT_FALSE(null_root.is_empty());
-  EXPECT_EQ(null_root.get<variant_t>(L"")->get_type(), vtNull);
+TEST(JsonShapes, LoadThenSave) {
+  // The stable ones keep their full form where {"":1}, {"arrayOf":null} or a value beside a
+  // child of the same name would read back as something else.
+  std::pair<char const*, char const*> const cases[] = {
+      {"42", nullptr}, {"\"t\"", nullptr}, {"1.5", nullptr}, {"[]", nullptr}, {"null", nullptr},
+      {"[1,\"a\",null,[2],{\"x\":1}]", nullptr}, {R"({"":{}})", nullptr},
+      {R"({"k":{"":{"":1}}})", nullptr}, {R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})", nullptr},
+      {R"({"n":1,"n":{}})", nullptr},
+      {R"({"n":{"value":"9007199254740991","type":"bigInt"},"n":{},"n":[]})", nullptr},
+      {R"({"o":{},"e":null})", R"({"e":null,"o":null})"},  // a null child joins the values
+      {R"({"v":1,"v":2,"n":{"x":1},"n":{"x":2}})", R"({"v":2,"n":{"x":1},"n":{"x":2}})"},
+      // After an "arrayOf" member, the object's scalars are elements named by it.
+      {R"({"a":1,"arrayOf":"row","b":2,"c":{"d":3}})", R"([2,{"d":3}])"},
+      {R"({"a":"\ud83d\ude00\u00e9\/","b":"x\u0000y","c\u0000d":1})",
+       "{\"a\":\"\xF0\x9F\x98\x80\xC3\xA9/\",\"b\":\"x\",\"c\":1}"}};
+  for (auto const& [text, saved] : cases) EXPECT_EQ(again(text), saved ? saved : text);
 
-  variant_bag_t bag;
-  bag.add_variant_bag(L"e", variant_bag_t());
-  EXPECT_EQ(save(bag), R"({"e":null})");
-  EXPECT_EQ(load(save(bag)).get<variant_t>(L"e")->get_type(), vtNull);
-
-  variant_bag_t const member = load(R"({"o":{}})");
-  ASSERT_NE(member.get<variant_bag_t>(L"o"), nullptr);
-  EXPECT_TRUE(member.get<variant_bag_t>(L"o")->is_empty());
-  EXPECT_EQ(save(member), R"({"o":null})");
-}
-
-TEST(JsonShapes, ScalarRootsArraysAndTheArrayConvention) {
-  // The last five keep their full form: as {"":1}, {"arrayOf":null} or beside a value or
-  // child of the same name they would read back as something else.
-  for (char const* text : {"42", "-7", "\"t\"", "true", "1.5", "[]", "[1,\"a\",null,[2],{\"x\":1}]",
-                           R"({"":{}})", R"({"k":{"":{"":1}}})", R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})",
-                           R"({"n":1,"n":{}})", R"({"n":{"value":"9007199254740991","type":"bigInt"},"n":{},"n":[]})"}) {
-    EXPECT_EQ(again(text), text);
-  }
+  EXPECT_EQ(load("null").get<variant_t>(L"")->get_type(), vtNull);
   variant_bag_t const empty_array = load("[]");
   EXPECT_EQ(empty_array.count<variant_t>(nullptr), 1u);
   EXPECT_EQ(std::wstring(empty_array.get<variant_t>(L"arrayOf")->get<const wchar_t*>()), L"item");
-
   variant_bag_t const scalars = load("[1,2]");
   EXPECT_EQ(scalars.count<variant_bag_t>(L"item"), 2u);
   EXPECT_EQ(*scalars.get<variant_bag_t>(L"item")->get<variant_t>(L""), variant_t(1u));
+  EXPECT_TRUE(load(R"({"o":{}})").get<variant_bag_t>(L"o")->is_empty());
+  variant_bag_t const pair = load(R"({"a":"\ud83d\ude00"})");
+  EXPECT_EQ(std::wstring(pair.get<variant_t>(L"a")->get<const wchar_t*>()), L"\U0001F600");
+}
 
-  // After an "arrayOf" member, the object's scalars are elements named by it.
-  variant_bag_t const named = load(R"({"a":1,"arrayOf":"row","b":2,"c":{"d":3}})");
-  EXPECT_EQ(named.count<variant_bag_t>(L"row"), 2u);
-  EXPECT_FALSE(named.has<variant_t>(L"b"));
-  EXPECT_EQ(save(named), R"([2,{"d":3}])");
-
-  // Nested bag shapes of the writer.
+TEST(JsonShapes, WhatTheWriterMakesOfBags) {
+  EXPECT_EQ(save(variant_bag_t()), "null");
   variant_bag_t bag;
   bag.add<variant_t>(L"a", variant_t(1));
+  bag.add<variant_t>(L"a", variant_t(2));
   bag.add_variant_bag(L"b", variant_bag_t()).add<variant_t>(L"c", variant_t(L"text"));
+  bag.add_variant_bag(L"e", variant_bag_t());
   variant_bag_t& d = bag.add_variant_bag(L"d", variant_bag_t());
   d.add<variant_t>(L"arrayOf", variant_t(L"e"));
   d.add_variant_bag(L"e", variant_bag_t()).add<variant_t>(L"", variant_t(L"x"));
   d.add_variant_bag(L"e", variant_bag_t()).add<variant_t>(L"f", variant_t(false));
   d.add_variant_bag(L"other", variant_bag_t());
   d.add<variant_t>(L"skipped", variant_t(1));
-  EXPECT_EQ(save(bag), R"({"a":1,"b":{"c":"text"},"d":["x",{"f":false}]})");
+  EXPECT_EQ(save(bag), R"({"a":1,"a":2,"e":null,"b":{"c":"text"},"d":["x",{"f":false}]})");
   // "arrayOf" that holds no text gives no elements.
   variant_bag_t odd;
   odd.add<variant_t>(L"arrayOf", variant_t(5));
   odd.add_variant_bag(L"item", variant_bag_t());
   EXPECT_EQ(save(odd), "[]");
-}
-
-TEST(JsonShapes, RepeatedNames) {
-  variant_bag_t bag;
-  bag.add<variant_t>(L"v", variant_t(1));
-  bag.add<variant_t>(L"v", variant_t(2));
-  bag.add_variant_bag(L"n", variant_bag_t()).add<variant_t>(L"x", variant_t(1));
-  bag.add_variant_bag(L"n", variant_bag_t()).add<variant_t>(L"x", variant_t(2));
-  std::string const text = save(bag);
-  EXPECT_EQ(text, R"({"v":1,"v":2,"n":{"x":1},"n":{"x":2}})");
-  variant_bag_t const back = load(text);
-  EXPECT_EQ(back.count<variant_t>(L"v"), 1u);
-  EXPECT_EQ(*back.get<variant_t>(L"v"), variant_t(2));
-  EXPECT_EQ(back.count<variant_bag_t>(L"n"), 2u);
+  // Wide text that is no Unicode is written as U+FFFD.
+  odd = variant_bag_t();
+  std::wstring const lone{L'a', static_cast<wchar_t>(0xD800), L'b'};
+  odd.add<variant_t>(L"s", variant_t(lone.c_str()));
+  EXPECT_EQ(save(odd), "{\"s\":\"a\xEF\xBF\xBD" "b\"}");
 }
 
 TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
   s64_t const bound = 0x1FFFFFFFFFFFFF;
-  auto one = [](variant_t const& v) {
+  std::pair<variant_t, char const*> const cases[] = {
+      {variant_t(bound - 1), "9007199254740990"},
+      {variant_t(bound), R"({"value":"9007199254740991","type":"bigInt"})"},
+      {variant_t(-bound + 1), "-9007199254740990"},
+      {variant_t(-bound), R"({"value":"-9007199254740991","type":"bigInt"})"},
+      {variant_t(std::numeric_limits<s64_t>::min()),
+       R"({"value":"-9223372036854775808","type":"bigInt"})"},
+      {variant_t(static_cast<u64_t>(bound - 1)), "9007199254740990"},
+      {variant_t(static_cast<u64_t>(bound)), R"({"value":"9007199254740991","type":"bigInt"})"},
+      {variant_t(std::numeric_limits<u64_t>::max()),
+       R"({"value":"18446744073709551615","type":"bigInt"})"}};
+  for (auto const& [value, text] : cases) {
     variant_bag_t bag;
-    bag.add<variant_t>(L"n", v);
-    return save(bag);
-  };
-  EXPECT_EQ(one(variant_t(bound - 1)), R"({"n":9007199254740990})");
-  EXPECT_EQ(one(variant_t(bound)), R"({"n":{"value":"9007199254740991","type":"bigInt"}})");
-  EXPECT_EQ(one(variant_t(-bound + 1)), R"({"n":-9007199254740990})");
-  EXPECT_EQ(one(variant_t(-bound)), R"({"n":{"value":"-9007199254740991","type":"bigInt"}})");
-  EXPECT_EQ(one(variant_t(std::numeric_limits<s64_t>::min())),
-            R"({"n":{"value":"-9223372036854775808","type":"bigInt"}})");
-  EXPECT_EQ(one(variant_t(static_cast<u64_t>(bound - 1))), R"({"n":9007199254740990})");
-  EXPECT_EQ(one(variant_t(static_cast<u64_t>(bound))),
-            R"({"n":{"value":"9007199254740991","type":"bigInt"}})");
-  EXPECT_EQ(one(variant_t(std::numeric_limits<u64_t>::max())),
-            R"({"n":{"value":"18446744073709551615","type":"bigInt"}})");
-  variant_bag_t const big = load(one(variant_t(bound)));
-  EXPECT_EQ(*big.get<variant_bag_t>(L"n")->get<variant_t>(L"type"), variant_t(L"bigInt"));
+    bag.add<variant_t>(L"n", value);
+    EXPECT_EQ(save(bag), std::string(R"({"n":)") + text + "}");
+  }
 
   // Reading: the smallest type of the table that holds the number.
   variant_bag_t const n = load(
-      R"({"u":5,"s":-5,"u64":5000000000,"s64":-5000000000,"d":1.5,"e":1e2,"max":18446744073709551615,"over":18446744073709551616,"z":0e-30,"nz":-0.0e99,"tiny":1e-400})");
-  EXPECT_EQ(n.get<variant_t>(L"u")->get_type(), vtUInt);
-  EXPECT_EQ(n.get<variant_t>(L"s")->get_type(), vtSInt);
-  EXPECT_EQ(n.get<variant_t>(L"u64")->get_type(), vtUInt64);
-  EXPECT_EQ(n.get<variant_t>(L"s64")->get_type(), vtSInt64);
-  EXPECT_EQ(n.get<variant_t>(L"d")->get_type(), vtDouble);
-  EXPECT_EQ(n.get<variant_t>(L"e")->get_type(), vtDouble);
+      R"({"u":5,"s":-5,"u64":5000000000,"s64":-5000000000,"d":1.5,"e":1e2,"over":18446744073709551616,"max":18446744073709551615,"z":0e-30,"nz":-0.0e99,"tiny":1e-400})");
+  std::pair<wchar_t const*, das_variant_type_t> const types[] = {
+      {L"u", vtUInt},   {L"s", vtSInt},   {L"u64", vtUInt64},   {L"s64", vtSInt64},
+      {L"d", vtDouble}, {L"e", vtDouble}, {L"over", vtDouble}};
+  for (auto const& [name, type] : types) {
+    EXPECT_EQ(n.get<variant_t>(name)->get_type(), type) << name;
+  }
   EXPECT_EQ(*n.get<variant_t>(L"max"), variant_t(std::numeric_limits<u64_t>::max()));
-  EXPECT_EQ(n.get<variant_t>(L"over")->get_type(), vtDouble);
   for (wchar_t const* zero : {L"z", L"nz", L"tiny"}) EXPECT_EQ(*n.get<variant_t>(zero), variant_t(0.0));
   EXPECT_TRUE(std::signbit(n.get<variant_t>(L"nz")->get<double>()));
 }
 
 TEST(JsonRoundTrip, EveryWritableTypeBothForms) {
+  std::pair<wchar_t const*, variant_t> const values[] = {
+      {L"bool", variant_t(true)}, {L"sbyte", variant_t(static_cast<signed char>(-8))},
+      {L"ubyte", variant_t(static_cast<unsigned char>(200))},
+      {L"sshort", variant_t(static_cast<short>(-300))},
+      {L"ushort", variant_t(static_cast<unsigned short>(60000))},
+      {L"sint", variant_t(std::numeric_limits<int>::min())},
+      {L"uint", variant_t(std::numeric_limits<unsigned>::max())},
+      {L"sint64", variant_t(static_cast<s64_t>(-1234567890123))},
+      {L"uint64", variant_t(static_cast<u64_t>(1234567890123))}, {L"float", variant_t(0.1f)},
+      {L"double", variant_t(std::numeric_limits<double>::max())},
+      {L"tiny", variant_t(std::numeric_limits<double>::denorm_min())},
+      {L"text", variant_t(L"quote \" slash \\ tab \t nl \n \u00e9 \u65e5 \U0001F600")},
+      {L"by_ref", variant_t(L"ref", true)}, {L"control", variant_t(L"\x01\x1f")}, {L"null", variant_t()}};
   variant_bag_t bag;
-  bag.add<variant_t>(L"bool", variant_t(true));
-  bag.add<variant_t>(L"sbyte", variant_t(static_cast<signed char>(-8)));
-  bag.add<variant_t>(L"ubyte", variant_t(static_cast<unsigned char>(200)));
-  bag.add<variant_t>(L"sshort", variant_t(static_cast<short>(-300)));
-  bag.add<variant_t>(L"ushort", variant_t(static_cast<unsigned short>(60000)));
-  bag.add<variant_t>(L"sint", variant_t(std::numeric_limits<int>::min()));
-  bag.add<variant_t>(L"uint", variant_t(std::numeric_limits<unsigned>::max()));
-  bag.add<variant_t>(L"sint64", variant_t(static_cast<s64_t>(-1234567890123)));
-  bag.add<variant_t>(L"uint64", variant_t(static_cast<u64_t>(1234567890123)));
-  bag.add<variant_t>(L"float", variant_t(0.1f));
-  bag.add<variant_t>(L"double", variant_t(std::numeric_limits<double>::max()));
-  bag.add<variant_t>(L"tiny", variant_t(std::numeric_limits<double>::denorm_min()));
-  bag.add<variant_t>(L"text", variant_t(L"quote \" slash \\ tab \t nl \n \u00e9 \u65e5 \U0001F600"));
-  bag.add<variant_t>(L"by_ref", variant_t(L"ref", true));
-  bag.add<variant_t>(L"control", variant_t(L"\x01\x1f"));
-  bag.add<variant_t>(L"null", variant_t());
+  for (auto const& [name, value] : values) bag.add<variant_t>(name, value);
   variant_bag_t& child = bag.add_variant_bag(L"child", variant_bag_t());
   child.add<variant_t>(L"\U0001F600 key", variant_t(L"\U00010000\U0010FFFF"));
   child.add_variant_bag(L"", variant_bag_t()).add<variant_t>(L"deep", variant_t(1));
@@ -190,18 +168,6 @@ TEST(JsonRoundTrip, EveryWritableTypeBothForms) {
   variant_bag_t from_wide;
   EXPECT_TRUE(json::load_variant_bag_from_json_string(wide, from_wide).is_ok());
   EXPECT_EQ(from_wide, bag);
-}
-
-TEST(JsonText, EscapesAndNonBmp) {
-  variant_bag_t const bag = load(R"({"a":"\ud83d\ude00\u00e9\/","b":"x\u0000y","c\u0000d":1})");
-  EXPECT_EQ(std::wstring(bag.get<variant_t>(L"a")->get<const wchar_t*>()), L"\U0001F600\u00e9/");
-  EXPECT_EQ(std::wstring(bag.get<variant_t>(L"b")->get<const wchar_t*>()), L"x");
-  EXPECT_TRUE(bag.has<variant_t>(L"c"));
-  EXPECT_EQ(save(bag), "{\"a\":\"\xF0\x9F\x98\x80\xC3\xA9/\",\"b\":\"x\",\"c\":1}");
-  // Wide text that is no Unicode is written as U+FFFD.
-  variant_bag_t odd;
-  odd.add<variant_t>(L"s", variant_t(std::wstring{L'a', static_cast<wchar_t>(0xD800), L'b'}.c_str()));
-  EXPECT_EQ(save(odd), "{\"s\":\"a\xEF\xBF\xBD" "b\"}");
 }
 
 // Collects the messages logged on "QUILLON".
@@ -281,12 +247,8 @@ TEST(JsonLoad, TargetMustBeEmptyAndStaysUnchangedOnFailure) {
 TEST(JsonDepth, NestingIsBoundedAndDeepBagsWrite) {
   auto nested = [](std::size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
   EXPECT_EQ(again(nested(1000)), nested(1000));
-  for (std::size_t levels : {std::size_t{1001}, std::size_t{200000}}) {
-    variant_bag_t bag;
-    error_code_t const ec = json::load_variant_bag_from_json_string(nested(levels), bag);
-    ASSERT_TRUE(ec.failed());
-    EXPECT_EQ(ec.pass()->text, "JSON deserialization error at position 1000: Terminate parsing due to Handler error.");
-  }
+  variant_bag_t bag;  // far deeper than the stack could recurse
+  EXPECT_TRUE(json::load_variant_bag_from_json_string(nested(200000), bag).failed());
   variant_bag_t deep;
   variant_bag_t* at = &deep;
   for (int i = 0; i < 10000; ++i) at = &at->add_variant_bag(L"d", variant_bag_t());

@@ -1,31 +1,18 @@
 // The tree views of a bag: what they show, select through the generic walk, location
 // paths that lead back to their node, and find.
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <quillon2/das/das_generic_xpath.hpp>
-#include <quillon2/das/variant.hpp>
-#include <quillon2/das/variant_bag.hpp>
+#include "xpath_support.hpp"
 
 namespace ql2 = quillon2;
 using ql2::variant_bag_t;
 using ql2::variant_t;
-using tree_t = ql2::generic_tree_t<variant_bag_t, variant_t>;
-using const_tree_t = ql2::generic_tree_t<variant_bag_t const, variant_t const>;
+using q2test::text;
+using q2test::view_of;
 
 namespace {
-
-ql2::sptr_t<tree_t> view_of(variant_bag_t& bag) {
-  auto* view = new ql2::ref_counted_t<ql2::variant_bag_generic_tree_t>();
-  view->init(bag);
-  return ql2::sptr_t<tree_t>(view);
-}
-
-std::wstring text(variant_t const& value) {
-  return value.can_get<wchar_t const*>() ? value.get<wchar_t const*>() : L"<not text>";
-}
 
 // name / b(x) b b(y) c(z) a(#hidden)
 variant_bag_t family() {
@@ -82,9 +69,7 @@ TEST(GenericTree, SelectOnAViewGivesWhatTheMirrorGives) {
     EXPECT_EQ(direct.get_properties(), generic.get_properties()) << query;
   }
   variant_bag_t nameless;
-  auto* view = new ql2::ref_counted_t<ql2::const_variant_bag_generic_tree_t>();
-  view->init(nameless);
-  ql2::sptr_t<const_tree_t> const held(view);
+  auto const held = q2test::const_view_of(nameless);
   auto const result = held->select(L"/bag");
   ASSERT_EQ(1u, result.get_nodes().size());
   variant_bag_t const* const found = result.get_nodes()[0];
@@ -92,27 +77,7 @@ TEST(GenericTree, SelectOnAViewGivesWhatTheMirrorGives) {
   EXPECT_EQ(L"/bag", text(held->get_xpath()));
 }
 
-TEST(GenericTree, LocationPathsAndFind) {
-  variant_bag_t bag = family();
-  auto const root = view_of(bag);
-  EXPECT_EQ(L"/name", text(root->get_xpath()));
-  auto children = root->get_children();
-  children.next();
-  EXPECT_EQ(L"/name/b[position()=2]", text(children.current()->get_xpath()));
-  children.next();
-  children.next();
-  EXPECT_EQ(L"/name/c", text(children.current()->get_xpath()));
-
-  EXPECT_FALSE(root->find(&bag));
-  variant_bag_t const* const z = bag.get<variant_bag_t>(L"c")->get<variant_bag_t>(L"z");
-  auto const found = root->find(z);
-  ASSERT_TRUE(found);
-  EXPECT_EQ(z, &found->get_value());
-  EXPECT_EQ(L"/name/c/z", text(found->get_xpath()));
-  EXPECT_FALSE(root->find(bag.get<variant_bag_t>(L"#a")));
-}
-
-TEST(GenericTree, EveryLocationPathSelectsItsNode) {
+TEST(GenericTree, EveryLocationPathSelectsItsNodeAndFindGivesIt) {
   variant_bag_t bag = family();
   for (int i = 0; i < 3; ++i) {
     variant_bag_t& level = bag.add_variant_bag(L"b", variant_bag_t());
@@ -121,10 +86,11 @@ TEST(GenericTree, EveryLocationPathSelectsItsNode) {
     level.add_variant_bag(L"b", variant_bag_t());
   }
   auto const xp = ql2::variant_bag_xpath(bag);
-  std::vector<ql2::sptr_t<tree_t>> pending{view_of(bag)};
+  auto const root = view_of(bag);
+  std::vector<ql2::sptr_t<q2test::tree_t>> pending{root};
   std::size_t checked = 0;
   while (!pending.empty()) {
-    ql2::sptr_t<tree_t> const node = pending.back();
+    auto const node = pending.back();
     pending.pop_back();
     auto const path = node->get_xpath();
     auto const result = xp.select(path.get<wchar_t const*>());
@@ -136,6 +102,18 @@ TEST(GenericTree, EveryLocationPathSelectsItsNode) {
     }
   }
   EXPECT_EQ(23u, checked);
+
+  EXPECT_EQ(L"/name", text(root->get_xpath()));
+  auto children = root->get_children();
+  children.next();
+  EXPECT_EQ(L"/name/b[position()=2]", text(children.current()->get_xpath()));
+  EXPECT_FALSE(root->find(&bag));
+  EXPECT_FALSE(root->find(bag.get<variant_bag_t>(L"#a")));
+  variant_bag_t const* const z = bag.get<variant_bag_t>(L"c")->get<variant_bag_t>(L"z");
+  auto const found = root->find(z);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(z, &found->get_value());
+  EXPECT_EQ(L"/name/c/z", text(found->get_xpath()));
 }
 
 }  // namespace

@@ -1,12 +1,8 @@
 // A bag nested 100,000 deep through the mirror, the generic walk, location paths and
 // libxml2's evaluation; expressions nested far deeper than any stack could recurse.
-#include <string>
-
 #include <gtest/gtest.h>
 
-#include <quillon2/das/das_generic_xpath.hpp>
-#include <quillon2/das/variant.hpp>
-#include <quillon2/das/variant_bag.hpp>
+#include "xpath_support.hpp"
 
 namespace ql2 = quillon2;
 using ql2::variant_bag_t;
@@ -47,9 +43,7 @@ TEST(XPathDepth, AVeryDeepBagMirrorsAndAnswers) {
 TEST(XPathDepth, GenericWalkLocationPathAndFindOfAVeryDeepBag) {
   variant_bag_t const* deepest = nullptr;
   variant_bag_t bag = chain(&deepest);
-  auto* view = new ql2::ref_counted_t<ql2::const_variant_bag_generic_tree_t>();
-  view->init(bag);
-  ql2::sptr_t<ql2::generic_tree_t<variant_bag_t const, variant_t const>> const root(view);
+  auto const root = q2test::const_view_of(bag);
   EXPECT_EQ(deepest, root->select(L"//n[not(n)]").get_nodes().at(0));
   auto const found = root->find(deepest);
   ASSERT_TRUE(found);
@@ -65,10 +59,7 @@ TEST(XPathDepth, ALongLocationPathSelectsItsNode) {
   variant_bag_t bag;
   variant_bag_t* level = &bag;
   for (int i = 0; i < 4000; ++i) level = &level->add_variant_bag(L"n", variant_bag_t());
-  auto* view = new ql2::ref_counted_t<ql2::variant_bag_generic_tree_t>();
-  view->init(bag);
-  ql2::sptr_t<ql2::generic_tree_t<variant_bag_t, variant_t>> const root(view);
-  auto const path = root->find(level)->get_xpath();
+  auto const path = q2test::view_of(bag)->find(level)->get_xpath();
   auto const result = ql2::variant_bag_xpath(bag).select(path.get<wchar_t const*>());
   ASSERT_EQ(1u, result.get_nodes().size());
   EXPECT_EQ(level, result.get_nodes()[0]);

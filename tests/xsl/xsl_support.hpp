@@ -1,5 +1,6 @@
-// Helpers of the XSL tests: a visitor that records, a content factory over a map, an
-// extension function with a fixed result, and a shortcut for one transformation.
+// Helpers of the XSL tests: a stylesheet of the text method around a template body, a
+// shortcut for one transformation, a visitor that records, a content factory over a map
+// and an extension function with a fixed result.
 #pragma once
 
 #include <atomic>
@@ -8,12 +9,28 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <quillon2/core/threading/mutex.hpp>
 #include <quillon2/das/das_transformation.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
 
 namespace q2test {
+
+// A stylesheet of the text method: `top` at its top level, `body` in the template of "/".
+inline std::string text_sheet(std::string const& body, std::string const& top = "") {
+  return R"~(<xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform" xmlns:exsl="http://exslt.org/common" extension-element-prefixes="exsl">
+<xsl:output method="text"/>)~" +
+         top + "<xsl:template match='/'>" + body + "</xsl:template></xsl:stylesheet>";
+}
+
+// Transforms, expecting `expected` as the result code; the output.
+inline std::string run(quillon2::sptr_t<quillon2::xsl_t> const& xsl, int expected = 1) {
+  std::string out;
+  EXPECT_EQ(xsl->transform(out), expected);
+  return out;
+}
 
 inline std::string narrow(std::wstring const& text) {
   std::string out;
@@ -94,5 +111,13 @@ class test_function_t : public quillon2::xsl_function_base_t {
   std::string m_order;
   quillon2::threading::mutex_t m_mutex;
 };
+
+inline quillon2::sptr_t<test_function_t> make_function(std::wstring name, unsigned type,
+                                                       quillon2::variant_t value = {}) {
+  quillon2::sptr_t<test_function_t> f(
+      new quillon2::ref_counted_t<test_function_t>(std::move(name), type));
+  f->m_value = std::move(value);
+  return f;
+}
 
 }  // namespace q2test
