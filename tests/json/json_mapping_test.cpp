@@ -128,6 +128,10 @@ TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
   EXPECT_EQ(*n.get<variant_t>(L"max"), variant_t(std::numeric_limits<u64_t>::max()));
   for (wchar_t const* zero : {L"z", L"nz", L"tiny"}) EXPECT_EQ(*n.get<variant_t>(zero), variant_t(0.0));
   EXPECT_TRUE(std::signbit(n.get<variant_t>(L"nz")->get<double>()));
+  // Correctly rounded: RapidJSON's own conversion of this one is a unit in the last
+  // place off.
+  EXPECT_EQ(load(R"({"x":930.23445853463659930e-14})").get<variant_t>(L"x")->get<double>(),
+            9.3023445853463653e-12);
 }
 
 TEST(JsonRoundTrip, EveryWritableTypeBothForms) {
