@@ -143,9 +143,9 @@ TEST(CheckMessage, ShowsConditionErrorAndPosition) {
 TEST(CheckDeathTest, FailedChecksAssertWhenAskedToEvenAfterTheVariableChanges) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   ASSERT_FALSE(q::open_file(true, "").failed());  // learns the line of the check
-  std::string const first = std::string(__FILE__) + "(" + std::to_string(q::g_line) +
-                            "): q2test_check::open_file: assertion failed: " +
-                            open_file_message("a.txt");
+  std::string const first =
+      std::string(__FILE__) + "(" + std::to_string(q::g_line) +
+      "): q2test_check::open_file: assertion failed: " + open_file_message("a.txt");
   EXPECT_EXIT(
       {
         quillon2::set_environ_value(L"QUILLON_ERROR_HANDLING", L"log,assert");

@@ -57,12 +57,9 @@ TEST(ErrorGrammar, CodesFollowTheBitLayoutAndCodeMasksEachField) {
 #define CHECK_OBJECT(word)                                                     \
   EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object())); \
   EXPECT_STREQ(#word, error::object_word(error::FailedTo.Process.Last.word.get_object()));
-TEST(ErrorGrammar, EveryWordNamesItsOwnField) {
-  QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)
-  QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
-  QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)
-  QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)
-}
+TEST(ErrorGrammar, EveryWordNamesItsOwnField){
+    QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION) QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
+        QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION) QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)}
 #undef CHECK_ACTION
 #undef CHECK_DESCRIPTION
 #undef CHECK_OBJECT
@@ -119,9 +116,8 @@ TEST_F(ErrorCodeTest, RaiseStoresACopyWithItsLocation) {
   error::code_t const code = error::FailedTo.Open.The.File("a.txt");
   error::code_t const* stored = error_code_t::raise(code, "ns::open", "open.cpp", 42);
   ASSERT_NE(&code, stored);
-  EXPECT_EQ("a.txt ns::open open.cpp 42",
-            stored->text + " " + stored->function + " " + stored->file + " " +
-                std::to_string(stored->line));
+  EXPECT_EQ("a.txt ns::open open.cpp 42", stored->text + " " + stored->function + " " +
+                                              stored->file + " " + std::to_string(stored->line));
   EXPECT_EQ(stored, error_code_t::get_last().pass());
   // Re-raising an element of the list copies it before the list is emptied.
   error::code_t const* blank = error_code_t::raise(*stored, nullptr, nullptr, 0);

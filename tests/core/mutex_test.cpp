@@ -1,11 +1,12 @@
 // The recursive mutex and its guard, on real threads.
 #include <future>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <quillon2/core/threading/mutex.hpp>
+
+#include "core/core_support.hpp"
 
 using quillon2::threading::mutex_guard_t;
 using quillon2::threading::mutex_t;
@@ -40,8 +41,6 @@ void lock_elsewhere(mutex_t& mutex) {
   std::thread([&] { mutex_guard_t guard(mutex); }).join();
 }
 
-}  // namespace
-
 TEST(Mutex, IsRecursiveAndFreeAfterTheLastRelease) {
   mutex_t mutex;
   mutex.acquire();
@@ -50,19 +49,12 @@ TEST(Mutex, IsRecursiveAndFreeAfterTheLastRelease) {
   lock_elsewhere(mutex);
 }
 
-TEST(Mutex, CopiesDoNotShareTheLock) {
-  mutex_t source;
-  mutex_t copy(source);
-  holder_t holder(copy);
-  mutex_guard_t guard(source);  // the copy is held on another thread, the source is free
-  mutex_t copy_of_held(copy);
-  mutex_guard_t second(copy_of_held);
-}
-
-TEST(Mutex, AssignmentLeavesBothAsTheyWere) {
+TEST(Mutex, CopiesAndAssignmentsDoNotShareTheLock) {
   mutex_t held, target;
   holder_t holder(held);
+  mutex_t copy(held);
   target = held;
+  lock_elsewhere(copy);
   lock_elsewhere(target);
   holder.release();
   lock_elsewhere(held);
@@ -71,19 +63,14 @@ TEST(Mutex, AssignmentLeavesBothAsTheyWere) {
 TEST(Mutex, GuardsACounterUnderLoad) {
   mutex_t mutex;
   long counter = 0;
-  std::promise<void> go;
-  std::shared_future<void> start = go.get_future().share();
-  std::vector<std::thread> workers;
-  for (int t = 0; t < 4; ++t)
-    workers.emplace_back([&] {
-      start.wait();
-      for (int i = 0; i < 20000; ++i) {
-        mutex_guard_t guard(mutex);
-        mutex_guard_t again(mutex);
-        ++counter;
-      }
-    });
-  go.set_value();
-  for (auto& worker : workers) worker.join();
+  q2test::on_threads(4, [&](int) {
+    for (int i = 0; i < 20000; ++i) {
+      mutex_guard_t guard(mutex);
+      mutex_guard_t again(mutex);
+      ++counter;
+    }
+  });
   EXPECT_EQ(80000, counter);
 }
+
+}  // namespace
