@@ -1,14 +1,9 @@
 // Assertions: reports with their source position, hook capture, abort on request.
 #include <stdlib.h>
 
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include <quillon2/core/assert.hpp>
 
 #include "core/core_support.hpp"
-#include "support/assert_recorder.hpp"
 
 namespace {
 

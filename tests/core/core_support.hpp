@@ -1,7 +1,9 @@
 // Scaffolding shared by the core, miscellaneous and functor tests: threads released
 // together, the values an iterator walks, and an empty error list around each test.
+// It brings in what nearly every one of those tests uses.
 #pragma once
 
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -10,6 +12,8 @@
 
 #include <quillon2/core/error_code.hpp>
 #include <quillon2/headers/iterator.hpp>
+
+#include "support/assert_recorder.hpp"
 
 namespace q2test {
 

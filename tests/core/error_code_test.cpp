@@ -1,50 +1,22 @@
 // Error codes: the grammar and its bit layout, Ok, False and raised errors, the per-thread
 // list, printing of chains, the exception and carrying errors across threads.
-#include <cstdint>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <quillon2/core/error_code.hpp>
 
 #include "core/core_support.hpp"
-#include "support/assert_recorder.hpp"
 
 namespace {
 
 using quillon2::error_code_t;
 namespace error = quillon2::error;
-using error::error_action_t;
-using error::error_desc_t;
-using error::error_object_t;
-using error::error_type_t;
 using ErrorCodeTest = q2test::error_list_test;
 
-// The packed form of a code from the word positions of the tables.
-constexpr std::uint32_t packed(std::uint32_t type, std::uint32_t action, std::uint32_t description,
-                               std::uint32_t object) {
-  return type | action << 2 | description << 9 | object << 18;
-}
-
-// How a code prints once raised without a location.
-std::string printed(error::code_t const& code) {
-  return error_code_t(error_code_t::raise(code)).as_string(1);
-}
-
-// --- The grammar -----------------------------------------------------------------------
-
 TEST(ErrorGrammar, CodesFollowTheBitLayoutAndCodeMasksEachField) {
-  EXPECT_EQ(packed(1, 37, 44, 37), error::FailedTo.Open.The.File.value());
-  EXPECT_EQ(packed(1, 30, 49 + 124, 4), error::FailedTo.Join.Thread.Array.value());
-  EXPECT_EQ(packed(0, 0, 182, 133), error::IsNot.Wrapper.Wrapper.value());
-  EXPECT_EQ(error::FailedTo.Read.Full.Data,
-            error::code(error_type_t::FailedTo, error_action_t::Read, error_desc_t::Full,
-                        error_object_t::Data));
-  error::code_t const masked = error::code(error_type_t{5}, error_action_t{0x80 | 2},
-                                           error_desc_t{0x200 | 7}, error_object_t{0xFFFFFFFF});
-  EXPECT_EQ(packed(1, 2, 7, 0x1FF), masked.value());
+  // type | action << 2 | description << 9 | object << 18, by the words' table positions
+  EXPECT_EQ(1u | 30u << 2 | (49u + 124u) << 9 | 4u << 18,
+            error::FailedTo.Join.Thread.Array.value());
+  error::code_t const masked =
+      error::code(error::error_type_t{5}, error::error_action_t{0x80 | 2},
+                  error::error_desc_t{0x200 | 7}, error::error_object_t{0xFFFFFFFF});
+  EXPECT_EQ(1u | 2u << 2 | 7u << 9 | 0x1FFu << 18, masked.value());
 }
 
 // Every word, at each place it can take in the tree, gives the field that prints it.
@@ -57,9 +29,14 @@ TEST(ErrorGrammar, CodesFollowTheBitLayoutAndCodeMasksEachField) {
 #define CHECK_OBJECT(word)                                                     \
   EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object())); \
   EXPECT_STREQ(#word, error::object_word(error::FailedTo.Process.Last.word.get_object()));
-TEST(ErrorGrammar, EveryWordNamesItsOwnField){
-    QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION) QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
-        QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION) QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)}
+// clang-format off
+TEST(ErrorGrammar, EveryWordNamesItsOwnField) {
+  QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)
+  QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
+  QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)
+  QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)
+}
+// clang-format on
 #undef CHECK_ACTION
 #undef CHECK_DESCRIPTION
 #undef CHECK_OBJECT
@@ -67,17 +44,12 @@ TEST(ErrorGrammar, EveryWordNamesItsOwnField){
 TEST(ErrorGrammar, CallingACodeGivesItsTextAndEqualityLooksOnlyAtTheWords) {
   error::code_t const plain = error::IsNot.Valid.Argument();
   EXPECT_EQ("", plain.text + plain.function + plain.file);
-  EXPECT_EQ(nullptr, plain.cause);
-  EXPECT_EQ("a.txt", error::FailedTo.Open.The.File(std::string("a.txt")).text);
   EXPECT_EQ("", error::FailedTo.Open.The.File(static_cast<wchar_t const*>(nullptr)).text);
   // Wide text is stored as UTF-8, narrow text is copied as it is.
-  EXPECT_EQ("gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80",
-            error::IsNot.Valid.Path(L"gr\u00FC\u00DF \U0001F600").text);
+  EXPECT_EQ("gr\xC3\xBC \xF0\x9F\x98\x80", error::IsNot.Valid.Path(L"gr\u00FC \U0001F600").text);
   EXPECT_EQ(std::string("a\0b", 3), error::IsNot.Valid.Path(std::string("a\0b", 3)).text);
-
   error::code_t a = error::FailedTo.Read.The.File("one");
   error::code_t b = error::FailedTo.Read.The.File(L"two");
-  b.function = "f";
   b.line = 7;
   b.cause = &a;
   EXPECT_TRUE(a == b);
@@ -85,59 +57,43 @@ TEST(ErrorGrammar, CallingACodeGivesItsTextAndEqualityLooksOnlyAtTheWords) {
   EXPECT_NE(error::IsNot.Valid.Path, error::FailedTo.A.Valid.Path);
 }
 
-// --- Ok, False and real errors ---------------------------------------------------------
-
 TEST_F(ErrorCodeTest, OkFalseAndRealErrorsAreThreeKinds) {
   error_code_t const ok, no = error_code_t::False();
-  EXPECT_EQ("Ok", ok.as_string(3));
-  EXPECT_EQ("False", no.as_string(3));
-  for (error_code_t const& success : {ok, no}) {
-    EXPECT_FALSE(success.failed());
-    EXPECT_TRUE(success.succeeded() && static_cast<bool>(success));
-  }
-  EXPECT_EQ(nullptr, ok.pass());
+  EXPECT_EQ("Ok False", ok.as_string(3) + " " + no.as_string(3));
+  EXPECT_TRUE(!ok.failed() && ok.succeeded() && ok && !no.failed() && no.succeeded() && no);
   EXPECT_FALSE(ok == error::IsNot.Any.Action);  // the all-zero code is not Ok
   EXPECT_FALSE(no == ok);
-
   error_code_t const first = error_code_t::raise(error::IsNot.Valid.Size("1"));
   error::code_t const kept = *first.pass();  // the next raise clears the list
   error_code_t const real = error_code_t::raise(error::IsNot.Valid.Size("2"));
-  EXPECT_TRUE(real.failed());
-  EXPECT_FALSE(real.succeeded() || static_cast<bool>(real));
+  EXPECT_TRUE(real.failed() && !real.succeeded() && !real);
   EXPECT_TRUE(real == error_code_t(&kept) && real == kept && error::IsNot.Valid.Size == real);
   EXPECT_TRUE(real != error::IsNot.Valid.State);
   EXPECT_FALSE(no == real || real == no || no == error::IsNot.Valid.Size);
   EXPECT_FALSE(error_code_t() == kept || error_code_t::False() == kept);
 }
 
-// --- The per-thread list ---------------------------------------------------------------
-
-TEST_F(ErrorCodeTest, RaiseStoresACopyWithItsLocation) {
+TEST_F(ErrorCodeTest, RaiseStoresACopyAndStartsAFreshListThatTranslateKeeps) {
   error::code_t const code = error::FailedTo.Open.The.File("a.txt");
   error::code_t const* stored = error_code_t::raise(code, "ns::open", "open.cpp", 42);
   ASSERT_NE(&code, stored);
-  EXPECT_EQ("a.txt ns::open open.cpp 42", stored->text + " " + stored->function + " " +
-                                              stored->file + " " + std::to_string(stored->line));
   EXPECT_EQ(stored, error_code_t::get_last().pass());
   // Re-raising an element of the list copies it before the list is emptied.
   error::code_t const* blank = error_code_t::raise(*stored, nullptr, nullptr, 0);
-  EXPECT_EQ("a.txt", blank->text + blank->function + blank->file);
-  EXPECT_EQ(0u, blank->line);
-  error_code_t::clean_last();
-  EXPECT_EQ(nullptr, error_code_t::get_last().pass());
-}
+  EXPECT_EQ("a.txt0", blank->text + blank->function + blank->file + std::to_string(blank->line));
+  EXPECT_EQ(nullptr, blank->cause);
 
-TEST_F(ErrorCodeTest, RaiseStartsAFreshListAndTranslateKeepsIt) {
   error_code_t const a = error_code_t::raise(error::IsNot.Valid.Argument(), "f", "f.cpp", 1);
   error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(), "g", "g.cpp", 2);
   EXPECT_EQ(a.pass(), b.pass()->cause);
   EXPECT_EQ("f", a.pass()->function);  // still valid after the append
   // A translation of an older element still chains to the latest one.
   EXPECT_EQ(b.pass(), a.translate(error::FailedTo.Close.The.Stream())->cause);
-  EXPECT_EQ(nullptr, error_code_t::raise(error::FailedTo.Seek.The.File("d"))->cause);
   // On Ok, translate raises.
   error_code_t const from_ok = error_code_t().translate(error::FailedTo.Open.The.Stream());
   EXPECT_EQ("FailedTo Open Stream", from_ok.as_string(1));
+  error_code_t::clean_last();
+  EXPECT_EQ(nullptr, error_code_t::get_last().pass());
 }
 
 TEST_F(ErrorCodeTest, TranslateWithoutAListAssertsAndStandsAlone) {
@@ -163,22 +119,6 @@ TEST_F(ErrorCodeTest, EachThreadHasItsOwnList) {
   });
   EXPECT_EQ(std::vector<std::string>(4, "Ok"), seen);
   EXPECT_EQ(mine.pass(), error_code_t::get_last().pass());
-  EXPECT_EQ("FailedTo Check Thread(main)", mine.as_string(1));
-}
-
-// --- Printing --------------------------------------------------------------------------
-
-TEST_F(ErrorCodeTest, PrintsTheSentence) {
-  EXPECT_EQ("FailedTo Execute This Operation", printed(error::FailedTo.Execute.This.Operation));
-  EXPECT_EQ("FailedTo Join Thread Array", printed(error::FailedTo.Join.Thread.Array));
-  EXPECT_EQ("FailedTo Any Action", printed(error::FailedTo.A.Any.Action));
-  EXPECT_EQ("IsNot Action", printed(error::IsNot.The.Action));
-  EXPECT_EQ(
-      L"IsNot Valid Path(gr\u00FC\u00DF)",
-      error_code_t(error_code_t::raise(error::IsNot.Valid.Path(L"gr\u00FC\u00DF"))).toString(1));
-  // Indexes past the tables, which only error::code() makes, print as numbers.
-  EXPECT_EQ("3 100 300 last", printed(error::code(error_type_t{3}, error_action_t{100},
-                                                  error_desc_t{300}, error_object_t{134})));
 }
 
 TEST_F(ErrorCodeTest, PrintsAChainWithEachFlag) {
@@ -199,6 +139,13 @@ TEST_F(ErrorCodeTest, PrintsAChainWithEachFlag) {
       "FailedTo Read Full Data\n"
       "check.cpp(10): ns::check: IsNot Valid Argument(x)",
       top.as_string(3));
+  // Words left out ("The", "A") print as nothing; indexes past the tables as numbers.
+  error_code_t const odd =
+      error_code_t::raise(error::code(error::error_type_t{3}, error::error_action_t{100},
+                                      error::error_desc_t{300}, error::error_object_t{134}));
+  EXPECT_EQ("3 100 300 last", odd.as_string(1));
+  EXPECT_EQ(L"FailedTo Any Action",
+            error_code_t(error_code_t::raise(error::FailedTo.A.Any.Action())).toString(1));
 }
 
 TEST_F(ErrorCodeTest, AHandMadeCycleStillPrints) {
@@ -212,19 +159,14 @@ TEST_F(ErrorCodeTest, AHandMadeCycleStillPrints) {
   EXPECT_EQ("FailedTo Read File(a)", error_code_t(&a).as_string(1));
 }
 
-// --- The exception ---------------------------------------------------------------------
-
 TEST_F(ErrorCodeTest, ExceptionPrintsItsChainOnceAndIsCaughtThroughItsBase) {
   error_code_t const cause = error_code_t::raise(error::IsNot.Valid.Size("0"));
-  error_code_t const top = cause.translate(error::FailedTo.Create.File.Mapping(), "ns::map");
-  quillon2::exception const thrown(top);
+  quillon2::exception const thrown(cause.translate(error::FailedTo.Create.File.Mapping(), "f"));
   char const* first = thrown.what();
-  EXPECT_STREQ("ns::map: FailedTo Create File Mapping <- IsNot Valid Size(0)", first);
   EXPECT_EQ(first, thrown.what());  // cached
-  EXPECT_EQ(top.pass(), thrown.code().pass());
   quillon2::exception const copy(thrown);
   error_code_t::clean_last();  // the copy has its own cached text
-  EXPECT_STREQ("ns::map: FailedTo Create File Mapping <- IsNot Valid Size(0)", copy.what());
+  EXPECT_STREQ("f: FailedTo Create File Mapping <- IsNot Valid Size(0)", copy.what());
   EXPECT_STREQ("False", quillon2::exception(error_code_t::False()).what());
   try {
     throw quillon2::exception(error_code_t::raise(error::FailedTo.Open.The.Archive("a.zip")));
@@ -232,8 +174,6 @@ TEST_F(ErrorCodeTest, ExceptionPrintsItsChainOnceAndIsCaughtThroughItsBase) {
     EXPECT_STREQ("FailedTo Open Archive(a.zip)", caught.what());
   }
 }
-
-// --- Carrying errors between threads ---------------------------------------------------
 
 TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
   error::container_t carried;
@@ -244,9 +184,7 @@ TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
     error_code_t::raise(error::FailedTo.Stop.Thread.Array());  // the original chain goes
   });
   raiser.join();  // and the raising thread's list is gone with it
-
   error_code_t const rebuilt = carried.get();
-  ASSERT_TRUE(rebuilt.failed());
   // Codes and texts come back; function names and locations do not.
   EXPECT_EQ("FailedTo Read Full Data(\xC3\xA9)\nIsNot Valid Argument(x)", rebuilt.as_string(3));
   EXPECT_EQ(rebuilt.pass(), error_code_t::get_last().pass());

@@ -1,18 +1,13 @@
 // The type-erased iterator and the cursors over standard containers.
 #include <list>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include <boost/make_shared.hpp>
 #include <boost/weak_ptr.hpp>
-#include <gtest/gtest.h>
 
 #include <quillon2/core/object_interface.hpp>
-#include <quillon2/headers/iterator.hpp>
 
 #include "core/core_support.hpp"
-#include "support/assert_recorder.hpp"
 
 namespace {
 

@@ -1,8 +1,5 @@
 // The recursive mutex and its guard, on real threads.
 #include <future>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/threading/mutex.hpp>
 

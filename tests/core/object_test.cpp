@@ -1,19 +1,13 @@
 // Counted objects, their pointers and the plain shared pointer.
 #include <atomic>
 #include <set>
-#include <string>
-#include <thread>
 #include <unordered_set>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/object_interface.hpp>
 #include <quillon2/core/pool_allocator.hpp>
 #include <quillon2/core/smart_pointer.hpp>
 
 #include "core/core_support.hpp"
-#include "support/assert_recorder.hpp"
 
 namespace {
 

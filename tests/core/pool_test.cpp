@@ -10,11 +10,7 @@
 #include <new>
 #include <random>
 #include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include <quillon2/core/error_code.hpp>
 #include <quillon2/core/pool_allocator.hpp>
 
 #include "core/core_support.hpp"

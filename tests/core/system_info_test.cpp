@@ -1,12 +1,11 @@
 // The system queries. Every MPI case sets all the variables it depends on through
 // set_environ_value, which changes the remembered values as well, so that the cases
 // do not depend on each other or on the environment the tests run in.
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/environ.hpp>
 #include <quillon2/core/system_info.hpp>
+
+#include "core/core_support.hpp"
 
 namespace {
 

@@ -1,12 +1,10 @@
 // The text layer: UTF conversions, byte-order marks, case mapping, replacement and
 // splitting, code pages. The test process runs in the C locale unless a test says so.
 #include <clocale>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/headers/kesmet.hpp>
+
+#include "core/core_support.hpp"
 
 namespace {
 

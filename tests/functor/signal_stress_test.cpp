@@ -4,10 +4,6 @@
 #include <atomic>
 #include <memory>
 #include <random>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/functor/signal.hpp>
 

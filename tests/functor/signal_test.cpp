@@ -3,15 +3,10 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/functor/signal.hpp>
 
-#include "support/assert_recorder.hpp"
+#include "core/core_support.hpp"
 
 namespace {
 

@@ -1,14 +1,10 @@
 // Console text from help markup, regular-expression quoting, and best-match lookup of
 // hyphenated names.
-#include <string>
 #include <utility>
-#include <vector>
 
 #include <boost/regex.hpp>
-#include <gtest/gtest.h>
 
 #include <quillon2/core/text_helpers.hpp>
-#include <quillon2/headers/iterator.hpp>
 
 #include "core/core_support.hpp"
 
