@@ -23,11 +23,6 @@ error_code_t open_file(bool exists, std::string const& name) {
   return error_code_t();
 }
 
-error_code_t not_yet() {
-  QUILLON_CHECK(ql2::internal::unconditional_alert(), error::IsNot.Implemented.Function);
-  return error_code_t();
-}
-
 class reader_t {
  public:
   explicit reader_t(bool ok) {
@@ -41,11 +36,6 @@ class reader_t {
   error_code_t close(error_code_t const& cause) const {
     return QUILLON_TRANSLATE(cause, error::FailedTo.Close.The.Stream());
   }
-};
-
-template <class T>
-struct box_t {
-  error_code_t put(T) { return QUILLON_RAISE(error::IsNot.Valid.Argument); }
 };
 
 int g_evaluations = 0;
@@ -87,21 +77,17 @@ TEST(CheckFunctionName, KeepsOnlyTheQualifiedName) {
        "quillon2::sptr_t<archive_t>&)",
        "quillon2::create_directory_archive"},
       {"ns::cls_t::cls_t(int)", "ns::cls_t::cls_t"},
-      {"ns::cls_t::~cls_t()", "ns::cls_t::~cls_t"},
       {"static std::map<int, std::vector<int> > ns::cls_t::st()", "ns::cls_t::st"},
       {"void ns::box_t<T>::put(T) [with T = int]", "ns::box_t<T>::put"},
       {"int ns::{anonymous}::helper()", "ns::{anonymous}::helper"},
       {"bool ns::cls_t::operator==(const ns::cls_t&) const", "ns::cls_t::operator=="},
-      {"void ns::cls_t::operator()(int) &&", "ns::cls_t::operator()"},
       {"ns::cls_t::operator bool() const", "ns::cls_t::operator bool"},
       {"bool ns::operator<(const a&, const b&)", "ns::operator<"},
       {"void* operator new(std::size_t)", "operator new"},
       // What cannot be taken apart stays as it is.
       {"top level", "top level"},
       {"ns::run()::<lambda(int)>", "ns::run()::<lambda(int)>"},
-      {"", ""},
       {"((", "(("},
-      {") x", ") x"},
   };
   for (auto const& [signature, name] : cases) {
     EXPECT_STREQ(name, qualified_function_name(signature)) << signature;
@@ -111,16 +97,6 @@ TEST(CheckFunctionName, KeepsOnlyTheQualifiedName) {
   EXPECT_NE(nullptr, qualified_function_name("void (* ns::f(int))(long)"));
   char const* once = qualified_function_name("int a::b(int)");
   EXPECT_EQ(once, qualified_function_name("long a::b(int)"));  // kept once for the process
-}
-
-TEST(CheckSetting, AssertAnywhereInTheValueTurnsItOn) {
-  std::pair<wchar_t const*, bool> const cases[] = {
-      {L"assert", true}, {L"log,assert", true}, {L"xassertx", true}, {L"", false},
-      {L"log", false},   {L"ASSERT", false},    {L"asser", false}};
-  for (auto const& [value, on] : cases) {
-    quillon2::set_environ_value(L"Q2TEST_ERROR_HANDLING", value);
-    EXPECT_EQ(on, quillon2::internal::read_error_handling_setting("Q2TEST"));
-  }
 }
 
 TEST(CheckMessage, ShowsConditionErrorAndPosition) {
@@ -184,7 +160,6 @@ TEST_F(CheckTest, RaiseAndTranslateRecordTheFunctionFileAndLine) {
       "q2test_check::reader_t::close: FailedTo Close Stream <- "
       "q2test_check::reader_t::read: FailedTo Read Full Data(3 bytes)",
       top.as_string(1));
-  EXPECT_EQ("q2test_check::box_t<T>::put", q::box_t<int>().put(1).pass()->function);
 }
 
 TEST_F(CheckTest, FailedCheckRaisesAndReturnsWithoutAsserting) {
@@ -202,7 +177,6 @@ TEST_F(CheckTest, FailedCheckRaisesAndReturnsWithoutAsserting) {
   EXPECT_EQ(q::g_line, result.pass()->line);
   EXPECT_TRUE(q::check_counted(false).failed());
   EXPECT_EQ(1, q::g_evaluations);
-  EXPECT_EQ("q2test_check::not_yet: IsNot Implemented Function", q::not_yet().as_string(1));
   try {
     q::reader_t const reader(false);
     ADD_FAILURE() << "no exception";
