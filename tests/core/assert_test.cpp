@@ -34,11 +34,10 @@ TEST(Assert, ReportsToTheHookFromEveryThreadAndGoesOn) {
 
 TEST(Assert, WithoutHookReportsOnStandardError) {
   auto const previous = quillon2::internal::set_assert_hook(nullptr);
+  auto* const report = &kesmet2::debug::_private::____________________ASSERT____________________;
   testing::internal::CaptureStderr();
-  kesmet2::debug::_private::____________________ASSERT____________________("x > 0", "a/f.cpp", 17,
-                                                                           "f");
-  kesmet2::debug::_private::____________________ASSERT____________________(nullptr, nullptr, 0,
-                                                                           nullptr);
+  report("x > 0", "a/f.cpp", 17, "f");
+  report(nullptr, nullptr, 0, nullptr);
   EXPECT_EQ("a/f.cpp(17): f: assertion failed: x > 0\n?(0): ?: assertion failed: \n",
             testing::internal::GetCapturedStderr());
   quillon2::internal::set_assert_hook(previous);

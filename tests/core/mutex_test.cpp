@@ -1,5 +1,4 @@
 // The recursive mutex and its guard, on real threads.
-#include <future>
 
 #include <quillon2/core/threading/mutex.hpp>
 
@@ -9,29 +8,6 @@ using quillon2::threading::mutex_guard_t;
 using quillon2::threading::mutex_t;
 
 namespace {
-
-// Holds a mutex on a thread of its own until release() or destruction.
-class holder_t {
- public:
-  explicit holder_t(mutex_t& mutex)
-      : m_thread([this, &mutex] {
-          mutex_guard_t guard(mutex);
-          m_locked.set_value();
-          m_release.get_future().wait();
-        }) {
-    m_locked.get_future().wait();
-  }
-  ~holder_t() { release(); }
-  void release() {
-    if (!m_thread.joinable()) return;
-    m_release.set_value();
-    m_thread.join();
-  }
-
- private:
-  std::promise<void> m_locked, m_release;
-  std::thread m_thread;
-};
 
 // Takes and gives back the mutex on another thread: returns only if it is free.
 void lock_elsewhere(mutex_t& mutex) {
@@ -48,12 +24,12 @@ TEST(Mutex, IsRecursiveAndFreeAfterTheLastRelease) {
 
 TEST(Mutex, CopiesAndAssignmentsDoNotShareTheLock) {
   mutex_t held, target;
-  holder_t holder(held);
+  held.acquire();
   mutex_t copy(held);
   target = held;
   lock_elsewhere(copy);
   lock_elsewhere(target);
-  holder.release();
+  held.release();
   lock_elsewhere(held);
 }
 
