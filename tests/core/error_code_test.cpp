@@ -9,16 +9,6 @@ using quillon2::error_code_t;
 namespace error = quillon2::error;
 using ErrorCodeTest = q2test::error_list_test;
 
-TEST(ErrorGrammar, CodesFollowTheBitLayoutAndCodeMasksEachField) {
-  // type | action << 2 | description << 9 | object << 18, by the words' table positions
-  EXPECT_EQ(1u | 30u << 2 | (49u + 124u) << 9 | 4u << 18,
-            error::FailedTo.Join.Thread.Array.value());
-  error::code_t const masked =
-      error::code(error::error_type_t{5}, error::error_action_t{0x80 | 2},
-                  error::error_desc_t{0x200 | 7}, error::error_object_t{0xFFFFFFFF});
-  EXPECT_EQ(1u | 2u << 2 | 7u << 9 | 0x1FFu << 18, masked.value());
-}
-
 // Every word, at each place it can take in the tree, gives the field that prints it.
 #define CHECK_ACTION(word) \
   EXPECT_STREQ(#word, error::action_word(error::FailedTo.word.The.File.get_action()));
