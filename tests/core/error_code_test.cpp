@@ -1,87 +1,13 @@
-// Error codes: the vocabulary and its bit layout, the three kinds of error_code_t, the
-// per-thread list, printing of chains, the exception and carrying errors across threads.
-#include <cstdint>
-#include <string>
-#include <thread>
-#include <vector>
+// Error codes: the grammar and its bit layout, Ok, False and raised errors, the per-thread
+// list, printing of chains, the exception and carrying errors across threads.
 
-#include <boost/thread/barrier.hpp>
-#include <gtest/gtest.h>
-
-#include <quillon2/core/error_code.hpp>
-
-#include "support/assert_recorder.hpp"
+#include "core/core_support.hpp"
 
 namespace {
 
 using quillon2::error_code_t;
 namespace error = quillon2::error;
-using error::error_action_t;
-using error::error_desc_t;
-using error::error_object_t;
-using error::error_type_t;
-
-// The packed form of a code from the word positions of the tables.
-constexpr std::uint32_t packed(std::uint32_t type, std::uint32_t action, std::uint32_t description,
-                               std::uint32_t object) {
-  return type | action << 2 | description << 9 | object << 18;
-}
-
-// How a code prints once raised without a location.
-std::string printed(error::code_t const& code) {
-  return error_code_t(error_code_t::raise(code)).as_string(1);
-}
-
-class ErrorCodeTest : public ::testing::Test {
- protected:
-  void SetUp() override { error_code_t::clean_last(); }
-  void TearDown() override { error_code_t::clean_last(); }
-};
-
-// --- The vocabulary and the grammar ----------------------------------------------------
-
-TEST(ErrorWords, TablesHoldTheirWordsAtTheirPositions) {
-  EXPECT_STREQ("IsNot", error::type_word(error_type_t{0}));
-  EXPECT_STREQ("FailedTo", error::type_word(error_type_t{1}));
-  EXPECT_STREQ("last", error::type_word(error_type_t{2}));
-  EXPECT_STREQ("A", error::action_word(error_action_t{0}));
-  EXPECT_STREQ("Match", error::action_word(error_action_t{35}));
-  EXPECT_STREQ("Map", error::action_word(error_action_t{36}));
-  EXPECT_STREQ("Write", error::action_word(error_action_t{62}));
-  EXPECT_STREQ("last", error::action_word(error_action_t{63}));
-  EXPECT_STREQ("Any", error::description_word(error_desc_t{0}));
-  EXPECT_STREQ("The", error::description_word(error_desc_t{44}));
-  EXPECT_STREQ("Visible", error::description_word(error_desc_t{48}));
-  EXPECT_STREQ("Action", error::description_word(error_desc_t{49}));
-  EXPECT_STREQ("Wrapper", error::description_word(error_desc_t{182}));
-  EXPECT_STREQ("last", error::description_word(error_desc_t{183}));
-  EXPECT_STREQ("Action", error::object_word(error_object_t{0}));
-  EXPECT_STREQ("File", error::object_word(error_object_t{37}));
-  EXPECT_STREQ("Wrapper", error::object_word(error_object_t{133}));
-  EXPECT_STREQ("last", error::object_word(error_object_t{134}));
-  // Past the end marker there is no word.
-  EXPECT_EQ(nullptr, error::type_word(error_type_t{3}));
-  EXPECT_EQ(nullptr, error::action_word(error_action_t{64}));
-  EXPECT_EQ(nullptr, error::description_word(error_desc_t{511}));
-  EXPECT_EQ(nullptr, error::object_word(error_object_t{135}));
-}
-
-TEST(ErrorGrammar, CodesFollowTheBitLayout) {
-  EXPECT_EQ(packed(1, 0, 0, 0), error::FailedTo.A.Any.Action.value());
-  EXPECT_EQ(packed(1, 37, 44, 37), error::FailedTo.Open.The.File.value());
-  EXPECT_EQ(packed(1, 30, 49 + 124, 4), error::FailedTo.Join.Thread.Array.value());
-  EXPECT_EQ(packed(1, 62, 48, 133), error::FailedTo.Write.Visible.Wrapper.value());
-  EXPECT_EQ(packed(1, 62, 182, 133), error::FailedTo.Write.Wrapper.Wrapper.value());
-  EXPECT_EQ(packed(1, 36, 45, 80), error::FailedTo.Map.This.Operation.value());
-  EXPECT_EQ(packed(0, 0, 0, 0), error::IsNot.Any.Action.value());
-  EXPECT_EQ(packed(0, 0, 47, 3), error::IsNot.Valid.Argument.value());
-  EXPECT_EQ(packed(0, 0, 182, 133), error::IsNot.Wrapper.Wrapper.value());
-
-  constexpr error::code_base_t code = error::FailedTo.Create.File.Mapping;
-  static_assert(code.type == 1 && code.action == 18 && code.description == 49 + 37 &&
-                code.object == 69 && code.zero == 0);
-  EXPECT_EQ(error_desc_t::File, code.get_description());
-}
+using ErrorCodeTest = q2test::error_list_test;
 
 // Every word, at each place it can take in the tree, gives the field that prints it.
 #define CHECK_ACTION(word) \
@@ -93,138 +19,71 @@ TEST(ErrorGrammar, CodesFollowTheBitLayout) {
 #define CHECK_OBJECT(word)                                                     \
   EXPECT_STREQ(#word, error::object_word(error::IsNot.The.word.get_object())); \
   EXPECT_STREQ(#word, error::object_word(error::FailedTo.Process.Last.word.get_object()));
-
-TEST(ErrorGrammar, EveryActionNamesItsOwnField){
-    QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)} TEST(ErrorGrammar, EveryAdjectiveNamesItsOwnField){
-    QUILLON2_ERROR_ADJECTIVE_WORDS(
-        CHECK_DESCRIPTION)} TEST(ErrorGrammar, EveryObjectAsDescriptionNamesItsOwnField){
-    QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)} TEST(ErrorGrammar, EveryObjectNamesItsOwnField){
-    QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)}
+// clang-format off
+TEST(ErrorGrammar, EveryWordNamesItsOwnField) {
+  QUILLON2_ERROR_ACTION_WORDS(CHECK_ACTION)
+  QUILLON2_ERROR_ADJECTIVE_WORDS(CHECK_DESCRIPTION)
+  QUILLON2_ERROR_OBJECT_WORDS(CHECK_DESCRIPTION)
+  QUILLON2_ERROR_OBJECT_WORDS(CHECK_OBJECT)
+}
+// clang-format on
 #undef CHECK_ACTION
 #undef CHECK_DESCRIPTION
 #undef CHECK_OBJECT
 
-TEST(ErrorGrammar, CallingACodeGivesItsText) {
+TEST(ErrorGrammar, CallingACodeGivesItsTextAndEqualityLooksOnlyAtTheWords) {
   error::code_t const plain = error::IsNot.Valid.Argument();
-  EXPECT_EQ(error::IsNot.Valid.Argument, plain);
   EXPECT_EQ("", plain.text + plain.function + plain.file);
-  EXPECT_EQ(0u, plain.line);
-  EXPECT_EQ(nullptr, plain.cause);
-
-  EXPECT_EQ("a.txt", error::FailedTo.Open.The.File(std::wstring(L"a.txt")).text);
-  EXPECT_EQ("a.txt", error::FailedTo.Open.The.File(std::string("a.txt")).text);
-  EXPECT_EQ("a.txt", error::FailedTo.Open.The.File("a.txt").text);
-  EXPECT_EQ("a.txt", error::FailedTo.Open.The.File(L"a.txt").text);
-  EXPECT_EQ("", error::FailedTo.Open.The.File(static_cast<char const*>(nullptr)).text);
   EXPECT_EQ("", error::FailedTo.Open.The.File(static_cast<wchar_t const*>(nullptr)).text);
   // Wide text is stored as UTF-8, narrow text is copied as it is.
-  EXPECT_EQ("gr\xC3\xBC\xC3\x9F \xF0\x9F\x98\x80",
-            error::IsNot.Valid.Path(std::wstring(L"gr\u00FC\u00DF \U0001F600")).text);
+  EXPECT_EQ("gr\xC3\xBC \xF0\x9F\x98\x80", error::IsNot.Valid.Path(L"gr\u00FC \U0001F600").text);
   EXPECT_EQ(std::string("a\0b", 3), error::IsNot.Valid.Path(std::string("a\0b", 3)).text);
-}
-
-TEST(ErrorGrammar, CodeMasksEachFieldToItsWidth) {
-  EXPECT_EQ(error::FailedTo.Read.Full.Data,
-            error::code(error_type_t::FailedTo, error_action_t::Read, error_desc_t::Full,
-                        error_object_t::Data));
-  error::code_t const masked = error::code(error_type_t{5}, error_action_t{0x80 | 2},
-                                           error_desc_t{0x200 | 7}, error_object_t{0xFFFFFFFF});
-  EXPECT_EQ(packed(1, 2, 7, 0x1FF), masked.value());
-}
-
-TEST(ErrorGrammar, EqualityLooksOnlyAtTheFourWords) {
   error::code_t a = error::FailedTo.Read.The.File("one");
   error::code_t b = error::FailedTo.Read.The.File(L"two");
-  b.function = "f";
   b.line = 7;
   b.cause = &a;
   EXPECT_TRUE(a == b);
-  EXPECT_NE(error::FailedTo.Read.The.File, error::FailedTo.Write.The.File);
   EXPECT_NE(error::FailedTo.Read.The.File, error::FailedTo.Read.This.File);
-  EXPECT_NE(error::FailedTo.Read.The.File, error::FailedTo.Read.The.Stream);
   EXPECT_NE(error::IsNot.Valid.Path, error::FailedTo.A.Valid.Path);
 }
 
-// --- Ok, False and real errors ---------------------------------------------------------
-
-TEST_F(ErrorCodeTest, OkIsTheDefault) {
-  error_code_t const ok;
-  EXPECT_EQ("Ok", ok.as_string(3));
-  EXPECT_EQ(L"Ok", ok.toString(1));
-  EXPECT_FALSE(ok.failed());
-  EXPECT_TRUE(ok.succeeded());
-  EXPECT_TRUE(static_cast<bool>(ok));
-  EXPECT_EQ(nullptr, ok.pass());
-  EXPECT_TRUE(ok == error_code_t());
+TEST_F(ErrorCodeTest, OkFalseAndRealErrorsAreThreeKinds) {
+  error_code_t const ok, no = error_code_t::False();
+  EXPECT_EQ("Ok False", ok.as_string(3) + " " + no.as_string(3));
+  EXPECT_TRUE(!ok.failed() && ok.succeeded() && ok && !no.failed() && no.succeeded() && no);
   EXPECT_FALSE(ok == error::IsNot.Any.Action);  // the all-zero code is not Ok
-}
-
-TEST_F(ErrorCodeTest, FalseIsNoFailure) {
-  error_code_t const no = error_code_t::False();
-  EXPECT_EQ("False", no.as_string(3));
-  EXPECT_FALSE(no.failed());
-  EXPECT_TRUE(no.succeeded());
-  EXPECT_TRUE(static_cast<bool>(no));
-  EXPECT_EQ(reinterpret_cast<error::code_t const*>(std::uintptr_t{1}), no.pass());
-  EXPECT_TRUE(no == error_code_t::False());
-  EXPECT_FALSE(no == error_code_t());
-
-  error_code_t const real = error_code_t::raise(error::FailedTo.Get.The.Info());
-  EXPECT_FALSE(no == real);
-  EXPECT_FALSE(real == no);
-  EXPECT_FALSE(no == error::FailedTo.Get.The.Info);
-}
-
-TEST_F(ErrorCodeTest, RealErrorsCompareByTheirWords) {
+  EXPECT_FALSE(no == ok);
   error_code_t const first = error_code_t::raise(error::IsNot.Valid.Size("1"));
   error::code_t const kept = *first.pass();  // the next raise clears the list
-  error_code_t const second = error_code_t::raise(error::IsNot.Valid.Size("2"));
-  EXPECT_TRUE(second.failed());
-  EXPECT_FALSE(second.succeeded());
-  EXPECT_FALSE(static_cast<bool>(second));
-  EXPECT_TRUE(second == error_code_t(&kept));
-  EXPECT_TRUE(second == kept);
-  EXPECT_TRUE(error::IsNot.Valid.Size == second);
-  EXPECT_TRUE(second != error::IsNot.Valid.State);
-  EXPECT_FALSE(error_code_t() == kept);
-  EXPECT_FALSE(error_code_t::False() == kept);
+  error_code_t const real = error_code_t::raise(error::IsNot.Valid.Size("2"));
+  EXPECT_TRUE(real.failed() && !real.succeeded() && !real);
+  EXPECT_TRUE(real == error_code_t(&kept) && real == kept && error::IsNot.Valid.Size == real);
+  EXPECT_TRUE(real != error::IsNot.Valid.State);
+  EXPECT_FALSE(no == real || real == no || no == error::IsNot.Valid.Size);
+  EXPECT_FALSE(error_code_t() == kept || error_code_t::False() == kept);
 }
 
-// --- The per-thread list ---------------------------------------------------------------
-
-TEST_F(ErrorCodeTest, RaiseStoresACopyWithItsLocation) {
+TEST_F(ErrorCodeTest, RaiseStoresACopyAndStartsAFreshListThatTranslateKeeps) {
   error::code_t const code = error::FailedTo.Open.The.File("a.txt");
   error::code_t const* stored = error_code_t::raise(code, "ns::open", "open.cpp", 42);
   ASSERT_NE(&code, stored);
-  EXPECT_EQ("a.txt", stored->text);
-  EXPECT_EQ("ns::open open.cpp 42",
-            stored->function + " " + stored->file + " " + std::to_string(stored->line));
-  EXPECT_EQ(nullptr, stored->cause);
   EXPECT_EQ(stored, error_code_t::get_last().pass());
-
   // Re-raising an element of the list copies it before the list is emptied.
   error::code_t const* blank = error_code_t::raise(*stored, nullptr, nullptr, 0);
-  EXPECT_EQ("a.txt", blank->text);
-  EXPECT_EQ("", blank->function + blank->file);
-  EXPECT_EQ(0u, blank->line);
-}
+  EXPECT_EQ("a.txt0", blank->text + blank->function + blank->file + std::to_string(blank->line));
+  EXPECT_EQ(nullptr, blank->cause);
 
-TEST_F(ErrorCodeTest, RaiseStartsAFreshListAndTranslateKeepsIt) {
   error_code_t const a = error_code_t::raise(error::IsNot.Valid.Argument(), "f", "f.cpp", 1);
   error_code_t const b = a.translate(error::FailedTo.Read.Full.Data(), "g", "g.cpp", 2);
   EXPECT_EQ(a.pass(), b.pass()->cause);
   EXPECT_EQ("f", a.pass()->function);  // still valid after the append
-  EXPECT_EQ(b.pass(), error_code_t::get_last().pass());
   // A translation of an older element still chains to the latest one.
-  error_code_t const c = a.translate(error::FailedTo.Close.The.Stream());
-  EXPECT_EQ(b.pass(), c.pass()->cause);
-
-  error_code_t const fresh = error_code_t::raise(error::FailedTo.Seek.The.File("d"));
-  EXPECT_EQ(nullptr, fresh.pass()->cause);
-  EXPECT_EQ("FailedTo Seek File(d)", fresh.as_string(1));
+  EXPECT_EQ(b.pass(), a.translate(error::FailedTo.Close.The.Stream())->cause);
   // On Ok, translate raises.
   error_code_t const from_ok = error_code_t().translate(error::FailedTo.Open.The.Stream());
   EXPECT_EQ("FailedTo Open Stream", from_ok.as_string(1));
+  error_code_t::clean_last();
+  EXPECT_EQ(nullptr, error_code_t::get_last().pass());
 }
 
 TEST_F(ErrorCodeTest, TranslateWithoutAListAssertsAndStandsAlone) {
@@ -235,56 +94,21 @@ TEST_F(ErrorCodeTest, TranslateWithoutAListAssertsAndStandsAlone) {
   EXPECT_EQ("FailedTo Stop Thread Array", result.as_string(1));
 }
 
-TEST_F(ErrorCodeTest, CleanLastEmptiesTheList) {
-  error_code_t::raise(error::FailedTo.Get.Enough.Memory());
-  EXPECT_TRUE(error_code_t::get_last().failed());
-  error_code_t::clean_last();
-  EXPECT_EQ(nullptr, error_code_t::get_last().pass());
-}
-
 TEST_F(ErrorCodeTest, EachThreadHasItsOwnList) {
   error_code_t const mine = error_code_t::raise(error::FailedTo.Check.The.Thread("main"));
-  constexpr int thread_count = 4;
-  boost::barrier sync(thread_count);
-  std::vector<std::string> seen(thread_count);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < thread_count; ++t) {
-    threads.emplace_back([&, t] {
-      seen[t] = error_code_t::get_last().as_string(1);  // nothing raised here yet
-      sync.wait();
-      error_code_t chain = error_code_t::raise(error::IsNot.Valid.Identifier());
-      for (int round = 0; round < 200; ++round) {
-        chain = chain.translate(error::FailedTo.Execute.The.Operation(std::to_string(round)));
-        if (round % 50 == 49) sync.wait();  // keep the threads interleaved
-      }
-      int length = 0;
-      for (error::code_t const* e = chain.pass(); e != nullptr; e = e->cause) ++length;
-      if (length != 201 || chain.pass()->cause->text != "198") seen[t] += " broken";
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  for (auto const& text : seen) EXPECT_EQ("Ok", text);
+  std::vector<std::string> seen(4);
+  q2test::on_threads(4, [&](int t) {
+    seen[t] = error_code_t::get_last().as_string(1);  // nothing raised here yet
+    error_code_t chain = error_code_t::raise(error::IsNot.Valid.Identifier());
+    for (int round = 0; round < 200; ++round) {
+      chain = chain.translate(error::FailedTo.Execute.The.Operation(std::to_string(round)));
+    }
+    int length = 0;
+    for (error::code_t const* e = chain.pass(); e != nullptr; e = e->cause) ++length;
+    if (length != 201 || chain.pass()->cause->text != "198") seen[t] += " broken";
+  });
+  EXPECT_EQ(std::vector<std::string>(4, "Ok"), seen);
   EXPECT_EQ(mine.pass(), error_code_t::get_last().pass());
-  EXPECT_EQ("FailedTo Check Thread(main)", mine.as_string(1));
-}
-
-// --- Printing --------------------------------------------------------------------------
-
-TEST_F(ErrorCodeTest, PrintsTheSentence) {
-  EXPECT_EQ(
-      "f: FailedTo Open File(a.txt)",
-      error_code_t(error_code_t::raise(error::FailedTo.Open.The.File(L"a.txt"), "f")).as_string(1));
-  EXPECT_EQ("IsNot Valid Argument", printed(error::IsNot.Valid.Argument));
-  EXPECT_EQ("FailedTo Execute This Operation", printed(error::FailedTo.Execute.This.Operation));
-  EXPECT_EQ("FailedTo Join Thread Array", printed(error::FailedTo.Join.Thread.Array));
-  EXPECT_EQ("FailedTo Any Action", printed(error::FailedTo.A.Any.Action));
-  EXPECT_EQ("IsNot Action", printed(error::IsNot.The.Action));
-  EXPECT_EQ(
-      L"IsNot Valid Path(gr\u00FC\u00DF)",
-      error_code_t(error_code_t::raise(error::IsNot.Valid.Path(L"gr\u00FC\u00DF"))).toString(1));
-  // Indexes past the tables, which only error::code() makes, print as numbers.
-  EXPECT_EQ("3 100 300 last", printed(error::code(error_type_t{3}, error_action_t{100},
-                                                  error_desc_t{300}, error_object_t{134})));
 }
 
 TEST_F(ErrorCodeTest, PrintsAChainWithEachFlag) {
@@ -305,6 +129,13 @@ TEST_F(ErrorCodeTest, PrintsAChainWithEachFlag) {
       "FailedTo Read Full Data\n"
       "check.cpp(10): ns::check: IsNot Valid Argument(x)",
       top.as_string(3));
+  // Words left out ("The", "A") print as nothing; indexes past the tables as numbers.
+  error_code_t const odd =
+      error_code_t::raise(error::code(error::error_type_t{3}, error::error_action_t{100},
+                                      error::error_desc_t{300}, error::error_object_t{134}));
+  EXPECT_EQ("3 100 300 last", odd.as_string(1));
+  EXPECT_EQ(L"FailedTo Any Action",
+            error_code_t(error_code_t::raise(error::FailedTo.A.Any.Action())).toString(1));
 }
 
 TEST_F(ErrorCodeTest, AHandMadeCycleStillPrints) {
@@ -318,38 +149,21 @@ TEST_F(ErrorCodeTest, AHandMadeCycleStillPrints) {
   EXPECT_EQ("FailedTo Read File(a)", error_code_t(&a).as_string(1));
 }
 
-// --- The exception ---------------------------------------------------------------------
-
-TEST_F(ErrorCodeTest, ExceptionPrintsItsChainOnce) {
+TEST_F(ErrorCodeTest, ExceptionPrintsItsChainOnceAndIsCaughtThroughItsBase) {
   error_code_t const cause = error_code_t::raise(error::IsNot.Valid.Size("0"));
-  error_code_t const top = cause.translate(error::FailedTo.Create.File.Mapping(), "ns::map");
-  quillon2::exception const thrown(top);
+  quillon2::exception const thrown(cause.translate(error::FailedTo.Create.File.Mapping(), "f"));
   char const* first = thrown.what();
-  EXPECT_STREQ("ns::map: FailedTo Create File Mapping <- IsNot Valid Size(0)", first);
   EXPECT_EQ(first, thrown.what());  // cached
-  EXPECT_EQ(top.pass(), thrown.code().pass());
-
   quillon2::exception const copy(thrown);
   error_code_t::clean_last();  // the copy has its own cached text
-  EXPECT_STREQ("ns::map: FailedTo Create File Mapping <- IsNot Valid Size(0)", copy.what());
-  EXPECT_STREQ("Ok", quillon2::exception(error_code_t()).what());
+  EXPECT_STREQ("f: FailedTo Create File Mapping <- IsNot Valid Size(0)", copy.what());
   EXPECT_STREQ("False", quillon2::exception(error_code_t::False()).what());
-}
-
-TEST_F(ErrorCodeTest, ThrownErrorsAreCaughtThroughTheirBases) {
   try {
     throw quillon2::exception(error_code_t::raise(error::FailedTo.Open.The.Archive("a.zip")));
   } catch (std::exception const& caught) {
     EXPECT_STREQ("FailedTo Open Archive(a.zip)", caught.what());
   }
-  try {
-    throw error_code_t::raise(error::FailedTo.Read.The.Stream());
-  } catch (error::code_base_t const* caught) {
-    EXPECT_EQ(error::FailedTo.Read.The.Stream, *caught);
-  }
 }
-
-// --- Carrying errors between threads ---------------------------------------------------
 
 TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
   error::container_t carried;
@@ -360,30 +174,23 @@ TEST_F(ErrorCodeTest, ContainerCarriesAChainToAnotherThread) {
     error_code_t::raise(error::FailedTo.Stop.Thread.Array());  // the original chain goes
   });
   raiser.join();  // and the raising thread's list is gone with it
-
   error_code_t const rebuilt = carried.get();
-  ASSERT_TRUE(rebuilt.failed());
   // Codes and texts come back; function names and locations do not.
   EXPECT_EQ("FailedTo Read Full Data(\xC3\xA9)\nIsNot Valid Argument(x)", rebuilt.as_string(3));
   EXPECT_EQ(rebuilt.pass(), error_code_t::get_last().pass());
-  EXPECT_EQ(nullptr, rebuilt.pass()->cause->cause);
   // get() may be asked again; each time the chain is raised afresh.
   std::string const first_text = rebuilt.as_string(1);
   EXPECT_EQ(first_text, carried.get().as_string(1));  // `rebuilt` is gone from here on
 }
 
-TEST_F(ErrorCodeTest, ContainerOfOkOrFalseHoldsNothing) {
+TEST_F(ErrorCodeTest, ContainerHoldsNoSuccessIsFilledOnceAndMoves) {
   error_code_t const earlier = error_code_t::raise(error::FailedTo.Wait.The.Thread());
-  error::container_t ok_box;
-  ok_box.set(error_code_t());
-  EXPECT_EQ(nullptr, ok_box.get().pass());
-  error::container_t false_box;
-  false_box.set(error_code_t::False());
-  EXPECT_EQ(nullptr, false_box.get().pass());
+  for (error_code_t const& success : {error_code_t(), error_code_t::False()}) {
+    error::container_t box;
+    box.set(success);
+    EXPECT_EQ(nullptr, box.get().pass());
+  }
   EXPECT_EQ(earlier.pass(), error_code_t::get_last().pass());  // nothing was raised
-}
-
-TEST_F(ErrorCodeTest, ContainerIsFilledOnceAndMoves) {
   q2test::assert_recorder_t recorder;
   error::container_t box;
   EXPECT_EQ(nullptr, box.get().pass());
@@ -394,31 +201,6 @@ TEST_F(ErrorCodeTest, ContainerIsFilledOnceAndMoves) {
   error::container_t assigned;
   assigned = std::move(moved);
   EXPECT_EQ("IsNot Valid Path(b)", assigned.get().as_string(1));
-}
-
-TEST_F(ErrorCodeTest, ManyThreadsHandTheirChainsBack) {
-  constexpr int thread_count = 6;
-  std::vector<error::container_t> boxes(thread_count);
-  boost::barrier start(thread_count);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < thread_count; ++t) {
-    threads.emplace_back([&boxes, &start, t] {
-      start.wait();
-      error_code_t chain = error_code_t::raise(error::IsNot.Valid.Identifier(std::to_string(t)));
-      for (int depth = 0; depth < t; ++depth) {
-        chain = chain.translate(error::FailedTo.Call.The.Function(std::to_string(depth)));
-      }
-      boxes[t].set(chain);
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  for (int t = 0; t < thread_count; ++t) {
-    std::string expected = "IsNot Valid Identifier(" + std::to_string(t) + ")";
-    for (int depth = 0; depth < t; ++depth) {
-      expected = "FailedTo Call Function(" + std::to_string(depth) + ") <- " + expected;
-    }
-    EXPECT_EQ(expected, boxes[t].get().as_string(1));
-  }
 }
 
 }  // namespace

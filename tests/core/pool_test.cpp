@@ -9,15 +9,11 @@
 #include <initializer_list>
 #include <new>
 #include <random>
-#include <thread>
 #include <utility>
-#include <vector>
 
-#include <boost/thread/barrier.hpp>
-#include <gtest/gtest.h>
-
-#include <quillon2/core/error_code.hpp>
 #include <quillon2/core/pool_allocator.hpp>
+
+#include "core/core_support.hpp"
 
 namespace {
 
@@ -54,7 +50,7 @@ char* first_block_on_fresh_page(std::uint64_t size) {
   return first;
 }
 
-TEST(PoolLayout, BlocksFollowEachOtherAlignedBehindTheirRecords) {
+TEST(PoolLayout, BlocksFollowEachOtherAndTheLastFreedComesBackForAnySize) {
   char* a = first_block_on_fresh_page(24);
   char* b = allocate(24);
   char* empty = allocate(0);  // served as 1 byte
@@ -64,18 +60,9 @@ TEST(PoolLayout, BlocksFollowEachOtherAlignedBehindTheirRecords) {
   EXPECT_EQ(first_block_offset + 32, record_of(b));
   EXPECT_EQ(next_block_after(b, 24), empty);
   EXPECT_EQ(next_block_after(empty, 1), c);
-  EXPECT_EQ(page_of(a), page_of(c));
-  release({{c, 5}, {empty, 0}, {b, 24}, {a, 24}});
-}
-
-TEST(PoolReuse, LastBlockFreedComesBackForAnySize) {
-  char* a = first_block_on_fresh_page(24);
-  char* b = allocate(24);
-  pool_deallocate(b, 24);
-  EXPECT_EQ(b, allocate(24));
-  pool_deallocate(b, 24);
-  EXPECT_EQ(b, allocate(64));
-  release({{b, 64}, {a, 24}});
+  pool_deallocate(c, 5);
+  EXPECT_EQ(c, allocate(64));
+  release({{c, 64}, {empty, 0}, {b, 24}, {a, 24}});
 }
 
 TEST(PoolReuse, CachedBlocksComeBackOnlyForTheirExactSize) {
@@ -123,15 +110,14 @@ TEST(PoolReuse, BlocksFreedOnAnOlderPageAreNotReused) {
 TEST(PoolPages, OversizeRequestGetsAPageOfItsOwnSize) {
   char* a = first_block_on_fresh_page(16);
   EXPECT_GE(malloc_usable_size(page_of(a)), page_size);
-  for (std::uint64_t size : {page_size, 3 * page_size + 5}) {
-    char* big = allocate(size);
-    EXPECT_EQ(first_block_offset, record_of(big));
-    EXPECT_GE(malloc_usable_size(page_of(big)), size + 4 + page_header_size + 7);
-    std::memset(big, 0x5A, size);
-    char* small = allocate(16);
-    EXPECT_NE(page_of(big), page_of(small)) << "nothing more is cut from the big page";
-    release({{big, size}, {small, 16}});
-  }
+  std::uint64_t const size = 3 * page_size + 5;
+  char* huge = allocate(size);
+  EXPECT_EQ(first_block_offset, record_of(huge));
+  EXPECT_GE(malloc_usable_size(page_of(huge)), size + 4 + page_header_size + 7);
+  std::memset(huge, 0x5A, size);
+  char* small = allocate(16);
+  EXPECT_NE(page_of(huge), page_of(small)) << "nothing more is cut from the big page";
+  release({{huge, size}, {small, 16}});
   char* big = allocate(2 * page_size);
   pool_deallocate(big, 2 * page_size);  // its page is current: it is used again
   EXPECT_EQ(big, allocate(16));
@@ -183,10 +169,8 @@ TEST(PoolFailure, ImpossibleRequestIsReportedAndLeavesThePoolAsItWas) {
 }
 
 TEST(PoolThreads, BlocksStayIntactUnderConcurrentUse) {
-  constexpr int thread_count = 3;
-  boost::barrier start(thread_count);
-  std::vector<int> damaged(thread_count, 0);
-  auto work = [&](int id) {
+  std::vector<int> damaged(3, 0);
+  q2test::on_threads(3, [&](int id) {
     std::mt19937 random(id + 1);
     std::vector<block_t> live;
     auto const fill = static_cast<char>(0x30 + id);
@@ -197,7 +181,6 @@ TEST(PoolThreads, BlocksStayIntactUnderConcurrentUse) {
       live[index] = live.back();
       live.pop_back();
     };
-    start.wait();
     for (int round = 0; round < 20000; ++round) {
       if (live.size() < 64 && random() % 3 != 0) {
         std::uint64_t const size = random() % 1000 ? 1 + random() % 300 : page_size + 9;
@@ -208,11 +191,8 @@ TEST(PoolThreads, BlocksStayIntactUnderConcurrentUse) {
       }
     }
     while (!live.empty()) release_at(live.size() - 1);
-  };
-  std::vector<std::thread> threads;
-  for (int id = 0; id < thread_count; ++id) threads.emplace_back(work, id);
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(std::vector<int>(thread_count, 0), damaged);
+  });
+  EXPECT_EQ(std::vector<int>(3, 0), damaged);
 }
 
 }  // namespace

@@ -1,13 +1,10 @@
 // The text layer: UTF conversions, byte-order marks, case mapping, replacement and
 // splitting, code pages. The test process runs in the C locale unless a test says so.
 #include <clocale>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/headers/kesmet.hpp>
+
+#include "core/core_support.hpp"
 
 namespace {
 
@@ -72,70 +69,44 @@ TEST(Utf, RoundTripsSampledScalarValuesAndLongTexts) {
   EXPECT_EQ(expected + R, kesmet2::utf8_to_utf16(bad));
 }
 
-TEST(Utf, AnyByteSoupBecomesStableValidUtf8) {
-  std::mt19937 random(42);
-  for (int round = 0; round < 200; ++round) {
-    std::string bytes(random() % 64, '\0');
-    for (char& b : bytes) b = static_cast<char>(random());
-    std::wstring const wide = kesmet2::utf8_to_utf16(bytes);
-    std::string const back = kesmet2::utf16_to_utf8(wide);
-    ASSERT_TRUE(is_valid_utf8(back));
-    ASSERT_EQ(wide, kesmet2::utf8_to_utf16(back));
-  }
-}
-
 TEST(Utf, ScansTheSequenceAtTheStart) {
   auto const* p = reinterpret_cast<unsigned char const*>("\xE2\x82\xAC!\xC0\xAF");
-  EXPECT_TRUE(ql2::validate_utf8(p, 6));
+  EXPECT_TRUE(ql2::validate_utf8(p, 6) && ql2::validate_utf8(p + 3, 1));
   EXPECT_EQ(3u, ql2::get_utf8_length(p, 6));
-  EXPECT_FALSE(ql2::validate_utf8(p, 2));  // cut off by the size
-  EXPECT_EQ(2u, ql2::get_utf8_length(p, 2));
-  EXPECT_TRUE(ql2::validate_utf8(p + 3, 1));
-  EXPECT_FALSE(ql2::validate_utf8(p + 4, 2));
+  EXPECT_FALSE(ql2::validate_utf8(p, 2) || ql2::validate_utf8(p + 4, 2) ||
+               ql2::validate_utf8(p, 0));
+  EXPECT_EQ(2u, ql2::get_utf8_length(p, 2));  // cut off by the size
   EXPECT_EQ(1u, ql2::get_utf8_length(p + 4, 2));
-  EXPECT_FALSE(ql2::validate_utf8(p, 0));
   EXPECT_EQ(0u, ql2::get_utf8_length(nullptr, 5));
 }
 
-TEST(ByteOrderMark, IsRemovedOnlyAtTheStart) {
+TEST(ByteOrderMark, IsRemovedOnlyAtTheStartAndSwapsTextReadInTheOtherOrder) {
   EXPECT_EQ("ab", kesmet2::remove_BOM(std::string("\xEF\xBB\xBF") + "ab"));
   EXPECT_EQ("a\xEF\xBB\xBF", kesmet2::remove_BOM(std::string("a\xEF\xBB\xBF")));
   EXPECT_EQ("\xEF\xBB", kesmet2::remove_BOM(std::string("\xEF\xBB")));
-  EXPECT_EQ(L"ab", kesmet2::remove_BOM(std::wstring(L"\uFEFFab")));
-  EXPECT_EQ(L"a\uFEFF", kesmet2::remove_BOM(std::wstring(L"a\uFEFF")));
-}
-
-TEST(ByteOrderMark, SwapsTextReadInTheOtherByteOrder) {
+  EXPECT_EQ(L"a\uFEFF", kesmet2::remove_BOM(std::wstring(L"\uFEFFa\uFEFF")));
   // "Aé" as big-endian UTF-16 read into little-endian units.
   std::wstring utf16{wchar_t(0xFFFE), wchar_t(0x4100), wchar_t(0xE900)};
   EXPECT_TRUE(kesmet2::check_BOM_and_modify_swap(utf16));
   EXPECT_EQ(L"\uFEFFA\u00E9", utf16);
-  EXPECT_FALSE(kesmet2::check_BOM_and_modify_swap(utf16));  // host order: untouched
-  EXPECT_EQ(L"\uFEFFA\u00E9", utf16);
+  EXPECT_FALSE(kesmet2::check_BOM_and_modify_swap(utf16));  // host order now
   std::wstring utf32{wchar_t(0xFFFE0000u), wchar_t(0x00F60100)};
   EXPECT_TRUE(kesmet2::check_BOM_and_modify_swap(utf32));
   EXPECT_EQ(L"\uFEFF\U0001F600", utf32);
-  std::wstring empty;
-  EXPECT_FALSE(kesmet2::check_BOM_and_modify_swap(empty));
 }
 
 TEST(ReplaceAll, CountsAndReplacesWithoutRescanning) {
   std::string text = "aaaa";
   EXPECT_EQ(2, kesmet2::replace_all(text, "aa", "a"));
-  EXPECT_EQ("aa", text);
   EXPECT_EQ(2, kesmet2::replace_all(text, "a", "aa"));
-  EXPECT_EQ("aaaa", text);
   EXPECT_EQ(0, kesmet2::replace_all(text, "", "x"));  // an empty pattern replaces nothing
-  EXPECT_EQ(0, kesmet2::replace_all(text, "aaaaa", "x"));
+  EXPECT_EQ("aaaa", text);
   std::wstring wide = L"x\u00E9y\u00E9";
   EXPECT_EQ(2, kesmet2::replace_all(wide, std::wstring(L"\u00E9"), std::wstring()));
-  EXPECT_EQ(L"xy", wide);
-  EXPECT_EQ(0, kesmet2::replace_all(wide, std::wstring(), std::wstring(L"z")));
 }
 
 TEST(SplitString, KeepsEmptyPartsWithOptionsZero) {
   EXPECT_EQ((strings8{"", "a", "", "b", ""}), kesmet2::split_string(",a,,b,", ",", 0));
-  EXPECT_EQ((strings8{""}), kesmet2::split_string("", ",", 0));
   EXPECT_EQ((strings8{"a", "b"}), kesmet2::split_string("a::b", "::", 0));
   EXPECT_EQ((strings8{"abc"}), kesmet2::split_string("abc", "", 0));
   EXPECT_EQ((strings8{"a", "b"}), kesmet2::split_string(",a,,b,", ",", kesmet2::split_skip_empty));
@@ -146,22 +117,18 @@ TEST(SplitString, KeepsEmptyPartsWithOptionsZero) {
 TEST(CaseMapping, MapsLettersOfEveryScriptAndNothingElse) {
   EXPECT_EQ(L"HELLO, 1! \u00C9\u00D8\u0178\u0100\u017D\u0391\u0418\U00010400",
             kesmet2::to_upper(L"Hello, 1! \u00E9\u00F8\u00FF\u0101\u017E\u03B1\u0438\U00010428"));
-  EXPECT_EQ(L"hello, 1! \u00E9\u00F8\u00FF\u0101\u017E\u03B1\u0438",
-            kesmet2::to_lower(L"HELLO, 1! \u00C9\u00D8\u0178\u0100\u017D\u0391\u0418"));
-  EXPECT_EQ(L"abc\u00E9", ql2::tolower(L"ABC\u00C9"));
-  std::wstring const caseless{L'\u00D7', L'\u00F7',         L'\uFFFD',
-                              L'\0',     wchar_t(0x110000), wchar_t(-5)};
+  EXPECT_EQ(L"\u00E9\u00FF\u03B1", kesmet2::to_lower(L"\u00C9\u0178\u0391"));
+  std::wstring const caseless{L'\u00D7', L'\uFFFD', L'\0', wchar_t(0x110000), wchar_t(-5)};
   EXPECT_EQ(caseless, kesmet2::to_upper(caseless));
   EXPECT_EQ(caseless, kesmet2::to_lower(caseless));
 }
 
-TEST(CodePage, RoundTripsAndReplacesWhatDoesNotFit) {
+TEST(CodePage, RoundTripsAndReplacesWhatDoesNotFitOrIsUnknown) {
   kesmet2::code_page latin1("ISO-8859-1");
   EXPECT_TRUE(latin1.is_known());
   std::string all;
   for (int b = 1; b < 256; ++b) all.push_back(static_cast<char>(b));
   EXPECT_EQ(all, latin1.encode(latin1.as_utf8(all)));
-  EXPECT_EQ("caf\xC3\xA9", latin1.as_utf8("caf\xE9"));
   // Unmappable characters and ill-formed input: one '?' each.
   EXPECT_EQ("a?b??c?", latin1.encode("a\xE2\x82\xAC"
                                      "b\xC0\xAF"
@@ -169,21 +136,17 @@ TEST(CodePage, RoundTripsAndReplacesWhatDoesNotFit) {
   kesmet2::code_page cp1252(1252);
   EXPECT_EQ("\x80", cp1252.encode("\xE2\x82\xAC"));
   EXPECT_EQ("\xE2\x82\xAC\xE2\x80\x9C?", cp1252.as_utf8("\x80\x93\x81"));
-}
 
-TEST(CodePage, ConvertsWideEncodingsAndUnknownOnes) {
   kesmet2::code_page utf16(1200);
   std::string const bytes("A\0\xAC\x20", 4);
   EXPECT_EQ(bytes, utf16.encode("A\xE2\x82\xAC"));
   EXPECT_EQ("A\xE2\x82\xAC", utf16.as_utf8(bytes));
-  EXPECT_EQ(std::string("?\0", 2), utf16.encode("\xFF"));
   EXPECT_EQ("A?", utf16.as_utf8(std::string("A\0B", 3)));  // a cut-off unit
   kesmet2::code_page unknown("NO-SUCH-ENCODING");
   EXPECT_FALSE(unknown.is_known());
-  EXPECT_EQ("a?b", unknown.encode("a\xC3\xA9"
-                                  "b"));
-  EXPECT_EQ("a?b", unknown.as_utf8("a\xE9"
-                                   "b"));
+  EXPECT_EQ("a?b?", unknown.encode("a\xC3\xA9"
+                                   "b") +
+                        unknown.as_utf8("\xE9"));
 }
 
 class LocaleTest : public testing::Test {

@@ -4,12 +4,10 @@
 #include <atomic>
 #include <memory>
 #include <random>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/functor/signal.hpp>
+
+#include "core/core_support.hpp"
 
 namespace {
 
@@ -40,10 +38,9 @@ TEST(SignalStress, EmitConnectDisconnectAndDestroyFromManyThreads) {
   std::vector<signal_type> signals(signals_n);
   std::atomic<int> churning{churners}, emitting{emitters}, emissions{0}, changes{0};
 
-  std::vector<std::thread> threads;
-  for (int e = 0; e < emitters; ++e) {
-    threads.emplace_back([&, e] {
-      std::minstd_rand random(e + 1);
+  q2test::on_threads(emitters + churners, [&](int t) {
+    std::minstd_rand random(t + 1);
+    if (t < emitters) {
       std::vector<std::shared_ptr<int>> payloads;
       for (int i = 0; i < signals_n; ++i) payloads.push_back(std::make_shared<int>(i));
       while (churning > 0 || emissions < least_emissions) {
@@ -54,38 +51,33 @@ TEST(SignalStress, EmitConnectDisconnectAndDestroyFromManyThreads) {
         ++emissions;
       }
       --emitting;
-    });
-  }
-  for (int c = 0; c < churners; ++c) {
-    threads.emplace_back([&, c] {
-      std::minstd_rand random(100 + c);
-      std::vector<std::unique_ptr<subscriber_t>> mine;
-      for (int op = 0; op < changes_each; ++op, ++changes) {
-        while (changes * 2 > emissions + window && emitting > 0) std::this_thread::yield();
-        auto const choice = random() % 4;
-        if (choice == 0) {
-          mine.push_back(std::make_unique<subscriber_t>());
-        } else if (mine.empty()) {
-          continue;
-        } else if (choice == 1) {
-          mine.erase(mine.begin() + static_cast<long>(random() % mine.size()));
+      return;
+    }
+    std::vector<std::unique_ptr<subscriber_t>> mine;
+    for (int op = 0; op < changes_each; ++op, ++changes) {
+      while (changes * 2 > emissions + window && emitting > 0) std::this_thread::yield();
+      auto const choice = random() % 4;
+      if (choice == 0) {
+        mine.push_back(std::make_unique<subscriber_t>());
+      } else if (mine.empty()) {
+        continue;
+      } else if (choice == 1) {
+        mine.erase(mine.begin() + static_cast<long>(random() % mine.size()));
+      } else {
+        subscriber_t& s = *mine[random() % mine.size()];
+        int const i = static_cast<int>(random() % signals_n);
+        if (s.connected & (1u << i)) {
+          signals[i].disconnect(&s, &subscriber_t::on_emit);
+          s.connected &= ~(1u << i);
         } else {
-          subscriber_t& s = *mine[random() % mine.size()];
-          int const i = static_cast<int>(random() % signals_n);
-          if (s.connected & (1u << i)) {
-            signals[i].disconnect(&s, &subscriber_t::on_emit);
-            s.connected &= ~(1u << i);
-          } else {
-            s.connected |= 1u << i;
-            signals[i].connect(&s, &subscriber_t::on_emit);
-          }
+          s.connected |= 1u << i;
+          signals[i].connect(&s, &subscriber_t::on_emit);
         }
       }
-      mine.clear();
-      --churning;
-    });
-  }
-  for (auto& t : threads) t.join();
+    }
+    mine.clear();
+    --churning;
+  });
 
   EXPECT_GT(g_calls.load(), 0);
   EXPECT_EQ(0, g_wrong_calls.load());

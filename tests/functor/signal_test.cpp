@@ -1,24 +1,18 @@
+// Signals: order of calls, either end dying first, changes, deaths and exceptions during
+// an emission, copies.
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include <quillon2/core/assert.hpp>
 #include <quillon2/core/functor/signal.hpp>
 
-#include "support/assert_recorder.hpp"
+#include "core/core_support.hpp"
 
 namespace {
 
 using quillon2::_internal::signal_t;
 using quillon2::_internal::subscriber_base_t;
 using log_t = std::vector<std::string>;
-
 
 // Records its calls in a shared log; `action` runs inside the handler.
 struct receiver_t : subscriber_base_t {
@@ -50,8 +44,6 @@ class SignalTest : public ::testing::Test {
   receiver_t a{"a", log}, b{"b", log}, c{"c", log};
 };
 
-}  // namespace
-
 TEST_F(SignalTest, CallsConnectionsInOrderEachWithItsOwnCopyOfTheArguments) {
   signal_t<int, std::string const&> two;
   two.connect(&b, &receiver_t::on_two);
@@ -67,10 +59,6 @@ TEST_F(SignalTest, CallsConnectionsInOrderEachWithItsOwnCopyOfTheArguments) {
   one.connect(&d, &receiver_t::on_const);
   one(1);
   EXPECT_EQ((log_t{"b:7x", "a:7x", "a:hi!", "b:hi!", "d:1", "d(const):1"}), log);
-
-  signal_t<> none;
-  none();  // nothing connected: returns at once
-  EXPECT_TRUE(none.empty());
 }
 
 TEST_F(SignalTest, ReportsDuplicateUnknownAndSelfConnectionsAndChangesNothing) {
@@ -81,12 +69,11 @@ TEST_F(SignalTest, ReportsDuplicateUnknownAndSelfConnectionsAndChangesNothing) {
   s.connect(s);
   s(1);
   EXPECT_EQ((log_t{"a:1"}), log);
-  ASSERT_EQ(3u, asserts.count());
-  EXPECT_EQ("signal_t::_insert: this connection is already exists.", asserts.conditions()[0]);
-  EXPECT_EQ(
-      "subscriber_found && \"signal_t::disconnect: attempt to disconnect unknown connection\"",
-      asserts.conditions()[1]);
-  EXPECT_EQ("static_cast<subscriber_base_t*>(this) != subscriberObj", asserts.conditions()[2]);
+  EXPECT_EQ((log_t{"signal_t::_insert: this connection is already exists.",
+                   "subscriber_found && \"signal_t::disconnect: attempt to disconnect unknown "
+                   "connection\"",
+                   "static_cast<subscriber_base_t*>(this) != subscriberObj"}),
+            asserts.conditions());
 }
 
 TEST_F(SignalTest, EitherEndMayDieFirst) {
@@ -144,39 +131,31 @@ TEST_F(SignalTest, ANestedEmissionLeavesTheCleanupToTheOuterOne) {
   EXPECT_EQ(2u, s.connection_count());
 }
 
-TEST_F(SignalTest, ASignalDestroyedByItsHandlerEndsTheEmissionAtOnce) {
-  // The sanitizers catch any touch of the freed signal or its mutex.
+// The sanitizers catch any touch of the freed signal, its mutex or the freed subscriber.
+TEST_F(SignalTest, WhatAHandlerDestroysIsNotTouchedAgain) {
   auto* s = new signal_t<int>;
   connect_all(*s);
-  b.action = [&] { delete s; };
-  (*s)(1);
-  EXPECT_EQ((log_t{"a:1", "b:1"}), log);
-
-  // Also from inside a nested emission: the outermost one releases the mutex.
-  log.clear();
-  s = new signal_t<int>;
-  connect_all(*s);
   bool nested = false;
-  a.action = [&] {
+  a.action = [&] {  // the outermost emission releases the mutex
     if (nested) return;
     nested = true;
     (*s)(2);
   };
+  b.action = [&] { delete s; };
   (*s)(1);
   EXPECT_EQ((log_t{"a:1", "a:2", "b:2"}), log);
-}
 
-TEST_F(SignalTest, ASubscriberDestroyedDuringAnEmissionIsNotCalled) {
-  signal_t<int> s, other;
+  log.clear();
+  signal_t<int> mine, other;
   auto* doomed = new receiver_t("doomed", log);
-  s.connect(&a, &receiver_t::on_int);
-  s.connect(doomed, &receiver_t::on_int);
-  s.connect(&c, &receiver_t::on_int);
+  mine.connect(&b, &receiver_t::on_int);
+  mine.connect(doomed, &receiver_t::on_int);
+  mine.connect(&c, &receiver_t::on_int);
   other.connect(doomed, &receiver_t::on_int);
-  a.action = [&] { delete doomed; };
-  s(1);
-  EXPECT_EQ((log_t{"a:1", "c:1"}), log);
-  EXPECT_EQ(2u, s.connection_count());
+  b.action = [&] { delete doomed; };
+  mine(1);
+  EXPECT_EQ((log_t{"b:1", "c:1"}), log);
+  EXPECT_EQ(2u, mine.connection_count());
   EXPECT_EQ(0u, other.connection_count());
 }
 
@@ -191,11 +170,9 @@ TEST_F(SignalTest, AThrowingHandlerEndsTheEmissionAndReleasesTheSignal) {
     throw std::runtime_error("stop");
   };
   EXPECT_THROW(s(1), std::runtime_error);
-  EXPECT_EQ((log_t{"a:1", "b:1"}), log);
   EXPECT_EQ(2u, s.connection_count());  // cleaned on the way out
-  log.clear();
-  std::thread([&] { s(2); }).join();  // the lock was released
-  EXPECT_EQ((log_t{"b:2", "c:2"}), log);
+  std::thread([&] { s(2); }).join();    // the lock was released
+  EXPECT_EQ((log_t{"a:1", "b:1", "b:2", "c:2"}), log);
 }
 
 TEST_F(SignalTest, ACopyTakesTheConnectionsAndAssignmentMergesThem) {
@@ -214,7 +191,8 @@ TEST_F(SignalTest, ACopyTakesTheConnectionsAndAssignmentMergesThem) {
   EXPECT_EQ((log_t{"doomed:1", "a:1", "b:2", "a:2", "doomed:2"}), log);
   EXPECT_TRUE(asserts.conditions().empty());
   doomed.reset();  // leaves every copy
-  EXPECT_EQ(1u, source.connection_count());
   EXPECT_EQ(1u, copy.connection_count());
   EXPECT_EQ(2u, target.connection_count());
 }
+
+}  // namespace

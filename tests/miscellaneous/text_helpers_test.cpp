@@ -1,113 +1,85 @@
 // Console text from help markup, regular-expression quoting, and best-match lookup of
 // hyphenated names.
-#include <string>
 #include <utility>
-#include <vector>
 
 #include <boost/regex.hpp>
-#include <gtest/gtest.h>
 
 #include <quillon2/core/text_helpers.hpp>
-#include <quillon2/headers/iterator.hpp>
 
-namespace ql2 = quillon2;
+#include "core/core_support.hpp"
 
 namespace {
 
-struct markup_case_t {
-  std::wstring input;
-  std::wstring expected;
-};
+using words_t = std::vector<std::wstring>;
+using quillon2::generic_iterator_t;
 
-class markup_test : public ::testing::TestWithParam<markup_case_t> {};
-
-TEST_P(markup_test, GivesTheConsoleText) {
-  EXPECT_EQ(GetParam().expected, ql2::removeHtmlMarkupFromText(GetParam().input));
+TEST(RemoveHtmlMarkup, GivesTheConsoleText) {
+  std::pair<wchar_t const*, wchar_t const*> const cases[] = {
+      {L"", L""},
+      {L"plain text, <b>kept</b>", L"plain text, <b>kept</b>"},
+      // An anchor is replaced whole by its cli attribute...
+      {L"Run <a href=\"#run\" cli=\"--run\">run</a> now", L"Run --run now"},
+      // ...and vanishes without one, or when it is not XML, visible text included.
+      {L"<a href='x'>Help</a>", L""},
+      {L"<a href='a&b' cli='never'>x</a>!", L"!"},
+      {L"<a cli='1'>x</a><a cli='2'>y</a>", L"12"},
+      // The pattern also catches an element that only starts with "a".
+      {L"<abbr>x</a>", L""},
+      // The same anchor twice gets the same replacement.
+      {L"<a cli='A'>a</a>-<a cli='A'>a</a>", L"A-A"},
+      // An attribute of another type is no text.
+      {L"<a int:cli='5' xmlns:int='u'>x</a>", L""},
+      // A cli that holds markup is replaced in its turn.
+      {L"<a cli='&lt;br&gt;'>x</a>", L"\n"},
+      {L"<ul><li>one</li><li>two</li></ul>", L" * one\n * two\n"},
+      {L"<p>first</p><p><strong>bold</strong><br>line<br/>end</p>", L"first\nbold\nline\nend\n"},
+      // Other spellings and entities stay as they are.
+      {L"<P>a<BR>b<br />c &amp; d", L"<P>a<BR>b<br />c &amp; d"},
+      // A dot in the pattern also matches a line end; an unclosed anchor stays.
+      {L"<a\ncli='x'>multi\nline</a>", L"x"},
+      {L"<a cli='x'>no end", L"<a cli='x'>no end"},
+  };
+  for (auto const& [input, expected] : cases) {
+    EXPECT_EQ(expected, quillon2::removeHtmlMarkupFromText(input)) << input;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, markup_test,
-    ::testing::Values(markup_case_t{L"", L""},
-                      markup_case_t{L"plain text, <b>kept</b>", L"plain text, <b>kept</b>"},
-                      // An anchor is replaced whole by its cli attribute...
-                      markup_case_t{L"<a href='x' cli='see the help'>Help</a>", L"see the help"},
-                      markup_case_t{L"Run <a href=\"#run\" cli=\"--run\">run</a> now",
-                                    L"Run --run now"},
-                      // ...and vanishes without one, or when it is not XML, visible text included.
-                      markup_case_t{L"<a href='x'>Help</a>", L""},
-                      markup_case_t{L"<a href='a&b' cli='never'>x</a>!", L"!"},
-                      markup_case_t{L"<a cli='1'>x</a><a cli='2'>y</a>", L"12"},
-                      // The pattern also catches an element that only starts with "a".
-                      markup_case_t{L"<abbr>x</a>", L""},
-                      // The same anchor twice gets the same replacement.
-                      markup_case_t{L"<a cli='A'>a</a>-<a cli='A'>a</a>", L"A-A"},
-                      // An attribute of another type is no text.
-                      markup_case_t{L"<a int:cli='5' xmlns:int='u'>x</a>", L""},
-                      // A cli that holds markup is replaced in its turn.
-                      markup_case_t{L"<a cli='&lt;br&gt;'>x</a>", L"\n"},
-                      markup_case_t{L"<ul><li>one</li><li>two</li></ul>", L" * one\n * two\n"},
-                      markup_case_t{L"<p>first</p><p><strong>bold</strong><br>line<br/>end</p>",
-                                    L"first\nbold\nline\nend\n"},
-                      // Other spellings and entities stay as they are.
-                      markup_case_t{L"<P>a<BR>b<br />c &amp; d", L"<P>a<BR>b<br />c &amp; d"},
-                      // A dot in the pattern also matches a line end; an unclosed anchor stays.
-                      markup_case_t{L"<a\ncli='x'>multi\nline</a>", L"x"},
-                      markup_case_t{L"<a cli='x'>no end", L"<a cli='x'>no end"}));
-
-TEST(EscapeRegexChars, QuotesEachSpecialCharacterOnce) {
-  EXPECT_EQ(L"a\\.b", ql2::escape_regex_chars(L"a.b"));
-  EXPECT_EQ(L"\\\\", ql2::escape_regex_chars(L"\\"));
-  EXPECT_EQ(L"\\\\\\\\", ql2::escape_regex_chars(ql2::escape_regex_chars(L"\\")));
-  EXPECT_EQ(L"", ql2::escape_regex_chars(L""));
+TEST(EscapeRegexChars, QuotesEachSpecialCharacterOnceAndMatchesLiterally) {
+  EXPECT_EQ(L"\\\\\\\\", quillon2::escape_regex_chars(quillon2::escape_regex_chars(L"\\")));
   std::wstring const specials = L".[]{}()\\*+?|^$";
   std::wstring expected;
   for (wchar_t c : specials) expected += std::wstring(L"\\") + c;
-  EXPECT_EQ(expected, ql2::escape_regex_chars(specials));
-  EXPECT_EQ(L"a-b,c:d/\u00e9", ql2::escape_regex_chars(L"a-b,c:d/\u00e9"));
-}
-
-TEST(EscapeRegexChars, TheResultMatchesTheTextLiterally) {
+  EXPECT_EQ(expected, quillon2::escape_regex_chars(specials));
+  EXPECT_EQ(L"a-b,c:d/\u00e9", quillon2::escape_regex_chars(L"a-b,c:d/\u00e9"));
   std::wstring const text = L"C:\\path (1).[txt]+{x}|^$*?";
-  boost::wregex const pattern(ql2::escape_regex_chars(text));
+  boost::wregex const pattern(quillon2::escape_regex_chars(text));
   EXPECT_TRUE(boost::regex_match(text, pattern));
   EXPECT_FALSE(boost::regex_match(std::wstring(L"C:\\path (1)x[txt]+{x}|^$*?"), pattern));
 }
 
 // The best matches of `text` among `candidates`: their number and their texts.
-std::pair<int, std::vector<std::wstring>> best(std::vector<std::wstring> const& candidates,
-                                               std::wstring const& text) {
-  ql2::generic_iterator_t<std::wstring> matches;
-  int const count = ql2::find_best_match(
-      ql2::iterutil::make_owned_iterator_from<std::wstring>(candidates), text, matches);
-  std::vector<std::wstring> found;
-  for (; !matches.at_end(); matches.next()) found.push_back(matches.current());
-  return {count, found};
+std::pair<int, words_t> best(words_t const& candidates, std::wstring const& text) {
+  generic_iterator_t<std::wstring> matches;
+  int const count = quillon2::find_best_match(
+      quillon2::iterutil::make_owned_iterator_from<std::wstring>(candidates), text, matches);
+  return {count, q2test::collect(matches)};
 }
 
-using words_t = std::vector<std::wstring>;
-
-TEST(FindBestMatch, ShortenedWordsFindTheirCandidates) {
+TEST(FindBestMatch, ShortenedWordsFindTheirCandidatesAndExactWordsWin) {
   words_t const candidates = {L"start-now", L"start-later", L"stop-now"};
   EXPECT_EQ(best(candidates, L"st-n"), std::make_pair(2, words_t{L"start-now", L"stop-now"}));
   EXPECT_EQ(best(candidates, L"start-n"), std::make_pair(1, words_t{L"start-now"}));
   EXPECT_EQ(best(candidates, L"start"), std::make_pair(0, words_t{}));
-  EXPECT_EQ(best(candidates, L"s-l"), std::make_pair(1, words_t{L"start-later"}));
   EXPECT_EQ(best(candidates, L"x-n"), std::make_pair(0, words_t{}));
-}
-
-TEST(FindBestMatch, ExactWordsWinAndCaseCounts) {
   EXPECT_EQ(best({L"start", L"Start"}, L"Start"), std::make_pair(1, words_t{L"Start"}));
   EXPECT_EQ(best({L"start"}, L"Start"), std::make_pair(0, words_t{}));
   EXPECT_EQ(best({L"list-all", L"list", L"lister"}, L"list"), std::make_pair(1, words_t{L"list"}));
   EXPECT_EQ(best({L"run", L"run", L"runner"}, L"run"), std::make_pair(2, words_t{L"run", L"run"}));
-  // A word of the text longer than the candidate's rules it out.
+  // A word of the text longer than the candidate's rules it out; more words never win.
   EXPECT_EQ(best({L"go-on"}, L"go-onward"), std::make_pair(0, words_t{}));
-}
-
-TEST(FindBestMatch, CandidatesWithMoreWordsNeverWin) {
   EXPECT_EQ(best({L"set-value-now", L"set-values"}, L"set-val"),
             std::make_pair(1, words_t{L"set-values"}));
-  EXPECT_EQ(best({L"set-value-now"}, L"set-value"), std::make_pair(0, words_t{}));
+  EXPECT_EQ(best({}, L"x"), std::make_pair(0, words_t{}));
 }
 
 TEST(FindBestMatch, EmptyWordsAreWords) {
@@ -119,26 +91,17 @@ TEST(FindBestMatch, EmptyWordsAreWords) {
   EXPECT_EQ(best({L"y-x", L"z-x", L"x"}, L"-x"), std::make_pair(2, words_t{L"y-x", L"z-x"}));
 }
 
-TEST(FindBestMatch, NoCandidatesGiveAnEndIterator) {
-  EXPECT_EQ(best({}, L"x"), std::make_pair(0, words_t{}));
-  ql2::generic_iterator_t<std::wstring> matches;
-  EXPECT_EQ(0, ql2::find_best_match(ql2::generic_iterator_t<std::wstring>(), L"x", matches));
+TEST(FindBestMatch, TheMatchesOutliveTheCandidatesAndCopiesWalkOnTheirOwn) {
+  generic_iterator_t<std::wstring> matches;
+  EXPECT_EQ(0, quillon2::find_best_match(generic_iterator_t<std::wstring>(), L"x", matches));
   EXPECT_TRUE(matches.at_end());
-}
-
-TEST(FindBestMatch, TheMatchesOutliveTheCandidates) {
-  ql2::generic_iterator_t<std::wstring> matches;
   {
-    std::vector<std::wstring> candidates = {L"alpha-one", L"alpha-two"};
-    EXPECT_EQ(
-        2, ql2::find_best_match(ql2::iterutil::make_owned_iterator_from<std::wstring>(candidates),
-                                L"a-", matches));
+    words_t candidates = {L"alpha-one", L"alpha-two"};
+    EXPECT_EQ(2, quillon2::find_best_match(
+                     quillon2::iterutil::make_owned_iterator_from<std::wstring>(candidates), L"a-",
+                     matches));
   }
-  ql2::generic_iterator_t<std::wstring> copy = matches;
-  ASSERT_FALSE(copy.at_end());
-  EXPECT_EQ(L"alpha-one", copy.current());
-  copy.next();
-  EXPECT_EQ(L"alpha-two", copy.current());
+  EXPECT_EQ((words_t{L"alpha-one", L"alpha-two"}), q2test::collect(matches));
   EXPECT_EQ(L"alpha-one", matches.current());
 }
 
