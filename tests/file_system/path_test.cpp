@@ -13,76 +13,60 @@ namespace {
 using quillon2::path_t;
 using list_t = std::list<std::wstring>;
 
-struct shape_case_t {
-  std::wstring text;
-  std::wstring printed;
-  list_t elements;
-  bool absolute;
-  bool posix;
-  bool windows;
-};
-
-void PrintTo(shape_case_t const& c, std::ostream* out) { *out << ::testing::PrintToString(c.text); }
-
-class PathShape : public ::testing::TestWithParam<shape_case_t> {};
-
-TEST_P(PathShape, ParsesAndPrints) {
-  auto const& c = GetParam();
-  path_t const p(c.text);
-  EXPECT_EQ(c.printed, p.as_string());
-  EXPECT_EQ(c.elements, p.as_string_list());
-  EXPECT_EQ(c.absolute, p.is_absolute());
-  EXPECT_EQ(c.posix, p.is_posix());
-  EXPECT_EQ(c.windows, p.is_windows());
-  // The printed form parses again to the same path, unless the text had a long
-  // prefix, which the printed form of a short path drops (and with it the shape).
-  if (c.text.rfind(L"\\\\?\\", 0) != 0) {
-    EXPECT_EQ(p, path_t(p.as_string()));
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Grammar, PathShape,
-    ::testing::Values(
-        shape_case_t{L"", L"", {}, false, false, false},
-        shape_case_t{L"a\\b", L"a\\b", {L"a", L"b"}, false, true, true},
-        shape_case_t{L"\\\\?\\a\\b", L"a\\b", {L"a", L"b"}, false, false, true},
-        shape_case_t{L"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"/a", L"\\a", {L"a"}, true, true, false},
-        shape_case_t{L"\\a", L"\\a", {L"a"}, true, true, false},
-        shape_case_t{L"\\\\?\\\\a", L"\\a", {L"a"}, true, false, false},
-        shape_case_t{L"\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
-        shape_case_t{L"C:", L"C:\\", {L"C:"}, true, false, true},
-        shape_case_t{L"C:\\", L"C:\\", {L"C:"}, true, false, true},
-        shape_case_t{L"C:\\a\\", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"C:a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"a:b", L"a:\\b", {L"a:", L"b"}, true, false, true},
-        shape_case_t{L"a/b\\\\c//", L"a\\b\\c", {L"a", L"b", L"c"}, false, true, true},
-        shape_case_t{L"\"C:\\a\"", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"\"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"  a", L"a", {L"a"}, false, true, true},
-        shape_case_t{L"a  ", L"a  ", {L"a  "}, false, true, true},
-        shape_case_t{L"a\\  ", L"a\\  ", {L"a", L"  "}, false, true, true},
-        shape_case_t{L"\ta b\t", L"a b\t", {L"a b\t"}, false, true, true},
-        shape_case_t{L"/", L"\\", {}, true, true, false},
-        shape_case_t{L"\\\\", L"\\", {}, true, true, false},
-        shape_case_t{L"\\\\\\a", L"\\a", {L"a"}, true, true, false},
-        shape_case_t{L"//srv/share", L"\\\\srv\\share", {L"\\\\srv", L"share"}, true, false, true},
-        shape_case_t{L"\\\\srv", L"\\\\srv", {L"\\\\srv"}, true, false, true},
-        shape_case_t{L"\\\\?\\C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"\\\\?\\\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
-        shape_case_t{
-            L"\\\\?\\UNC\\srv\\a", L"UNC\\srv\\a", {L"UNC", L"srv", L"a"}, false, false, true},
+TEST(PathGrammar, ShapesParseAndPrint) {
+  struct shape_t {
+    std::wstring text;
+    std::wstring printed;
+    list_t elements;
+    bool absolute, posix, windows;
+  };
+  for (auto const& c :
+       {shape_t{L"", L"", {}, false, false, false},
+        shape_t{L"a\\b", L"a\\b", {L"a", L"b"}, false, true, true},
+        shape_t{L"\\\\?\\a\\b", L"a\\b", {L"a", L"b"}, false, false, true},
+        shape_t{L"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"/a", L"\\a", {L"a"}, true, true, false},
+        shape_t{L"\\\\?\\\\a", L"\\a", {L"a"}, true, false, false},
+        shape_t{L"\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
+        shape_t{L"C:", L"C:\\", {L"C:"}, true, false, true},
+        shape_t{L"C:\\a\\", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"C:a", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"a:b", L"a:\\b", {L"a:", L"b"}, true, false, true},
+        shape_t{L"a/b\\\\c//", L"a\\b\\c", {L"a", L"b", L"c"}, false, true, true},
+        shape_t{L"\"C:\\a\"", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"\"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"  a", L"a", {L"a"}, false, true, true},
+        shape_t{L"a\\  ", L"a\\  ", {L"a", L"  "}, false, true, true},
+        shape_t{L"\ta b\t", L"a b\t", {L"a b\t"}, false, true, true},
+        shape_t{L"/", L"\\", {}, true, true, false}, shape_t{L"\\\\", L"\\", {}, true, true, false},
+        shape_t{L"\\\\\\a", L"\\a", {L"a"}, true, true, false},
+        shape_t{L"//srv/share", L"\\\\srv\\share", {L"\\\\srv", L"share"}, true, false, true},
+        shape_t{L"\\\\srv", L"\\\\srv", {L"\\\\srv"}, true, false, true},
+        shape_t{L"\\\\?\\C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"\\\\?\\\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
+        shape_t{L"\\\\?\\UNC\\srv\\a", L"UNC\\srv\\a", {L"UNC", L"srv", L"a"}, false, false, true},
         // A host "?" is only reachable behind the long prefix, and prints like one.
-        shape_case_t{L"\\\\?\\\\\\?\\a", L"\\\\?\\a", {L"\\\\?", L"a"}, true, false, true},
-        shape_case_t{L"*.txt", L"*.txt", {L"*.txt"}, false, true, true},
-        shape_case_t{L"a?c", L"a?c", {L"a?c"}, false, true, true},
-        shape_case_t{L"\u00e9t\u00e9\\\u65e5\u672c",
-                     L"\u00e9t\u00e9\\\u65e5\u672c",
-                     {L"\u00e9t\u00e9", L"\u65e5\u672c"},
-                     false,
-                     true,
-                     true}));
+        shape_t{L"\\\\?\\\\\\?\\a", L"\\\\?\\a", {L"\\\\?", L"a"}, true, false, true},
+        shape_t{L"a?c", L"a?c", {L"a?c"}, false, true, true},
+        shape_t{L"\u00e9\\\u65e5", L"\u00e9\\\u65e5", {L"\u00e9", L"\u65e5"}, false, true, true},
+        // The text ends at a NUL.
+        shape_t{std::wstring(L"a\0|b", 4), L"a", {L"a"}, false, true, true},
+        shape_t{std::wstring(L"\"a\0b\"", 5), L"a", {L"a"}, false, true, true}}) {
+    SCOPED_TRACE(::testing::PrintToString(c.text));
+    path_t const p(c.text);
+    EXPECT_EQ(c.printed, p.as_string());
+    EXPECT_EQ(c.elements, p.as_string_list());
+    EXPECT_EQ(c.absolute, p.is_absolute());
+    EXPECT_EQ(c.posix, p.is_posix());
+    EXPECT_EQ(c.windows, p.is_windows());
+    // The printed form parses again to the same path, unless the text had a long
+    // prefix, which the printed form of a short path drops (and with it the shape).
+    if (c.text.rfind(L"\\\\?\\", 0) != 0) {
+      EXPECT_EQ(p, path_t(p.as_string()));
+    }
+  }
+  EXPECT_TRUE(path_t(static_cast<wchar_t const*>(nullptr)).is_empty());
+}
 
 TEST(PathGrammar, RefusedTextGivesTheEmptyPathAndItsOffset) {
   struct refused_t {
@@ -94,35 +78,21 @@ TEST(PathGrammar, RefusedTextGivesTheEmptyPathAndItsOffset) {
                         refused_t{L"a\"b", 1}, refused_t{L"x\\<y", 2}, refused_t{L"a>", 1},
                         refused_t{L"\\\\?\\", 4}, refused_t{L"\"\"", 0}}) {
     SCOPED_TRACE(r.text);
-    EXPECT_TRUE(path_t(r.text).is_empty());
     EXPECT_EQ(path_t(), path_t(r.text));
     int position = 0;
     EXPECT_FALSE(path_t::validate(r.text, false, position));
     EXPECT_EQ(r.offset, position);
   }
+  // Without wildcards; the "?" of the long prefix is no wildcard.
+  for (auto const& r :
+       {refused_t{L"a?c", 1}, refused_t{L"dir\\*.txt", 4}, refused_t{L"\\\\?\\C:\\a", -1}}) {
+    int position = 0;
+    EXPECT_EQ(r.offset < 0, path_t::validate(r.text, true, position)) << r.text;
+    EXPECT_EQ(r.offset, position) << r.text;
+  }
 }
 
-TEST(PathGrammar, ValidateWithoutWildcards) {
-  int position = 0;
-  EXPECT_TRUE(path_t::validate(L"a?c", false, position));
-  EXPECT_EQ(-1, position);
-  EXPECT_FALSE(path_t::validate(L"a?c", true, position));
-  EXPECT_EQ(1, position);
-  EXPECT_FALSE(path_t::validate(L"dir\\*.txt", true, position));
-  EXPECT_EQ(4, position);
-  // The "?" of the long prefix is no wildcard.
-  EXPECT_TRUE(path_t::validate(L"\\\\?\\C:\\a", true, position));
-  EXPECT_EQ(-1, position);
-}
-
-TEST(PathGrammar, TextEndsAtNulAndNullPointerIsEmpty) {
-  EXPECT_EQ(L"a", path_t(std::wstring(L"a\0|b", 4)).as_string());
-  EXPECT_EQ(L"a", path_t(std::wstring(L"\"a\0b\"", 5)).as_string());
-  EXPECT_TRUE(path_t(static_cast<wchar_t const*>(nullptr)).is_empty());
-  EXPECT_EQ(L"x\\y", path_t(L"x/y").as_string());
-}
-
-TEST(PathPrint, LongPrefixFrom248Characters) {
+TEST(PathPrint, LongPrefixFrom248CharactersAndTheNativeForm) {
   std::wstring const text247 = L"C:\\" + std::wstring(244, L'x');
   std::wstring const text248 = text247 + L"y";
   EXPECT_EQ(text247, path_t(text247).as_string());
@@ -132,15 +102,12 @@ TEST(PathPrint, LongPrefixFrom248Characters) {
   std::wstring const relative(300, L'r');
   EXPECT_EQ(L"\\\\?\\" + relative, path_t(relative).as_string());
   EXPECT_EQ(path_t(text248), path_t(path_t(text248).as_string()));
-}
 
-TEST(PathPrint, NativeFormForTheSystem) {
   EXPECT_EQ("a/b", path_t(L"a\\b").native_string());
   EXPECT_EQ("/a/b", path_t(L"\\a/b\\").native_string());
   EXPECT_EQ("/", path_t(L"/").native_string());
   EXPECT_EQ("/x", path_t(L"\\\\?\\\\x").native_string());
-  EXPECT_EQ("/long" + std::string(300, 'z'),
-            path_t(L"/long" + std::wstring(300, L'z')).native_string());
+  EXPECT_EQ("/" + std::string(300, 'z'), path_t(L"/" + std::wstring(300, L'z')).native_string());
   EXPECT_EQ("", path_t(L"C:\\a").native_string());
   EXPECT_EQ("", path_t(L"\\\\srv\\a").native_string());
   EXPECT_EQ("", path_t().native_string());
@@ -149,23 +116,21 @@ TEST(PathPrint, NativeFormForTheSystem) {
 
 TEST(PathParts, LeafBranchAndExtension) {
   struct parts_t {
-    std::wstring text, leaf, branch;
+    std::wstring text, leaf, branch, ext;
   };
   for (auto const& c :
-       {parts_t{L"a\\b\\c", L"c", L"a\\b"}, parts_t{L"a", L"a", L""}, parts_t{L"\\a", L"a", L"\\"},
-        parts_t{L"\\a\\b", L"b", L"\\a"}, parts_t{L"C:\\a", L"a", L"C:\\"},
-        parts_t{L"C:\\a\\b", L"b", L"C:\\a"}, parts_t{L"\\\\srv", L"srv", L"\\\\"},
-        parts_t{L"\\\\srv\\a\\b", L"b", L"\\\\srv\\a"}, parts_t{L"C:\\", L"", L""},
-        parts_t{L"", L"", L""}}) {
+       {parts_t{L"a\\b\\c", L"c", L"a\\b", L""}, parts_t{L"a", L"a", L"", L""},
+        parts_t{L"\\a", L"a", L"\\", L""}, parts_t{L"C:\\a.txt", L"a.txt", L"C:\\", L"txt"},
+        parts_t{L"C:\\a\\b", L"b", L"C:\\a", L""}, parts_t{L"\\\\srv", L"srv", L"\\\\", L""},
+        parts_t{L"\\\\srv\\a\\b", L"b", L"\\\\srv\\a", L""}, parts_t{L"C:\\", L"", L"", L""},
+        parts_t{L"", L"", L"", L""}, parts_t{L"d\\a.tar.gz", L"a.tar.gz", L"d", L"gz"},
+        parts_t{L"a.", L"a.", L"", L""},
+        parts_t{L"\\h\\.profile", L".profile", L"\\h", L"profile"}}) {
     SCOPED_TRACE(c.text);
     EXPECT_EQ(c.leaf, path_t(c.text).get_leaf());
     EXPECT_EQ(c.branch, path_t(c.text).get_branch());
+    EXPECT_EQ(c.ext, path_t(c.text).get_ext());
   }
-  EXPECT_EQ(L"gz", path_t(L"d\\a.tar.gz").get_ext());
-  EXPECT_EQ(L"", path_t(L"a.").get_ext());
-  EXPECT_EQ(L"profile", path_t(L"\\home\\.profile").get_ext());
-  EXPECT_EQ(L"", path_t(L"noext").get_ext());
-  EXPECT_EQ(L"", path_t(L"C:\\").get_ext());
 }
 
 TEST(PathParts, ChangeExtension) {
@@ -190,7 +155,6 @@ TEST(PathEdit, AppendAndAssign) {
   EXPECT_FALSE(p.append(path_t(L"C:\\x")));
   EXPECT_FALSE(p.append(path_t(L"\\x")));
   EXPECT_FALSE(p.append(path_t(L"\\\\srv\\x")));
-  EXPECT_EQ(L"C:\\a", p.as_string());
   EXPECT_TRUE(p.append(path_t()));
   EXPECT_EQ(L"C:\\a", p.as_string());
   EXPECT_TRUE(p.append(path_t(L"b/c")));
@@ -198,10 +162,6 @@ TEST(PathEdit, AppendAndAssign) {
   path_t r(L"x\\y");
   EXPECT_TRUE(r.append(r));
   EXPECT_EQ(L"x\\y\\x\\y", r.as_string());
-
-  path_t empty;
-  EXPECT_TRUE(empty.append(path_t(L"x")));
-  EXPECT_EQ(path_t(L"x"), empty);
   // A path that prints nothing takes over the whole of what is appended.
   path_t dot(L".");
   ASSERT_TRUE(dot.normalize());
@@ -213,10 +173,8 @@ TEST(PathEdit, AppendAndAssign) {
   EXPECT_EQ(L"C:\\a\\b", q.as_string());
   EXPECT_TRUE(q.assign(list_t{L"a|"}));
   EXPECT_TRUE(q.is_empty());
-  q = path_t(L"\\\\srv\\s");
-  path_t const copy = q;
-  EXPECT_EQ(q.as_string_list(), copy.as_string_list());
   // A path moved from is empty and usable.
+  q = path_t(L"\\\\srv\\s");
   path_t moved(std::move(q));
   EXPECT_EQ(L"\\\\srv\\s", moved.as_string());
   EXPECT_TRUE(q.is_empty());  // NOLINT(bugprone-use-after-move)
@@ -224,7 +182,7 @@ TEST(PathEdit, AppendAndAssign) {
   EXPECT_EQ(L"z", q.as_string());
 }
 
-TEST(PathEdit, Normalize) {
+TEST(PathEdit, NormalizeAndToLower) {
   auto normalized = [](std::wstring const& text) {
     path_t p(text);
     EXPECT_TRUE(p.normalize()) << p.as_string();
@@ -235,32 +193,22 @@ TEST(PathEdit, Normalize) {
   EXPECT_EQ(L"a\\c", normalized(L"a\\.\\b\\..\\c\\."));
   EXPECT_EQ(L"C:\\", normalized(L"C:\\a\\.."));
   EXPECT_EQ(L"\\b", normalized(L"/a/../b"));
-  // The UNC host is an ordinary element here.
-  path_t unc(L"\\\\srv\\..\\x");
-  EXPECT_TRUE(unc.normalize());
-  EXPECT_EQ(list_t{L"\\\\x"}, unc.as_string_list());
-
+  EXPECT_EQ(L"\\\\x", normalized(L"\\\\srv\\..\\x"));  // the host is an ordinary element here
   path_t too_high(L"C:\\a\\..\\..");
   EXPECT_FALSE(too_high.normalize());
   EXPECT_EQ(L"C:\\a\\..\\..", too_high.as_string());
-
   path_t dot(L".");
-  EXPECT_EQ(L".", dot.as_string());
   EXPECT_FALSE(dot.is_empty());
   EXPECT_TRUE(dot.normalize());
   EXPECT_TRUE(dot.is_empty());
-  EXPECT_EQ(L"", dot.as_string());
   EXPECT_NE(path_t(), dot);  // the flags stay
-}
 
-TEST(PathEdit, ToLowerKeepsDriveAndHost) {
   path_t p(L"C:\\Ab\\CD.TXT");
   p.to_lower();
   EXPECT_EQ(L"C:\\ab\\cd.txt", p.as_string());
   path_t unc(L"\\\\SRV\\ShARe");
   unc.to_lower();
   EXPECT_EQ(L"\\\\srv\\share", unc.as_string());
-  EXPECT_EQ(path_t(L"\\\\Srv\\Share"), unc);
 }
 
 TEST(PathRelative, AgainstAnotherPath) {
@@ -285,15 +233,13 @@ TEST(PathMatch, WildcardsOverTheWholePath) {
   path_t const file(L"C:\\a\\b\\c.txt");
   EXPECT_TRUE(file.match(L"C:\\a\\*.txt"));  // "*" spans separators
   EXPECT_TRUE(file.match(L"C:/a/b/?.txt"));
-  EXPECT_TRUE(file.match(L"*"));
   EXPECT_FALSE(file.match(L"C:\\a\\?.txt"));
   EXPECT_FALSE(path_t(L"C:\\a.txt").match(L"*.TXT"));  // case matters here
   EXPECT_FALSE(file.match(L"C:\\a"));                  // the whole path must match
   EXPECT_TRUE(path_t(L"d\\a+b(1)[x]{2}$^.txt").match(L"d\\a+b(1)[x]{2}$^.txt"));
   EXPECT_FALSE(path_t(L"a").match(L"a|b"));  // "|" is literal, no alternative
   EXPECT_FALSE(path_t(L"d\\aab").match(L"d\\a+b"));
-  std::wstring const long_text = L"C:\\" + std::wstring(260, L'l');
-  path_t const long_path(long_text);
+  path_t const long_path(L"C:\\" + std::wstring(260, L'l'));
   EXPECT_TRUE(long_path.match(long_path.as_string()));  // the long prefix is dropped
   EXPECT_TRUE(quillon2::match_pattern(path_t(L"*.txt"), path_t(L"x.txt")));
   EXPECT_FALSE(quillon2::match_pattern(path_t(L"x.txt"), path_t(L"*.txt")));
@@ -312,8 +258,7 @@ TEST(PathCompare, EqualityIgnoresCaseButOrderDoesNot) {
   EXPECT_NE(path_t(L"C:\\a"), path_t(L"D:\\a"));
   EXPECT_FALSE(path_t(L"a") != path_t(L"A"));
   // Order sees the printed form, long prefix included.
-  std::wstring const long_text = L"C:\\" + std::wstring(250, L'a');
-  EXPECT_TRUE(path_t(L"C:\\b") < path_t(long_text));
+  EXPECT_TRUE(path_t(L"C:\\b") < path_t(L"C:\\" + std::wstring(250, L'a')));
 }
 
 TEST(PathMake, MinusOneAndNormalisation) {
@@ -323,7 +268,6 @@ TEST(PathMake, MinusOneAndNormalisation) {
   EXPECT_EQ(L"b", quillon2::make_path(std::wstring(L"a\\..\\b")).as_string());
   EXPECT_EQ(L"C:\\a\\..\\..", quillon2::make_path(std::wstring(L"C:\\a\\..\\..")).as_string());
   EXPECT_EQ(L"d\\\u00e9.txt", quillon2::make_path(std::string("d/./\xc3\xa9.txt")).as_string());
-  EXPECT_EQ(L'\\', path_t::get_separator_char());
 }
 
 }  // namespace
