@@ -1,7 +1,10 @@
 // path_t as a value: the shapes of the grammar, printing, validation, normalisation,
 // relative paths, wildcard matching, equality and order. No file system here.
+#include <array>
 #include <list>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -12,6 +15,10 @@ namespace {
 
 using quillon2::path_t;
 using list_t = std::list<std::wstring>;
+// Rows of texts: an input, what an operation makes of it, and more operands.
+using two_t = std::array<std::wstring, 2>;
+using three_t = std::array<std::wstring, 3>;
+using four_t = std::array<std::wstring, 4>;
 
 TEST(PathGrammar, ShapesParseAndPrint) {
   struct shape_t {
@@ -27,31 +34,20 @@ TEST(PathGrammar, ShapesParseAndPrint) {
         shape_t{L"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
         shape_t{L"/a", L"\\a", {L"a"}, true, true, false},
         shape_t{L"\\\\?\\\\a", L"\\a", {L"a"}, true, false, false},
-        shape_t{L"\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
         shape_t{L"C:", L"C:\\", {L"C:"}, true, false, true},
-        shape_t{L"C:\\a\\", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_t{L"C:a", L"C:\\a", {L"C:", L"a"}, true, false, true},
         shape_t{L"a:b", L"a:\\b", {L"a:", L"b"}, true, false, true},
         shape_t{L"a/b\\\\c//", L"a\\b\\c", {L"a", L"b", L"c"}, false, true, true},
         shape_t{L"\"C:\\a\"", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_t{L"\"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_t{L"  a", L"a", {L"a"}, false, true, true},
         shape_t{L"a\\  ", L"a\\  ", {L"a", L"  "}, false, true, true},
         shape_t{L"\ta b\t", L"a b\t", {L"a b\t"}, false, true, true},
-        shape_t{L"/", L"\\", {}, true, true, false}, shape_t{L"\\\\", L"\\", {}, true, true, false},
-        shape_t{L"\\\\\\a", L"\\a", {L"a"}, true, true, false},
+        shape_t{L"/", L"\\", {}, true, true, false},
         shape_t{L"//srv/share", L"\\\\srv\\share", {L"\\\\srv", L"share"}, true, false, true},
         shape_t{L"\\\\srv", L"\\\\srv", {L"\\\\srv"}, true, false, true},
-        shape_t{L"\\\\?\\C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_t{L"\\\\?\\\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
-        shape_t{L"\\\\?\\UNC\\srv\\a", L"UNC\\srv\\a", {L"UNC", L"srv", L"a"}, false, false, true},
+        shape_t{L"\\\\?\\UNC\\s\\a", L"UNC\\s\\a", {L"UNC", L"s", L"a"}, false, false, true},
         // A host "?" is only reachable behind the long prefix, and prints like one.
         shape_t{L"\\\\?\\\\\\?\\a", L"\\\\?\\a", {L"\\\\?", L"a"}, true, false, true},
-        shape_t{L"a?c", L"a?c", {L"a?c"}, false, true, true},
         shape_t{L"\u00e9\\\u65e5", L"\u00e9\\\u65e5", {L"\u00e9", L"\u65e5"}, false, true, true},
-        // The text ends at a NUL.
-        shape_t{std::wstring(L"a\0|b", 4), L"a", {L"a"}, false, true, true},
-        shape_t{std::wstring(L"\"a\0b\"", 5), L"a", {L"a"}, false, true, true}}) {
+        shape_t{std::wstring(L"a\0|b", 4), L"a", {L"a"}, false, true, true}}) {  // ends at NUL
     SCOPED_TRACE(::testing::PrintToString(c.text));
     path_t const p(c.text);
     EXPECT_EQ(c.printed, p.as_string());
@@ -69,26 +65,22 @@ TEST(PathGrammar, ShapesParseAndPrint) {
 }
 
 TEST(PathGrammar, RefusedTextGivesTheEmptyPathAndItsOffset) {
-  struct refused_t {
-    std::wstring text;
-    int offset;
-  };
-  for (auto const& r : {refused_t{L"", 0}, refused_t{L"   ", 3}, refused_t{L"ab:c", 2},
-                        refused_t{L"C:\\a:b", 4}, refused_t{L"a|b", 1}, refused_t{L"\"a|b\"", 1},
-                        refused_t{L"a\"b", 1}, refused_t{L"x\\<y", 2}, refused_t{L"a>", 1},
-                        refused_t{L"\\\\?\\", 4}, refused_t{L"\"\"", 0}}) {
-    SCOPED_TRACE(r.text);
-    EXPECT_EQ(path_t(), path_t(r.text));
+  using offset_t = std::pair<std::wstring, int>;
+  for (auto const& [text, offset] :
+       {offset_t{L"", 0}, offset_t{L"   ", 3}, offset_t{L"ab:c", 2}, offset_t{L"C:\\a:b", 4},
+        offset_t{L"a|b", 1}, offset_t{L"\"a|b\"", 1}, offset_t{L"a\"b", 1}, offset_t{L"x\\<y", 2},
+        offset_t{L"a>", 1}, offset_t{L"\\\\?\\", 4}, offset_t{L"\"\"", 0}}) {
+    EXPECT_EQ(path_t(), path_t(text)) << text;
     int position = 0;
-    EXPECT_FALSE(path_t::validate(r.text, false, position));
-    EXPECT_EQ(r.offset, position);
+    EXPECT_FALSE(path_t::validate(text, false, position));
+    EXPECT_EQ(offset, position) << text;
   }
   // Without wildcards; the "?" of the long prefix is no wildcard.
-  for (auto const& r :
-       {refused_t{L"a?c", 1}, refused_t{L"dir\\*.txt", 4}, refused_t{L"\\\\?\\C:\\a", -1}}) {
+  for (auto const& [text, offset] :
+       {offset_t{L"a?c", 1}, offset_t{L"dir\\*.txt", 4}, offset_t{L"\\\\?\\C:\\a", -1}}) {
     int position = 0;
-    EXPECT_EQ(r.offset < 0, path_t::validate(r.text, true, position)) << r.text;
-    EXPECT_EQ(r.offset, position) << r.text;
+    EXPECT_EQ(offset < 0, path_t::validate(text, true, position)) << text;
+    EXPECT_EQ(offset, position) << text;
   }
 }
 
@@ -102,49 +94,37 @@ TEST(PathPrint, LongPrefixFrom248CharactersAndTheNativeForm) {
   std::wstring const relative(300, L'r');
   EXPECT_EQ(L"\\\\?\\" + relative, path_t(relative).as_string());
   EXPECT_EQ(path_t(text248), path_t(path_t(text248).as_string()));
-
-  EXPECT_EQ("a/b", path_t(L"a\\b").native_string());
-  EXPECT_EQ("/a/b", path_t(L"\\a/b\\").native_string());
-  EXPECT_EQ("/", path_t(L"/").native_string());
-  EXPECT_EQ("/x", path_t(L"\\\\?\\\\x").native_string());
-  EXPECT_EQ("/" + std::string(300, 'z'), path_t(L"/" + std::wstring(300, L'z')).native_string());
-  EXPECT_EQ("", path_t(L"C:\\a").native_string());
-  EXPECT_EQ("", path_t(L"\\\\srv\\a").native_string());
-  EXPECT_EQ("", path_t().native_string());
-  EXPECT_EQ("d/\xc3\xa9", path_t(L"d\\\u00e9").native_string());
-}
-
-TEST(PathParts, LeafBranchAndExtension) {
-  struct parts_t {
-    std::wstring text, leaf, branch, ext;
-  };
-  for (auto const& c :
-       {parts_t{L"a\\b\\c", L"c", L"a\\b", L""}, parts_t{L"a", L"a", L"", L""},
-        parts_t{L"\\a", L"a", L"\\", L""}, parts_t{L"C:\\a.txt", L"a.txt", L"C:\\", L"txt"},
-        parts_t{L"C:\\a\\b", L"b", L"C:\\a", L""}, parts_t{L"\\\\srv", L"srv", L"\\\\", L""},
-        parts_t{L"\\\\srv\\a\\b", L"b", L"\\\\srv\\a", L""}, parts_t{L"C:\\", L"", L"", L""},
-        parts_t{L"", L"", L"", L""}, parts_t{L"d\\a.tar.gz", L"a.tar.gz", L"d", L"gz"},
-        parts_t{L"a.", L"a.", L"", L""},
-        parts_t{L"\\h\\.profile", L".profile", L"\\h", L"profile"}}) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(c.leaf, path_t(c.text).get_leaf());
-    EXPECT_EQ(c.branch, path_t(c.text).get_branch());
-    EXPECT_EQ(c.ext, path_t(c.text).get_ext());
+  using native_t = std::pair<std::wstring, std::string>;
+  for (auto const& [text, native] :
+       {native_t{L"a\\b", "a/b"}, native_t{L"\\a/b\\", "/a/b"}, native_t{L"/", "/"},
+        native_t{L"\\\\?\\\\x", "/x"}, native_t{L"/" + relative, "/" + std::string(300, 'r')},
+        native_t{L"C:\\a", ""}, native_t{L"\\\\srv\\a", ""}, native_t{L"", ""},
+        native_t{L"d\\\u00e9", "d/\xc3\xa9"}}) {
+    EXPECT_EQ(native, path_t(text).native_string());
   }
 }
 
-TEST(PathParts, ChangeExtension) {
-  auto changed = [](std::wstring const& text, std::wstring const& ext) {
+TEST(PathParts, LeafBranchExtension) {
+  for (auto const& [text, leaf, branch, ext] :
+       {four_t{L"a\\b\\c", L"c", L"a\\b", L""}, four_t{L"a", L"a", L"", L""},
+        four_t{L"\\a", L"a", L"\\", L""}, four_t{L"C:\\a.txt", L"a.txt", L"C:\\", L"txt"},
+        four_t{L"C:\\a\\b", L"b", L"C:\\a", L""}, four_t{L"\\\\srv", L"srv", L"\\\\", L""},
+        four_t{L"\\\\srv\\a\\b", L"b", L"\\\\srv\\a", L""}, four_t{L"C:\\", L"", L"", L""},
+        four_t{L"", L"", L"", L""}, four_t{L"d\\a.tar.gz", L"a.tar.gz", L"d", L"gz"},
+        four_t{L"a.", L"a.", L"", L""},
+        four_t{L"\\h\\.profile", L".profile", L"\\h", L"profile"}}) {
+    EXPECT_EQ(leaf, path_t(text).get_leaf()) << text;
+    EXPECT_EQ(branch, path_t(text).get_branch()) << text;
+    EXPECT_EQ(ext, path_t(text).get_ext()) << text;
+  }
+  for (auto const& [text, expected, ext] :
+       {three_t{L"a.txt", L"a", L""}, three_t{L"a", L"a.", L""}, three_t{L".txt", L".", L""},
+        three_t{L"C:\\d\\a.txt", L"C:\\d\\a.md", L"md"}, three_t{L"a.b.x", L"a.b.c", L"c"},
+        three_t{L"d\\a", L"d\\a.xml", L"xml"}}) {
     path_t p(text);
     EXPECT_TRUE(p.change_ext(ext));
-    return p.as_string();
-  };
-  EXPECT_EQ(L"a", changed(L"a.txt", L""));
-  EXPECT_EQ(L"a.", changed(L"a", L""));
-  EXPECT_EQ(L".", changed(L".txt", L""));
-  EXPECT_EQ(L"C:\\d\\a.md", changed(L"C:\\d\\a.txt", L"md"));
-  EXPECT_EQ(L"a.b.c", changed(L"a.b.x", L"c"));
-  EXPECT_EQ(L"d\\a.xml", changed(L"d\\a", L"xml"));
+    EXPECT_EQ(expected, p.as_string());
+  }
   path_t root(L"C:\\");
   EXPECT_FALSE(root.change_ext(L"x"));
   EXPECT_EQ(L"C:\\", root.as_string());
@@ -155,8 +135,6 @@ TEST(PathEdit, AppendAndAssign) {
   EXPECT_FALSE(p.append(path_t(L"C:\\x")));
   EXPECT_FALSE(p.append(path_t(L"\\x")));
   EXPECT_FALSE(p.append(path_t(L"\\\\srv\\x")));
-  EXPECT_TRUE(p.append(path_t()));
-  EXPECT_EQ(L"C:\\a", p.as_string());
   EXPECT_TRUE(p.append(path_t(L"b/c")));
   EXPECT_EQ(L"C:\\a\\b\\c", p.as_string());
   path_t r(L"x\\y");
@@ -167,7 +145,6 @@ TEST(PathEdit, AppendAndAssign) {
   ASSERT_TRUE(dot.normalize());
   EXPECT_TRUE(dot.append(path_t(L"\\\\?\\y")));
   EXPECT_FALSE(dot.is_posix());
-
   path_t q;
   EXPECT_TRUE(q.assign(list_t{L"C:", L"a", L"b"}));
   EXPECT_EQ(L"C:\\a\\b", q.as_string());
@@ -183,17 +160,15 @@ TEST(PathEdit, AppendAndAssign) {
 }
 
 TEST(PathEdit, NormalizeAndToLower) {
-  auto normalized = [](std::wstring const& text) {
+  // The UNC host is an ordinary element here.
+  for (auto const& [text, expected] :
+       {two_t{L"a\\..\\..\\b", L"..\\b"}, two_t{L"..\\..\\a", L"..\\..\\a"},
+        two_t{L"a\\.\\b\\..\\c\\.", L"a\\c"}, two_t{L"C:\\a\\..", L"C:\\"},
+        two_t{L"/a/../b", L"\\b"}, two_t{L"\\\\srv\\..\\x", L"\\\\x"}}) {
     path_t p(text);
-    EXPECT_TRUE(p.normalize()) << p.as_string();
-    return p.as_string();
-  };
-  EXPECT_EQ(L"..\\b", normalized(L"a\\..\\..\\b"));
-  EXPECT_EQ(L"..\\..\\a", normalized(L"..\\..\\a"));
-  EXPECT_EQ(L"a\\c", normalized(L"a\\.\\b\\..\\c\\."));
-  EXPECT_EQ(L"C:\\", normalized(L"C:\\a\\.."));
-  EXPECT_EQ(L"\\b", normalized(L"/a/../b"));
-  EXPECT_EQ(L"\\\\x", normalized(L"\\\\srv\\..\\x"));  // the host is an ordinary element here
+    EXPECT_TRUE(p.normalize()) << text;
+    EXPECT_EQ(expected, p.as_string());
+  }
   path_t too_high(L"C:\\a\\..\\..");
   EXPECT_FALSE(too_high.normalize());
   EXPECT_EQ(L"C:\\a\\..\\..", too_high.as_string());
@@ -202,31 +177,24 @@ TEST(PathEdit, NormalizeAndToLower) {
   EXPECT_TRUE(dot.normalize());
   EXPECT_TRUE(dot.is_empty());
   EXPECT_NE(path_t(), dot);  // the flags stay
-
-  path_t p(L"C:\\Ab\\CD.TXT");
-  p.to_lower();
-  EXPECT_EQ(L"C:\\ab\\cd.txt", p.as_string());
-  path_t unc(L"\\\\SRV\\ShARe");
-  unc.to_lower();
-  EXPECT_EQ(L"\\\\srv\\share", unc.as_string());
+  for (auto const& [text, expected] :
+       {two_t{L"C:\\Ab\\CD.TXT", L"C:\\ab\\cd.txt"}, two_t{L"\\\\SRV\\ShARe", L"\\\\srv\\share"}}) {
+    path_t p(text);
+    p.to_lower();
+    EXPECT_EQ(expected, p.as_string());
+  }
 }
 
 TEST(PathRelative, AgainstAnotherPath) {
-  auto relative = [](std::wstring const& a, std::wstring const& b) {
-    return path_t(a).get_relative(path_t(b)).as_string();
-  };
-  EXPECT_EQ(L"b", relative(L"C:\\a\\b", L"C:\\a"));
-  EXPECT_EQ(L"..", relative(L"C:\\a", L"C:\\a\\b"));
-  EXPECT_EQ(L".", relative(L"C:\\a", L"C:\\A"));
-  EXPECT_EQ(L"", relative(L"C:\\a", L"c:\\a"));
-  EXPECT_EQ(L"", relative(L"C:\\a", L"\\\\srv\\a"));
-  EXPECT_EQ(L"", relative(L"\\a", L"a"));
-  EXPECT_EQ(L"b", relative(L"C:\\a\\b", L"C:\\a\\c"));
-  EXPECT_EQ(L"b\\c", relative(L"\\a\\b\\c", L"\\a\\x"));
-  EXPECT_EQ(L"..\\b", relative(L"\\a\\b", L"\\a\\x\\y"));
-  EXPECT_EQ(L"..\\..", relative(L"x", L"x\\y\\z"));
-  EXPECT_EQ(L"C:\\q", relative(L"", L"C:\\q"));
-  EXPECT_EQ(L"C:\\q", relative(L"C:\\q", L""));
+  for (auto const& [text, expected, base] :
+       {three_t{L"C:\\a\\b", L"b", L"C:\\a"}, three_t{L"C:\\a", L"..", L"C:\\a\\b"},
+        three_t{L"C:\\a", L".", L"C:\\A"}, three_t{L"C:\\a", L"", L"c:\\a"},
+        three_t{L"C:\\a", L"", L"\\\\srv\\a"}, three_t{L"\\a", L"", L"a"},
+        three_t{L"C:\\a\\b", L"b", L"C:\\a\\c"}, three_t{L"\\a\\b\\c", L"b\\c", L"\\a\\x"},
+        three_t{L"\\a\\b", L"..\\b", L"\\a\\x\\y"}, three_t{L"x", L"..\\..", L"x\\y\\z"},
+        three_t{L"", L"C:\\q", L"C:\\q"}, three_t{L"C:\\q", L"C:\\q", L""}}) {
+    EXPECT_EQ(expected, path_t(text).get_relative(path_t(base)).as_string()) << text << " " << base;
+  }
 }
 
 TEST(PathMatch, WildcardsOverTheWholePath) {
@@ -238,7 +206,6 @@ TEST(PathMatch, WildcardsOverTheWholePath) {
   EXPECT_FALSE(file.match(L"C:\\a"));                  // the whole path must match
   EXPECT_TRUE(path_t(L"d\\a+b(1)[x]{2}$^.txt").match(L"d\\a+b(1)[x]{2}$^.txt"));
   EXPECT_FALSE(path_t(L"a").match(L"a|b"));  // "|" is literal, no alternative
-  EXPECT_FALSE(path_t(L"d\\aab").match(L"d\\a+b"));
   path_t const long_path(L"C:\\" + std::wstring(260, L'l'));
   EXPECT_TRUE(long_path.match(long_path.as_string()));  // the long prefix is dropped
   EXPECT_TRUE(quillon2::match_pattern(path_t(L"*.txt"), path_t(L"x.txt")));
@@ -250,13 +217,10 @@ TEST(PathCompare, EqualityIgnoresCaseButOrderDoesNot) {
   EXPECT_TRUE(path_t(L"C:\\A") < path_t(L"c:\\a"));
   EXPECT_FALSE(path_t(L"c:\\a") < path_t(L"C:\\A"));
   EXPECT_EQ(path_t(L"\\\\SRV\\x"), path_t(L"//srv/X"));
-  EXPECT_EQ(path_t(L"a/b"), path_t(L"A\\B"));
+  EXPECT_FALSE(path_t(L"a/b") != path_t(L"A\\B"));
   EXPECT_NE(path_t(L"a\\.\\b"), path_t(L"a\\b"));
-  EXPECT_NE(path_t(L"a\\b"), path_t(L"a\\b\\c"));
   EXPECT_NE(path_t(L"\\a"), path_t(L"a"));
   EXPECT_NE(path_t(L"/a"), path_t(L"\\\\?\\\\a"));  // the long prefix makes it non-POSIX
-  EXPECT_NE(path_t(L"C:\\a"), path_t(L"D:\\a"));
-  EXPECT_FALSE(path_t(L"a") != path_t(L"A"));
   // Order sees the printed form, long prefix included.
   EXPECT_TRUE(path_t(L"C:\\b") < path_t(L"C:\\" + std::wstring(250, L'a')));
 }
