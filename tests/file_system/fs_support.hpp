@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,6 +46,10 @@ class fs_test : public temp_dir_test {
   std::string read(std::string const& name) const { return read_file(native(name)); }
   void mkdir(std::string const& name) const {
     ASSERT_EQ(0, ::mkdir(native(name).c_str(), 0777)) << name;
+  }
+  // Makes each name in order: a directory where it ends in "/", else a file holding "x".
+  void make(std::initializer_list<std::string> names) const {
+    for (auto const& name : names) name.back() == '/' ? mkdir(name) : write(name);
   }
   void symlink(std::string const& target, std::string const& name) const {
     ASSERT_EQ(0, ::symlink(target.c_str(), native(name).c_str())) << name;

@@ -21,27 +21,24 @@ namespace q2 = quillon2;
 
 constexpr int k_rounds = 30;
 constexpr int k_directories = 8;
-constexpr int k_files = 6;
+constexpr std::size_t k_files = 6;
 
 class TreeWalkRace : public q2test::fs_test {
  protected:
-  void make_tree() const {
-    mkdir("t");
-    for (int d = 0; d < k_directories; ++d) {
-      mkdir("t/d" + std::to_string(d));
-      for (int i = 0; i < k_files; ++i) write("t/d" + std::to_string(d) + "/f" + std::to_string(i));
-    }
-    mkdir("t/victim");
-    write("t/victim/mine");
-  }
-  int outside_files_left() const {
-    int left = 0;
-    for (int i = 0; i < k_files; ++i) left += present("outside/keep" + std::to_string(i));
-    return left;
-  }
   void SetUp() override {
     mkdir("outside");
-    for (int i = 0; i < k_files; ++i) write("outside/keep" + std::to_string(i));
+    for (std::size_t i = 0; i < k_files; ++i) write("outside/keep" + std::to_string(i));
+  }
+  void make_tree() const {
+    make({"t/", "t/victim/", "t/victim/mine"});
+    for (int d = 0; d < k_directories; ++d) {
+      mkdir("t/d" + std::to_string(d));
+      for (std::size_t i = 0; i < k_files; ++i)
+        write("t/d" + std::to_string(d) + "/f" + std::to_string(i));
+    }
+  }
+  std::size_t outside_files_left() const {
+    return q2::find_files(at("outside"), L"keep*", false).size();
   }
 
   // Runs `walk` while a second thread swaps t/victim for a link to outside and back.
