@@ -1,15 +1,9 @@
 // The store's files under concurrent processes: loads while another process saves, and
 // saves killed at random moments. The processes are fresh copies of this program.
 #include <signal.h>
-#include <stdlib.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 

@@ -1,10 +1,7 @@
 // Text file content: encoding detection, each encoding written and read back, the
 // XML declaration rules, and saves that replace a file whole or not at all.
-#include <sys/stat.h>
 
-#include <string>
-
-#include <gtest/gtest.h>
+#include <tuple>
 
 #include <quillon2/core/file_system/file_content.hpp>
 #include <quillon2/core/file_system/file_operations.hpp>
@@ -19,22 +16,18 @@ namespace q2 = quillon2;
 class FileContent : public q2test::fs_test {};
 
 TEST_F(FileContent, EachEncodingWritesItsBytesAndReadsBack) {
-  struct case_t {
-    std::wstring text;
-    q2::code_page_t cp;
-    std::string bytes;
-  };
-  for (auto const& c :
+  using case_t = std::tuple<std::wstring, q2::code_page_t, std::string>;
+  for (auto const& [text, cp, bytes] :
        {case_t{L"caf\u00e9 \U0001F600\r\n", q2::CP_UTF8, "caf\xc3\xa9 \xf0\x9f\x98\x80\r\n"},
         case_t{L"A\U0001F600", q2::CP_UTF16, std::string("\377\376A\0=\330\0\336", 8)},
         case_t{L"", q2::CP_UTF16, "\xff\xfe"},
         // The local encoding is 8-bit: Latin-1 under the C locale.
         case_t{L"\u00e9t\u00e9 \u00fc", q2::CP_LOCAL, "\xe9t\xe9 \xfc"}}) {
-    SCOPED_TRACE(c.bytes);
-    ASSERT_TRUE(q2::set_file_content(c.text, c.cp, at("t")));
-    EXPECT_EQ(c.bytes, read("t"));
-    EXPECT_EQ(c.cp, q2::get_file_cp(at("t")));
-    EXPECT_EQ(c.text, q2::get_file_content(c.cp, at("t")));
+    SCOPED_TRACE(bytes);
+    ASSERT_TRUE(q2::set_file_content(text, cp, at("t")));
+    EXPECT_EQ(bytes, read("t"));
+    EXPECT_EQ(cp, q2::get_file_cp(at("t")));
+    EXPECT_EQ(text, q2::get_file_content(cp, at("t")));
   }
 }
 
@@ -57,20 +50,15 @@ TEST_F(FileContent, DetectionRules) {
 }
 
 TEST_F(FileContent, ReadingRules) {
-  struct case_t {
-    std::string bytes;
-    q2::code_page_t cp;
-    std::wstring text;
-  };
-  for (auto const& c :
+  using case_t = std::tuple<std::string, q2::code_page_t, std::wstring>;
+  for (auto const& [bytes, cp, text] :
        {case_t{"\xef\xbb\xbfhi", q2::CP_UTF8, L"hi"},
         case_t{std::string("\xfe\xff\0A\0B", 6), q2::CP_UTF16, L"AB"},
         case_t{std::string("\377\376A\0B", 5), q2::CP_UTF16, L"A"},            // odd byte dropped
         case_t{std::string("\377\376=\330A\0", 6), q2::CP_UTF16, L"\uFFFDA"},  // lone surrogate
         case_t{"\xff\xfe", q2::CP_UTF16, L""}}) {
-    SCOPED_TRACE(c.bytes);
-    write("t", c.bytes);
-    EXPECT_EQ(c.text, q2::get_file_content(c.cp, at("t")));
+    write("t", bytes);
+    EXPECT_EQ(text, q2::get_file_content(cp, at("t"))) << bytes;
   }
   write("long", "0123456789");
   EXPECT_EQ(L"0123", q2::get_file_content(q2::CP_UTF8, at("long"), 4));

@@ -2,7 +2,8 @@
 // ways to fill and inspect it, and checks that need a process of their own (another
 // user, a private mount, a clean environment). Those run in a fresh copy of the test
 // program that runs the same test, not in a fork: a fork copies the locks that other
-// threads of the test program hold at that moment.
+// threads of the test program hold at that moment. The tests that include it take the
+// POSIX calls, GoogleTest and path_t from here.
 #pragma once
 
 #include <sched.h>

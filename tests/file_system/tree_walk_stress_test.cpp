@@ -2,14 +2,11 @@
 // tree for a symbolic link to a directory outside it, and back. Whatever the timing,
 // nothing outside the tree may be removed, and nothing outside it may be copied.
 #include <stdio.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 
 #include <boost/thread/barrier.hpp>
-#include <gtest/gtest.h>
 
 #include <quillon2/core/file_system/file_operations.hpp>
 
