@@ -51,12 +51,12 @@ bool loads_whole(path_t const& path) {
 class ConfigStress : public q2test::fs_test {
  protected:
   // What a child is to do: "saver", "loader", or the generation it saves until killed.
-  static std::string role() { return ::getenv("Q2_ROLE"); }
+  std::string const m_role = in_child() ? ::getenv("Q2_ROLE") : "";
 };
 
 TEST_F(ConfigStress, TwoProcessesLoadWhileAThirdSaves) {
   path_t const path = at("shared.xml");
-  if (in_child() && role() == "saver") {
+  if (in_child() && m_role == "saver") {
     advanced_xml_config_t stores[2] = {generation_store(1), generation_store(2)};
     int saved = 0;
     // A load holds a shared lock, which makes a save that meets it fail: try again.
@@ -82,7 +82,7 @@ TEST_F(ConfigStress, TwoProcessesLoadWhileAThirdSaves) {
 TEST_F(ConfigStress, KilledSavesNeverLeaveABrokenFile) {
   path_t const path = at("killed.xml");
   if (in_child()) {
-    advanced_xml_config_t store = generation_store(std::stoi(role()));
+    advanced_xml_config_t store = generation_store(std::stoi(m_role));
     ::rmdir(m_dir.path().c_str());  // the kill leaves no time to remove it
     ASSERT_EQ(1, ::write(std::stoi(::getenv("Q2_READY")), "r", 1));
     for (;;) store.save(path);

@@ -117,14 +117,6 @@ TEST_F(FileContent, FifosFailAndCharacterDevicesAreWrittenTo) {
   EXPECT_TRUE(q2::set_file_content(L"x", q2::CP_UTF8, path_t(L"/dev/null")));
 }
 
-TEST_F(FileContent, FailedSaveLeavesTheOldFile) {
-  if (!in_child()) return expect_child_passes();
-  if (!private_tmpfs("ro", "size=4m", true)) return;
-  EXPECT_FALSE(q2::set_file_content(L"new", q2::CP_UTF8, at("ro/f")));
-  EXPECT_FALSE(q2::set_xml_file_content("<a/>", q2::CP_UTF16, at("ro/f")));
-  EXPECT_EQ("old", read("ro/f"));
-}
-
 TEST_F(FileContent, SaveOnAFullDiskLeavesTheOldFile) {
   if (!in_child()) return expect_child_passes();
   if (!private_tmpfs("small", "size=64k", false)) return;

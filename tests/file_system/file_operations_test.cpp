@@ -5,6 +5,7 @@
 
 #include <boost/thread/barrier.hpp>
 
+#include <quillon2/core/file_system/file_content.hpp>
 #include <quillon2/core/file_system/file_operations.hpp>
 
 #include "file_system/fs_support.hpp"
@@ -32,7 +33,7 @@ class FileOps : public q2test::fs_test {
   }
 };
 
-TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
+TEST_F(FileOps, ProbesAndReadonlyTrialsOffAReadOnlyMount) {
   make({"f.txt", "d.dir/"});
   symlink(native("nowhere"), "dangling");
   EXPECT_TRUE(path_t::exists(at("f.txt").as_string()));
@@ -48,13 +49,10 @@ TEST_F(FileOps, ProbesSeeFilesDirectoriesAndMissingPaths) {
   std::wstring backslashed = wide(native("d.dir"));
   std::replace(backslashed.begin(), backslashed.end(), L'/', L'\\');
   EXPECT_TRUE(path_t::is_directory(backslashed));
-}
-
-TEST_F(FileOps, ReadonlyTrialsOffAReadOnlyMount) {
-  make({"f", "d/"});
-  EXPECT_FALSE(at("f").is_readonly(0));
-  EXPECT_FALSE(at("d").is_readonly(path_t::readonly_try_directory | path_t::readonly_try_file));
-  EXPECT_TRUE(q2::find_files(at("d"), L"*", false).empty()) << "a trial left something behind";
+  // Read-only trials off a read-only mount.
+  EXPECT_FALSE(at("f.txt").is_readonly(0));
+  EXPECT_FALSE(at("d.dir").is_readonly(path_t::readonly_try_directory | path_t::readonly_try_file));
+  EXPECT_TRUE(q2::find_files(at("d.dir"), L"*", false).empty()) << "a trial left something";
   // A missing path is reported through an assertion, an empty one is not tried.
   q2test::assert_recorder_t asserts;
   EXPECT_FALSE(at("missing").is_readonly(3));
@@ -78,6 +76,9 @@ TEST_F(FileOps, OnAReadOnlyFileSystem) {
   EXPECT_FALSE(q2::create_directory(at("t/ro/sub")));
   EXPECT_FALSE(q2::remove_file(at("t/ro/f")));
   EXPECT_FALSE(q2::copy_file(at("t/ro/f"), at("t/ro/sub")));
+  // A save fails and leaves the old file.
+  EXPECT_FALSE(q2::set_file_content(L"new", q2::CP_UTF8, at("t/ro/f")));
+  EXPECT_FALSE(q2::set_xml_file_content("<a/>", q2::CP_UTF16, at("t/ro/f")));
   // A recursive removal goes on past what it can't remove.
   EXPECT_FALSE(q2::remove_directory(at("t"), true));
   EXPECT_EQ("old", read("t/ro/f"));
