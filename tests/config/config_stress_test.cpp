@@ -19,9 +19,9 @@ constexpr int k_keys = 200;
 // Each killed save starts a copy of the program: fewer under AddressSanitizer, whose
 // copies start slower.
 #if defined(__SANITIZE_ADDRESS__)
-constexpr int k_killed_saves = 40;
+constexpr int k_killed_saves = 30;
 #else
-constexpr int k_killed_saves = 150;
+constexpr int k_killed_saves = 100;
 #endif
 
 // A store whose every value is `generation`, so that a mix of two saves shows.

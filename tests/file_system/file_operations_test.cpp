@@ -20,14 +20,11 @@ using names_t = std::vector<std::wstring>;
 
 class FileOps : public q2test::fs_test {
  protected:
-  // The hits of a search, as names relative to the test's directory, sorted.
+  // The hits of a search, sorted, as names relative to the test's directory (a hit that
+  // is not a full path below it has no such name: "").
   names_t relative(std::vector<path_t> const& found) const {
     names_t names;
-    std::wstring const prefix = at("").as_string() + L"\\";
-    for (auto const& p : found) {
-      EXPECT_EQ(0u, p.as_string().rfind(prefix, 0)) << "not a full path: " << p.as_string();
-      names.push_back(p.as_string().substr(prefix.size()));
-    }
+    for (auto const& p : found) names.push_back(p.get_relative(at("")).as_string());
     std::sort(names.begin(), names.end());
     return names;
   }
