@@ -31,8 +31,7 @@ class FileOps : public q2test::fs_test {
 };
 
 TEST_F(FileOps, ProbesAndReadonlyTrialsOffAReadOnlyMount) {
-  make({"f.txt", "d.dir/"});
-  symlink(native("nowhere"), "dangling");
+  make({"f.txt", "d.dir/", "dangling->nowhere"});
   EXPECT_TRUE(path_t::exists(at("f.txt").as_string()));
   EXPECT_FALSE(at("f.txt").is_directory());
   EXPECT_TRUE(at("d.dir").is_directory());
@@ -84,10 +83,10 @@ TEST_F(FileOps, OnAReadOnlyFileSystem) {
 
 TEST_F(FileOps, FindFilesAndDirectories) {
   make({"sub.txt/", "deep/", "deep/er/", "outside/", "a/", "a/a/", "b/", "b/a/", "a.txt", "b.TXT",
-        "c.log", "with blank.txt", "\xc3\xa9t\xc3\xa9.txt", "x:y.txt", "q\\r.txt", "deep/b.txt",
-        "deep/er/c.txt", "deep/er/c.log", "outside/o.txt"});
-  symlink(native("sub.txt"), "link.txt");
-  symlink(native("outside"), "deep/link");  // never descended into
+        "c.log", "with blank.txt", "\xc3\xa9t\xc3\xa9.txt", "x:y.txt", "q\\r.txt"});
+  // A link to a directory is listed, never descended into.
+  make({"deep/b.txt", "deep/er/c.txt", "deep/er/c.log", "outside/o.txt", "link.txt->sub.txt",
+        "deep/link->outside"});
   EXPECT_EQ((names_t{L"a.txt", L"link.txt", L"sub.txt", L"with blank.txt", L"\u00e9t\u00e9.txt"}),
             relative(q2::find_files(at(""), L"*.txt", false)));
   EXPECT_EQ((names_t{L"link.txt", L"sub.txt"}),
@@ -113,11 +112,8 @@ TEST_F(FileOps, RemoveFilesAndDirectories) {
         "outside/keep", "t/ro/locked", "t/a b/\xc3\xa9", "t/x:y"});
   ::chmod(native("t/ro/locked").c_str(), 0444);
   ::chmod(native("t/ro").c_str(), 0555);
-  symlink(native("f"), "link");
-  symlink(native("nowhere"), "dangling");
-  symlink(native("outside"), "t/sub/link");
-  symlink(native("outside/keep"), "t/file_link");
-  symlink(native("outside"), "top_link");
+  make({"link->f", "dangling->nowhere", "t/sub/link->outside", "t/file_link->outside/keep",
+        "top_link->outside"});
   EXPECT_TRUE(q2::remove_file(at("link")));  // the link goes, not its target
   EXPECT_TRUE(q2::remove_file(at("dangling")));
   EXPECT_TRUE(q2::remove_file(at("f")));
@@ -145,7 +141,7 @@ TEST_F(FileOps, CopiesKeepModesAndLinksAndReplaceNothing) {
   write("src/sub/\xc3\xa9 g", "g");
   ::chmod(native("src/sub/\xc3\xa9 g").c_str(), 0400);
   symlink("../f", "src/sub/rel_link");
-  symlink(native("outside"), "src/out_link");
+  make({"src/out_link->outside"});
   write("other", "mine");
   EXPECT_TRUE(q2::copy_file(at("src/sub/\xc3\xa9 g"), at("copy")));
   EXPECT_EQ(0400u, mode_of("copy") & 07777);
@@ -176,8 +172,7 @@ TEST_F(FileOps, CopiesKeepModesAndLinksAndReplaceNothing) {
 }
 
 TEST_F(FileOps, CreateAndRenameDirectories) {
-  make({"file", "dir/", "dir/f"});
-  symlink(native("nowhere"), "dangling");
+  make({"file", "dir/", "dir/f", "dangling->nowhere"});
   EXPECT_TRUE(q2::create_directory(at("a/b/c")));
   EXPECT_TRUE(S_ISDIR(mode_of("a/b/c")));
   EXPECT_TRUE(q2::create_directory(at("a/b")));
@@ -290,9 +285,8 @@ TEST_F(FileOps, UniqueDirectoriesAcrossProcesses) {
 // Moves to another file system: a tmpfs of the child's own on "other".
 TEST_F(FileOps, AMoveAcrossFileSystemsCopiesThenRemovesAndMovesALinkAsALink) {
   if (!in_child()) return expect_child_passes();
-  make({"d/", "d/sub/", "real/", "real/f"});
+  make({"d/", "d/sub/", "real/", "real/f", "link->real"});
   write("d/sub/f", "moved");
-  symlink(native("real"), "link");
   if (!private_tmpfs("other", "size=4m", false)) return;
   EXPECT_TRUE(q2::rename_directory(at("d"), at("other/d")));
   EXPECT_FALSE(present("d"));

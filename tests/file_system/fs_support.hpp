@@ -48,9 +48,17 @@ class fs_test : public temp_dir_test {
   void mkdir(std::string const& name) const {
     ASSERT_EQ(0, ::mkdir(native(name).c_str(), 0777)) << name;
   }
-  // Makes each name in order: a directory where it ends in "/", else a file holding "x".
+  // Makes each name in order: "d/" a directory, "l->t" a link to the full path of t,
+  // anything else a file holding "x".
   void make(std::initializer_list<std::string> names) const {
-    for (auto const& name : names) name.back() == '/' ? mkdir(name) : write(name);
+    for (auto const& name : names) {
+      auto const arrow = name.find("->");
+      if (arrow != std::string::npos) {
+        symlink(native(name.substr(arrow + 2)), name.substr(0, arrow));
+      } else {
+        name.back() == '/' ? mkdir(name) : write(name);
+      }
+    }
   }
   void symlink(std::string const& target, std::string const& name) const {
     ASSERT_EQ(0, ::symlink(target.c_str(), native(name).c_str())) << name;
