@@ -97,6 +97,7 @@ TEST_F(ConfigStress, KilledSavesNeverLeaveABrokenFile) {
     pid_t const child = start_child(
         {"Q2_ROLE=" + std::to_string(1 + round % 2), "Q2_READY=" + std::to_string(ready[1])});
     ::close(ready[1]);
+    ASSERT_GT(child, 0);  // never kill(-1)
     char byte = 0;
     bool const started = ::read(ready[0], &byte, 1) == 1;  // it is about to save
     ::close(ready[0]);
