@@ -1,5 +1,6 @@
 // Standard directories and configuration paths under a controlled environment: each
 // check runs in a child process whose environment holds only the variables it sets.
+#include <filesystem>
 
 #include <quillon2/core/config/config_manager.hpp>
 #include <quillon2/core/file_system/std_paths.hpp>
@@ -80,11 +81,8 @@ TEST_F(StdPaths, DocumentsAreFoundInOrderAndNeverMade) {
 TEST_F(StdPaths, ProgramLibraryTemporaryAndWorkingDirectories) {
   if (!in_child()) return expect_child_passes();
   ::clearenv();
-  char buffer[4096];
-  ssize_t const length = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-  ASSERT_GT(length, 0);
-  std::string const exe(buffer, static_cast<std::size_t>(length));
-  path_t const exe_dir(q2test::wide(exe.substr(0, exe.rfind('/'))));
+  path_t const exe_dir(
+      q2test::wide(std::filesystem::read_symlink("/proc/self/exe").parent_path().string()));
   EXPECT_EQ(stdpaths::get_executable_dir(), exe_dir);
   EXPECT_EQ(stdpaths::get_module_dir(reinterpret_cast<void const*>(&q2test::wide)), exe_dir);
   EXPECT_EQ(stdpaths::get_module_dir(nullptr), exe_dir);

@@ -1,6 +1,5 @@
 // The XML store: every handler type through a file and back, keys, the change signal,
 // the reading rules, hostile keys and values, and refused files.
-
 #include <cstdint>
 #include <functional>
 #include <list>

@@ -1,6 +1,5 @@
 // Text file content: encoding detection, each encoding written and read back, the
 // XML declaration rules, and saves that replace a file whole or not at all.
-
 #include <tuple>
 
 #include <quillon2/core/file_system/file_content.hpp>

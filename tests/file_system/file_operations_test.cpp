@@ -1,5 +1,4 @@
 // File-system operations on real files, each test in a fresh temporary directory.
-
 #include <algorithm>
 #include <thread>
 
