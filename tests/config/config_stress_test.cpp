@@ -1,19 +1,13 @@
 // The store's files under concurrent processes: loads while another process saves, and
-// saves killed at random moments.
+// saves killed at random moments. The processes are fresh copies of this program.
 #include <signal.h>
-#include <sys/wait.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 
-#include "support/temp_dir.hpp"
+#include "file_system/fs_support.hpp"
 
 namespace {
 
@@ -22,22 +16,19 @@ using quillon2::path_t;
 
 constexpr int k_keys = 200;
 
-// A thousand killed saves; fewer under AddressSanitizer, whose fork copies its large
-// shadow mappings and would pass the test's time limit on a busy machine.
+// Each killed save starts a copy of the program: fewer under AddressSanitizer, whose
+// copies start slower.
 #if defined(__SANITIZE_ADDRESS__)
-constexpr int k_killed_saves = 250;
+constexpr int k_killed_saves = 30;
 #else
-constexpr int k_killed_saves = 1000;
+constexpr int k_killed_saves = 100;
 #endif
-
-path_t native(std::string const& text) { return path_t(std::wstring(text.begin(), text.end())); }
 
 // A store whose every value is `generation`, so that a mix of two saves shows.
 advanced_xml_config_t generation_store(int generation) {
   advanced_xml_config_t config;
   for (int i = 0; i < k_keys; ++i) {
-    config.set_value(L"group" + std::to_wstring(i % 10) + L".key" + std::to_wstring(i),
-                     generation);
+    config.set_value(L"group" + std::to_wstring(i % 10) + L".key" + std::to_wstring(i), generation);
   }
   return config;
 }
@@ -57,66 +48,64 @@ bool loads_whole(path_t const& path) {
   return true;
 }
 
-int exit_code(pid_t child) {
-  int status = 0;
-  if (::waitpid(child, &status, 0) != child) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+class ConfigStress : public q2test::fs_test {
+ protected:
+  // What a child is to do: "saver", "loader", or the generation it saves until killed.
+  std::string const m_role = in_child() ? ::getenv("Q2_ROLE") : "";
+};
 
-class ConfigStressTest : public q2test::temp_dir_test {};
-
-TEST_F(ConfigStressTest, TwoProcessesLoadWhileAThirdSaves) {
-  path_t const path = native(m_dir.file("shared.xml"));
-  advanced_xml_config_t first = generation_store(0);
-  ASSERT_TRUE(first.save(path));
-
-  pid_t const saver = ::fork();
-  ASSERT_GE(saver, 0);
-  if (saver == 0) {
-    advanced_xml_config_t even = generation_store(2);
-    advanced_xml_config_t odd = generation_store(1);
+TEST_F(ConfigStress, TwoProcessesLoadWhileAThirdSaves) {
+  path_t const path = at("shared.xml");
+  if (in_child() && m_role == "saver") {
+    advanced_xml_config_t stores[2] = {generation_store(1), generation_store(2)};
     int saved = 0;
     // A load holds a shared lock, which makes a save that meets it fail: try again.
     for (int attempt = 0; saved < 200 && attempt < 20000; ++attempt) {
-      if ((attempt % 2 == 0 ? even : odd).save(path)) ++saved;
+      saved += stores[attempt % 2].save(path) ? 1 : 0;
     }
-    ::_exit(saved > 0 ? 0 : 1);
+    EXPECT_GT(saved, 0) << "no save went through";
+    return;
   }
-  std::vector<pid_t> loaders;
-  for (int i = 0; i < 2; ++i) {
-    pid_t const loader = ::fork();
-    ASSERT_GE(loader, 0);
-    if (loader == 0) {
-      for (int round = 0; round < 200; ++round) {
-        if (!loads_whole(path)) ::_exit(1);
-      }
-      ::_exit(0);
-    }
-    loaders.push_back(loader);
+  if (in_child()) {
+    for (int round = 0; round < 200; ++round) ASSERT_TRUE(loads_whole(path)) << round;
+    return;
   }
-  for (pid_t loader : loaders) EXPECT_EQ(exit_code(loader), 0) << "a load failed";
-  EXPECT_EQ(exit_code(saver), 0) << "no save went through";
+  advanced_xml_config_t first = generation_store(0);
+  ASSERT_TRUE(first.save(path));
+  for (pid_t child : {start_child({"Q2_ROLE=saver"}), start_child({"Q2_ROLE=loader"}),
+                      start_child({"Q2_ROLE=loader"})}) {
+    EXPECT_EQ(exit_status(child), 0);
+  }
   EXPECT_TRUE(loads_whole(path));
 }
 
-TEST_F(ConfigStressTest, KilledSavesNeverLeaveABrokenFile) {
-  path_t const path = native(m_dir.file("killed.xml"));
+TEST_F(ConfigStress, KilledSavesNeverLeaveABrokenFile) {
+  path_t const path = at("killed.xml");
+  if (in_child()) {
+    advanced_xml_config_t store = generation_store(std::stoi(m_role));
+    ::rmdir(m_dir.path().c_str());  // the kill leaves no time to remove it
+    ASSERT_EQ(1, ::write(std::stoi(::getenv("Q2_READY")), "r", 1));
+    for (;;) store.save(path);
+  }
   advanced_xml_config_t first = generation_store(0);
   ASSERT_TRUE(first.save(path));
-  // Made before the children, so that each child starts saving at once.
-  advanced_xml_config_t stores[2] = {generation_store(1), generation_store(2)};
   std::mt19937 random(12345);
   std::uniform_int_distribution<long> pause_ns(0, 2000000);
   for (int round = 0; round < k_killed_saves; ++round) {
-    pid_t const child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      for (;;) stores[round % 2].save(path);
-    }
+    int ready[2];
+    ASSERT_EQ(0, ::pipe(ready));
+    pid_t const child = start_child(
+        {"Q2_ROLE=" + std::to_string(1 + round % 2), "Q2_READY=" + std::to_string(ready[1])});
+    ::close(ready[1]);
+    ASSERT_GT(child, 0);  // never kill(-1)
+    char byte = 0;
+    bool const started = ::read(ready[0], &byte, 1) == 1;  // it is about to save
+    ::close(ready[0]);
     struct timespec const pause = {0, pause_ns(random)};
     ::nanosleep(&pause, nullptr);
     ::kill(child, SIGKILL);
-    ASSERT_EQ(exit_code(child), 128 + SIGKILL);
+    ASSERT_TRUE(started);
+    ASSERT_EQ(exit_status(child), 128 + SIGKILL);
     ASSERT_TRUE(loads_whole(path)) << "round " << round;
   }
 }

@@ -1,7 +1,11 @@
 // path_t as a value: the shapes of the grammar, printing, validation, normalisation,
 // relative paths, wildcard matching, equality and order. No file system here.
+#include <array>
 #include <list>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -12,117 +16,69 @@ namespace {
 
 using quillon2::path_t;
 using list_t = std::list<std::wstring>;
+// Rows of texts: an input, what an operation makes of it, and more operands.
+using two_t = std::array<std::wstring, 2>;
+using three_t = std::array<std::wstring, 3>;
+using four_t = std::array<std::wstring, 4>;
 
-struct shape_case_t {
-  std::wstring text;
-  std::wstring printed;
-  list_t elements;
-  bool absolute;
-  bool posix;
-  bool windows;
-};
-
-void PrintTo(shape_case_t const& c, std::ostream* out) { *out << ::testing::PrintToString(c.text); }
-
-class PathShape : public ::testing::TestWithParam<shape_case_t> {};
-
-TEST_P(PathShape, ParsesAndPrints) {
-  auto const& c = GetParam();
-  path_t const p(c.text);
-  EXPECT_EQ(c.printed, p.as_string());
-  EXPECT_EQ(c.elements, p.as_string_list());
-  EXPECT_EQ(c.absolute, p.is_absolute());
-  EXPECT_EQ(c.posix, p.is_posix());
-  EXPECT_EQ(c.windows, p.is_windows());
-  // The printed form parses again to the same path, unless the text had a long
-  // prefix, which the printed form of a short path drops (and with it the shape).
-  if (c.text.rfind(L"\\\\?\\", 0) != 0) {
-    EXPECT_EQ(p, path_t(p.as_string()));
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Grammar, PathShape,
-    ::testing::Values(
-        shape_case_t{L"", L"", {}, false, false, false},
-        shape_case_t{L"a\\b", L"a\\b", {L"a", L"b"}, false, true, true},
-        shape_case_t{L"\\\\?\\a\\b", L"a\\b", {L"a", L"b"}, false, false, true},
-        shape_case_t{L"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"/a", L"\\a", {L"a"}, true, true, false},
-        shape_case_t{L"\\a", L"\\a", {L"a"}, true, true, false},
-        shape_case_t{L"\\\\?\\\\a", L"\\a", {L"a"}, true, false, false},
-        shape_case_t{L"\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
-        shape_case_t{L"C:", L"C:\\", {L"C:"}, true, false, true},
-        shape_case_t{L"C:\\", L"C:\\", {L"C:"}, true, false, true},
-        shape_case_t{L"C:\\a\\", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"C:a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"a:b", L"a:\\b", {L"a:", L"b"}, true, false, true},
-        shape_case_t{L"a/b\\\\c//", L"a\\b\\c", {L"a", L"b", L"c"}, false, true, true},
-        shape_case_t{L"\"C:\\a\"", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"\"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"  a", L"a", {L"a"}, false, true, true},
-        shape_case_t{L"a  ", L"a  ", {L"a  "}, false, true, true},
-        shape_case_t{L"a\\  ", L"a\\  ", {L"a", L"  "}, false, true, true},
-        shape_case_t{L"\ta b\t", L"a b\t", {L"a b\t"}, false, true, true},
-        shape_case_t{L"/", L"\\", {}, true, true, false},
-        shape_case_t{L"\\\\", L"\\", {}, true, true, false},
-        shape_case_t{L"\\\\\\a", L"\\a", {L"a"}, true, true, false},
-        shape_case_t{L"//srv/share", L"\\\\srv\\share", {L"\\\\srv", L"share"}, true, false, true},
-        shape_case_t{L"\\\\srv", L"\\\\srv", {L"\\\\srv"}, true, false, true},
-        shape_case_t{L"\\\\?\\C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
-        shape_case_t{L"\\\\?\\\\\\srv\\a", L"\\\\srv\\a", {L"\\\\srv", L"a"}, true, false, true},
-        shape_case_t{
-            L"\\\\?\\UNC\\srv\\a", L"UNC\\srv\\a", {L"UNC", L"srv", L"a"}, false, false, true},
+TEST(PathGrammar, ShapesParseAndPrint) {
+  using shape_t = std::tuple<std::wstring, std::wstring, list_t, bool, bool, bool>;
+  for (auto const& [text, printed, elements, absolute, posix, windows] :
+       {shape_t{L"", L"", {}, false, false, false},
+        shape_t{L"\\\\?\\a\\b", L"a\\b", {L"a", L"b"}, false, false, true},
+        shape_t{L"C:\\a", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"/a", L"\\a", {L"a"}, true, true, false},
+        shape_t{L"\\\\?\\\\a", L"\\a", {L"a"}, true, false, false},
+        shape_t{L"C:", L"C:\\", {L"C:"}, true, false, true},
+        shape_t{L"a:b", L"a:\\b", {L"a:", L"b"}, true, false, true},
+        shape_t{L"a/b\\\\c//", L"a\\b\\c", {L"a", L"b", L"c"}, false, true, true},
+        shape_t{L"\"C:\\a\"", L"C:\\a", {L"C:", L"a"}, true, false, true},
+        shape_t{L"a\\  ", L"a\\  ", {L"a", L"  "}, false, true, true},
+        shape_t{L"\ta b\t", L"a b\t", {L"a b\t"}, false, true, true},
+        shape_t{L"/", L"\\", {}, true, true, false},
+        shape_t{L"//srv/share", L"\\\\srv\\share", {L"\\\\srv", L"share"}, true, false, true},
+        shape_t{L"\\\\srv", L"\\\\srv", {L"\\\\srv"}, true, false, true},
+        shape_t{L"\\\\?\\UNC\\s\\a", L"UNC\\s\\a", {L"UNC", L"s", L"a"}, false, false, true},
         // A host "?" is only reachable behind the long prefix, and prints like one.
-        shape_case_t{L"\\\\?\\\\\\?\\a", L"\\\\?\\a", {L"\\\\?", L"a"}, true, false, true},
-        shape_case_t{L"*.txt", L"*.txt", {L"*.txt"}, false, true, true},
-        shape_case_t{L"a?c", L"a?c", {L"a?c"}, false, true, true},
-        shape_case_t{L"\u00e9t\u00e9\\\u65e5\u672c",
-                     L"\u00e9t\u00e9\\\u65e5\u672c",
-                     {L"\u00e9t\u00e9", L"\u65e5\u672c"},
-                     false,
-                     true,
-                     true}));
+        shape_t{L"\\\\?\\\\\\?\\a", L"\\\\?\\a", {L"\\\\?", L"a"}, true, false, true},
+        shape_t{std::wstring(L"a\0|b", 4), L"a", {L"a"}, false, true, true}}) {  // ends at NUL
+    SCOPED_TRACE(::testing::PrintToString(text));
+    path_t const p(text);
+    EXPECT_EQ(printed, p.as_string());
+    EXPECT_EQ(elements, p.as_string_list());
+    EXPECT_EQ(absolute, p.is_absolute());
+    EXPECT_EQ(posix, p.is_posix());
+    EXPECT_EQ(windows, p.is_windows());
+    // The printed form parses again to the same path, unless the text had a long
+    // prefix, which the printed form of a short path drops (and with it the shape).
+    if (text.rfind(L"\\\\?\\", 0) != 0) {
+      EXPECT_EQ(p, path_t(p.as_string()));
+    }
+  }
+  EXPECT_TRUE(path_t(static_cast<wchar_t const*>(nullptr)).is_empty());
+}
 
 TEST(PathGrammar, RefusedTextGivesTheEmptyPathAndItsOffset) {
-  struct refused_t {
-    std::wstring text;
-    int offset;
-  };
-  for (auto const& r : {refused_t{L"", 0}, refused_t{L"   ", 3}, refused_t{L"ab:c", 2},
-                        refused_t{L"C:\\a:b", 4}, refused_t{L"a|b", 1}, refused_t{L"\"a|b\"", 1},
-                        refused_t{L"a\"b", 1}, refused_t{L"x\\<y", 2}, refused_t{L"a>", 1},
-                        refused_t{L"\\\\?\\", 4}, refused_t{L"\"\"", 0}}) {
-    SCOPED_TRACE(r.text);
-    EXPECT_TRUE(path_t(r.text).is_empty());
-    EXPECT_EQ(path_t(), path_t(r.text));
+  using offset_t = std::pair<std::wstring, int>;
+  for (auto const& [text, offset] :
+       {offset_t{L"", 0}, offset_t{L"   ", 3}, offset_t{L"ab:c", 2}, offset_t{L"C:\\a:b", 4},
+        offset_t{L"a|b", 1}, offset_t{L"\"a|b\"", 1}, offset_t{L"a\"b", 1}, offset_t{L"x\\<y", 2},
+        offset_t{L"a>", 1}, offset_t{L"\\\\?\\", 4}, offset_t{L"\"\"", 0}}) {
+    EXPECT_EQ(path_t(), path_t(text)) << text;
     int position = 0;
-    EXPECT_FALSE(path_t::validate(r.text, false, position));
-    EXPECT_EQ(r.offset, position);
+    EXPECT_FALSE(path_t::validate(text, false, position));
+    EXPECT_EQ(offset, position) << text;
+  }
+  // Without wildcards; the "?" of the long prefix is no wildcard.
+  for (auto const& [text, offset] :
+       {offset_t{L"a?c", 1}, offset_t{L"dir\\*.txt", 4}, offset_t{L"\\\\?\\C:\\a", -1}}) {
+    int position = 0;
+    EXPECT_EQ(offset < 0, path_t::validate(text, true, position)) << text;
+    EXPECT_EQ(offset, position) << text;
   }
 }
 
-TEST(PathGrammar, ValidateWithoutWildcards) {
-  int position = 0;
-  EXPECT_TRUE(path_t::validate(L"a?c", false, position));
-  EXPECT_EQ(-1, position);
-  EXPECT_FALSE(path_t::validate(L"a?c", true, position));
-  EXPECT_EQ(1, position);
-  EXPECT_FALSE(path_t::validate(L"dir\\*.txt", true, position));
-  EXPECT_EQ(4, position);
-  // The "?" of the long prefix is no wildcard.
-  EXPECT_TRUE(path_t::validate(L"\\\\?\\C:\\a", true, position));
-  EXPECT_EQ(-1, position);
-}
-
-TEST(PathGrammar, TextEndsAtNulAndNullPointerIsEmpty) {
-  EXPECT_EQ(L"a", path_t(std::wstring(L"a\0|b", 4)).as_string());
-  EXPECT_EQ(L"a", path_t(std::wstring(L"\"a\0b\"", 5)).as_string());
-  EXPECT_TRUE(path_t(static_cast<wchar_t const*>(nullptr)).is_empty());
-  EXPECT_EQ(L"x\\y", path_t(L"x/y").as_string());
-}
-
-TEST(PathPrint, LongPrefixFrom248Characters) {
+TEST(PathPrint, LongPrefixFrom248CharactersAndTheNativeForm) {
   std::wstring const text247 = L"C:\\" + std::wstring(244, L'x');
   std::wstring const text248 = text247 + L"y";
   EXPECT_EQ(text247, path_t(text247).as_string());
@@ -132,54 +88,37 @@ TEST(PathPrint, LongPrefixFrom248Characters) {
   std::wstring const relative(300, L'r');
   EXPECT_EQ(L"\\\\?\\" + relative, path_t(relative).as_string());
   EXPECT_EQ(path_t(text248), path_t(path_t(text248).as_string()));
-}
-
-TEST(PathPrint, NativeFormForTheSystem) {
-  EXPECT_EQ("a/b", path_t(L"a\\b").native_string());
-  EXPECT_EQ("/a/b", path_t(L"\\a/b\\").native_string());
-  EXPECT_EQ("/", path_t(L"/").native_string());
-  EXPECT_EQ("/x", path_t(L"\\\\?\\\\x").native_string());
-  EXPECT_EQ("/long" + std::string(300, 'z'),
-            path_t(L"/long" + std::wstring(300, L'z')).native_string());
-  EXPECT_EQ("", path_t(L"C:\\a").native_string());
-  EXPECT_EQ("", path_t(L"\\\\srv\\a").native_string());
-  EXPECT_EQ("", path_t().native_string());
-  EXPECT_EQ("d/\xc3\xa9", path_t(L"d\\\u00e9").native_string());
-}
-
-TEST(PathParts, LeafBranchAndExtension) {
-  struct parts_t {
-    std::wstring text, leaf, branch;
-  };
-  for (auto const& c :
-       {parts_t{L"a\\b\\c", L"c", L"a\\b"}, parts_t{L"a", L"a", L""}, parts_t{L"\\a", L"a", L"\\"},
-        parts_t{L"\\a\\b", L"b", L"\\a"}, parts_t{L"C:\\a", L"a", L"C:\\"},
-        parts_t{L"C:\\a\\b", L"b", L"C:\\a"}, parts_t{L"\\\\srv", L"srv", L"\\\\"},
-        parts_t{L"\\\\srv\\a\\b", L"b", L"\\\\srv\\a"}, parts_t{L"C:\\", L"", L""},
-        parts_t{L"", L"", L""}}) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(c.leaf, path_t(c.text).get_leaf());
-    EXPECT_EQ(c.branch, path_t(c.text).get_branch());
+  using native_t = std::pair<std::wstring, std::string>;
+  for (auto const& [text, native] :
+       {native_t{L"a\\b", "a/b"}, native_t{L"\\a/b\\", "/a/b"}, native_t{L"/", "/"},
+        native_t{L"\\\\?\\\\x", "/x"}, native_t{L"/" + relative, "/" + std::string(300, 'r')},
+        native_t{L"C:\\a", ""}, native_t{L"\\\\srv\\a", ""}, native_t{L"", ""},
+        native_t{L"d\\\u00e9", "d/\xc3\xa9"}}) {
+    EXPECT_EQ(native, path_t(text).native_string());
   }
-  EXPECT_EQ(L"gz", path_t(L"d\\a.tar.gz").get_ext());
-  EXPECT_EQ(L"", path_t(L"a.").get_ext());
-  EXPECT_EQ(L"profile", path_t(L"\\home\\.profile").get_ext());
-  EXPECT_EQ(L"", path_t(L"noext").get_ext());
-  EXPECT_EQ(L"", path_t(L"C:\\").get_ext());
 }
 
-TEST(PathParts, ChangeExtension) {
-  auto changed = [](std::wstring const& text, std::wstring const& ext) {
+TEST(PathParts, LeafBranchExtension) {
+  for (auto const& [text, leaf, branch, ext] :
+       {four_t{L"a\\b\\c", L"c", L"a\\b", L""}, four_t{L"a", L"a", L"", L""},
+        four_t{L"\\a", L"a", L"\\", L""}, four_t{L"C:\\a.txt", L"a.txt", L"C:\\", L"txt"},
+        four_t{L"C:\\a\\b", L"b", L"C:\\a", L""}, four_t{L"\\\\srv", L"srv", L"\\\\", L""},
+        four_t{L"\\\\srv\\a\\b", L"b", L"\\\\srv\\a", L""}, four_t{L"C:\\", L"", L"", L""},
+        four_t{L"", L"", L"", L""}, four_t{L"d\\a.tar.gz", L"a.tar.gz", L"d", L"gz"},
+        four_t{L"a.", L"a.", L"", L""},
+        four_t{L"\\h\\.profile", L".profile", L"\\h", L"profile"}}) {
+    EXPECT_EQ(leaf, path_t(text).get_leaf()) << text;
+    EXPECT_EQ(branch, path_t(text).get_branch()) << text;
+    EXPECT_EQ(ext, path_t(text).get_ext()) << text;
+  }
+  for (auto const& [text, expected, ext] :
+       {three_t{L"a.txt", L"a", L""}, three_t{L"a", L"a.", L""}, three_t{L".txt", L".", L""},
+        three_t{L"C:\\d\\a.txt", L"C:\\d\\a.md", L"md"}, three_t{L"a.b.x", L"a.b.c", L"c"},
+        three_t{L"d\\a", L"d\\a.xml", L"xml"}}) {
     path_t p(text);
     EXPECT_TRUE(p.change_ext(ext));
-    return p.as_string();
-  };
-  EXPECT_EQ(L"a", changed(L"a.txt", L""));
-  EXPECT_EQ(L"a.", changed(L"a", L""));
-  EXPECT_EQ(L".", changed(L".txt", L""));
-  EXPECT_EQ(L"C:\\d\\a.md", changed(L"C:\\d\\a.txt", L"md"));
-  EXPECT_EQ(L"a.b.c", changed(L"a.b.x", L"c"));
-  EXPECT_EQ(L"d\\a.xml", changed(L"d\\a", L"xml"));
+    EXPECT_EQ(expected, p.as_string());
+  }
   path_t root(L"C:\\");
   EXPECT_FALSE(root.change_ext(L"x"));
   EXPECT_EQ(L"C:\\", root.as_string());
@@ -189,34 +128,23 @@ TEST(PathEdit, AppendAndAssign) {
   path_t p(L"C:\\a");
   EXPECT_FALSE(p.append(path_t(L"C:\\x")));
   EXPECT_FALSE(p.append(path_t(L"\\x")));
-  EXPECT_FALSE(p.append(path_t(L"\\\\srv\\x")));
-  EXPECT_EQ(L"C:\\a", p.as_string());
-  EXPECT_TRUE(p.append(path_t()));
-  EXPECT_EQ(L"C:\\a", p.as_string());
   EXPECT_TRUE(p.append(path_t(L"b/c")));
   EXPECT_EQ(L"C:\\a\\b\\c", p.as_string());
   path_t r(L"x\\y");
   EXPECT_TRUE(r.append(r));
   EXPECT_EQ(L"x\\y\\x\\y", r.as_string());
-
-  path_t empty;
-  EXPECT_TRUE(empty.append(path_t(L"x")));
-  EXPECT_EQ(path_t(L"x"), empty);
   // A path that prints nothing takes over the whole of what is appended.
   path_t dot(L".");
   ASSERT_TRUE(dot.normalize());
   EXPECT_TRUE(dot.append(path_t(L"\\\\?\\y")));
   EXPECT_FALSE(dot.is_posix());
-
   path_t q;
   EXPECT_TRUE(q.assign(list_t{L"C:", L"a", L"b"}));
   EXPECT_EQ(L"C:\\a\\b", q.as_string());
   EXPECT_TRUE(q.assign(list_t{L"a|"}));
   EXPECT_TRUE(q.is_empty());
-  q = path_t(L"\\\\srv\\s");
-  path_t const copy = q;
-  EXPECT_EQ(q.as_string_list(), copy.as_string_list());
   // A path moved from is empty and usable.
+  q = path_t(L"\\\\srv\\s");
   path_t moved(std::move(q));
   EXPECT_EQ(L"\\\\srv\\s", moved.as_string());
   EXPECT_TRUE(q.is_empty());  // NOLINT(bugprone-use-after-move)
@@ -224,76 +152,54 @@ TEST(PathEdit, AppendAndAssign) {
   EXPECT_EQ(L"z", q.as_string());
 }
 
-TEST(PathEdit, Normalize) {
-  auto normalized = [](std::wstring const& text) {
-    path_t p(text);
-    EXPECT_TRUE(p.normalize()) << p.as_string();
-    return p.as_string();
-  };
-  EXPECT_EQ(L"..\\b", normalized(L"a\\..\\..\\b"));
-  EXPECT_EQ(L"..\\..\\a", normalized(L"..\\..\\a"));
-  EXPECT_EQ(L"a\\c", normalized(L"a\\.\\b\\..\\c\\."));
-  EXPECT_EQ(L"C:\\", normalized(L"C:\\a\\.."));
-  EXPECT_EQ(L"\\b", normalized(L"/a/../b"));
+TEST(PathEdit, NormalizeAndToLower) {
   // The UNC host is an ordinary element here.
-  path_t unc(L"\\\\srv\\..\\x");
-  EXPECT_TRUE(unc.normalize());
-  EXPECT_EQ(list_t{L"\\\\x"}, unc.as_string_list());
-
+  for (auto const& [text, expected] :
+       {two_t{L"a\\..\\..\\b", L"..\\b"}, two_t{L"..\\..\\a", L"..\\..\\a"},
+        two_t{L"a\\.\\b\\..\\c\\.", L"a\\c"}, two_t{L"C:\\a\\..", L"C:\\"},
+        two_t{L"/a/../b", L"\\b"}, two_t{L"\\\\srv\\..\\x", L"\\\\x"}}) {
+    path_t p(text);
+    EXPECT_TRUE(p.normalize()) << text;
+    EXPECT_EQ(expected, p.as_string());
+  }
   path_t too_high(L"C:\\a\\..\\..");
   EXPECT_FALSE(too_high.normalize());
   EXPECT_EQ(L"C:\\a\\..\\..", too_high.as_string());
-
   path_t dot(L".");
-  EXPECT_EQ(L".", dot.as_string());
   EXPECT_FALSE(dot.is_empty());
   EXPECT_TRUE(dot.normalize());
   EXPECT_TRUE(dot.is_empty());
-  EXPECT_EQ(L"", dot.as_string());
   EXPECT_NE(path_t(), dot);  // the flags stay
-}
-
-TEST(PathEdit, ToLowerKeepsDriveAndHost) {
-  path_t p(L"C:\\Ab\\CD.TXT");
-  p.to_lower();
-  EXPECT_EQ(L"C:\\ab\\cd.txt", p.as_string());
-  path_t unc(L"\\\\SRV\\ShARe");
-  unc.to_lower();
-  EXPECT_EQ(L"\\\\srv\\share", unc.as_string());
-  EXPECT_EQ(path_t(L"\\\\Srv\\Share"), unc);
+  for (auto const& [text, expected] :
+       {two_t{L"C:\\Ab\\CD.TXT", L"C:\\ab\\cd.txt"}, two_t{L"\\\\SRV\\ShARe", L"\\\\srv\\share"}}) {
+    path_t p(text);
+    p.to_lower();
+    EXPECT_EQ(expected, p.as_string());
+  }
 }
 
 TEST(PathRelative, AgainstAnotherPath) {
-  auto relative = [](std::wstring const& a, std::wstring const& b) {
-    return path_t(a).get_relative(path_t(b)).as_string();
-  };
-  EXPECT_EQ(L"b", relative(L"C:\\a\\b", L"C:\\a"));
-  EXPECT_EQ(L"..", relative(L"C:\\a", L"C:\\a\\b"));
-  EXPECT_EQ(L".", relative(L"C:\\a", L"C:\\A"));
-  EXPECT_EQ(L"", relative(L"C:\\a", L"c:\\a"));
-  EXPECT_EQ(L"", relative(L"C:\\a", L"\\\\srv\\a"));
-  EXPECT_EQ(L"", relative(L"\\a", L"a"));
-  EXPECT_EQ(L"b", relative(L"C:\\a\\b", L"C:\\a\\c"));
-  EXPECT_EQ(L"b\\c", relative(L"\\a\\b\\c", L"\\a\\x"));
-  EXPECT_EQ(L"..\\b", relative(L"\\a\\b", L"\\a\\x\\y"));
-  EXPECT_EQ(L"..\\..", relative(L"x", L"x\\y\\z"));
-  EXPECT_EQ(L"C:\\q", relative(L"", L"C:\\q"));
-  EXPECT_EQ(L"C:\\q", relative(L"C:\\q", L""));
+  for (auto const& [text, expected, base] :
+       {three_t{L"C:\\a\\b", L"b", L"C:\\a"}, three_t{L"C:\\a", L"..", L"C:\\a\\b"},
+        three_t{L"C:\\a", L".", L"C:\\A"}, three_t{L"C:\\a", L"", L"c:\\a"},
+        three_t{L"C:\\a", L"", L"\\\\srv\\a"}, three_t{L"\\a", L"", L"a"},
+        three_t{L"C:\\a\\b", L"b", L"C:\\a\\c"}, three_t{L"\\a\\b\\c", L"b\\c", L"\\a\\x"},
+        three_t{L"\\a\\b", L"..\\b", L"\\a\\x\\y"}, three_t{L"x", L"..\\..", L"x\\y\\z"},
+        three_t{L"", L"C:\\q", L"C:\\q"}, three_t{L"C:\\q", L"C:\\q", L""}}) {
+    EXPECT_EQ(expected, path_t(text).get_relative(path_t(base)).as_string()) << text << " " << base;
+  }
 }
 
 TEST(PathMatch, WildcardsOverTheWholePath) {
   path_t const file(L"C:\\a\\b\\c.txt");
   EXPECT_TRUE(file.match(L"C:\\a\\*.txt"));  // "*" spans separators
   EXPECT_TRUE(file.match(L"C:/a/b/?.txt"));
-  EXPECT_TRUE(file.match(L"*"));
   EXPECT_FALSE(file.match(L"C:\\a\\?.txt"));
   EXPECT_FALSE(path_t(L"C:\\a.txt").match(L"*.TXT"));  // case matters here
   EXPECT_FALSE(file.match(L"C:\\a"));                  // the whole path must match
   EXPECT_TRUE(path_t(L"d\\a+b(1)[x]{2}$^.txt").match(L"d\\a+b(1)[x]{2}$^.txt"));
   EXPECT_FALSE(path_t(L"a").match(L"a|b"));  // "|" is literal, no alternative
-  EXPECT_FALSE(path_t(L"d\\aab").match(L"d\\a+b"));
-  std::wstring const long_text = L"C:\\" + std::wstring(260, L'l');
-  path_t const long_path(long_text);
+  path_t const long_path(L"C:\\" + std::wstring(260, L'l'));
   EXPECT_TRUE(long_path.match(long_path.as_string()));  // the long prefix is dropped
   EXPECT_TRUE(quillon2::match_pattern(path_t(L"*.txt"), path_t(L"x.txt")));
   EXPECT_FALSE(quillon2::match_pattern(path_t(L"x.txt"), path_t(L"*.txt")));
@@ -304,26 +210,21 @@ TEST(PathCompare, EqualityIgnoresCaseButOrderDoesNot) {
   EXPECT_TRUE(path_t(L"C:\\A") < path_t(L"c:\\a"));
   EXPECT_FALSE(path_t(L"c:\\a") < path_t(L"C:\\A"));
   EXPECT_EQ(path_t(L"\\\\SRV\\x"), path_t(L"//srv/X"));
-  EXPECT_EQ(path_t(L"a/b"), path_t(L"A\\B"));
+  EXPECT_FALSE(path_t(L"a/b") != path_t(L"A\\B"));
   EXPECT_NE(path_t(L"a\\.\\b"), path_t(L"a\\b"));
-  EXPECT_NE(path_t(L"a\\b"), path_t(L"a\\b\\c"));
   EXPECT_NE(path_t(L"\\a"), path_t(L"a"));
   EXPECT_NE(path_t(L"/a"), path_t(L"\\\\?\\\\a"));  // the long prefix makes it non-POSIX
-  EXPECT_NE(path_t(L"C:\\a"), path_t(L"D:\\a"));
-  EXPECT_FALSE(path_t(L"a") != path_t(L"A"));
   // Order sees the printed form, long prefix included.
-  std::wstring const long_text = L"C:\\" + std::wstring(250, L'a');
-  EXPECT_TRUE(path_t(L"C:\\b") < path_t(long_text));
+  EXPECT_TRUE(path_t(L"C:\\b") < path_t(L"C:\\" + std::wstring(250, L'a')));
 }
 
 TEST(PathMake, MinusOneAndNormalisation) {
   path_t const q = quillon2::make_path(std::wstring(L"-1"));
   EXPECT_EQ(L"?", q.as_string());
   EXPECT_FALSE(q.is_absolute());
-  EXPECT_EQ(L"b", quillon2::make_path(std::wstring(L"a\\..\\b")).as_string());
+  // Normalised where it can be.
   EXPECT_EQ(L"C:\\a\\..\\..", quillon2::make_path(std::wstring(L"C:\\a\\..\\..")).as_string());
   EXPECT_EQ(L"d\\\u00e9.txt", quillon2::make_path(std::string("d/./\xc3\xa9.txt")).as_string());
-  EXPECT_EQ(L'\\', path_t::get_separator_char());
 }
 
 }  // namespace

@@ -2,22 +2,15 @@
 // tree for a symbolic link to a directory outside it, and back. Whatever the timing,
 // nothing outside the tree may be removed, and nothing outside it may be copied.
 #include <stdio.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <fstream>
-#include <string>
 #include <thread>
 
 #include <boost/thread/barrier.hpp>
-#include <gtest/gtest.h>
 
 #include <quillon2/core/file_system/file_operations.hpp>
-#include <quillon2/core/file_system/path.hpp>
-#include <quillon2/headers/kesmet.hpp>
 
-#include "support/temp_dir.hpp"
+#include "file_system/fs_support.hpp"
 
 namespace {
 
@@ -25,36 +18,24 @@ namespace q2 = quillon2;
 
 constexpr int k_rounds = 30;
 constexpr int k_directories = 8;
-constexpr int k_files = 6;
+constexpr std::size_t k_files = 6;
 
-class TreeWalkRace : public q2test::temp_dir_test {
+class TreeWalkRace : public q2test::fs_test {
  protected:
-  std::string file(std::string const& name) const { return m_dir.file(name); }
-  q2::path_t at(std::string const& name) const {
-    return q2::path_t(kesmet2::utf8_to_utf16(file(name)));
-  }
-
-  void make_outside() const {
-    ::mkdir(file("outside").c_str(), 0777);
-    for (int i = 0; i < k_files; ++i) std::ofstream(file("outside/keep" + std::to_string(i))) << i;
+  void SetUp() override {
+    mkdir("outside");
+    for (std::size_t i = 0; i < k_files; ++i) write("outside/keep" + std::to_string(i));
   }
   void make_tree() const {
-    ::mkdir(file("t").c_str(), 0777);
+    make({"t/", "t/victim/", "t/victim/mine"});
     for (int d = 0; d < k_directories; ++d) {
-      std::string const dir = "t/d" + std::to_string(d);
-      ::mkdir(file(dir).c_str(), 0777);
-      for (int i = 0; i < k_files; ++i) std::ofstream(file(dir + "/f" + std::to_string(i))) << i;
+      mkdir("t/d" + std::to_string(d));
+      for (std::size_t i = 0; i < k_files; ++i)
+        write("t/d" + std::to_string(d) + "/f" + std::to_string(i));
     }
-    ::mkdir(file("t/victim").c_str(), 0777);
-    std::ofstream(file("t/victim/mine")) << "mine";
   }
-  int outside_files_left() const {
-    int left = 0;
-    struct stat st;
-    for (int i = 0; i < k_files; ++i) {
-      left += ::stat(file("outside/keep" + std::to_string(i)).c_str(), &st) == 0;
-    }
-    return left;
+  std::size_t outside_files_left() const {
+    return q2::find_files(at("outside"), L"keep*", false).size();
   }
 
   // Runs `walk` while a second thread swaps t/victim for a link to outside and back.
@@ -62,9 +43,9 @@ class TreeWalkRace : public q2test::temp_dir_test {
   void race(Walk walk) {
     std::atomic<bool> stop{false};
     boost::barrier start(2);
-    std::string const victim = file("t/victim");
-    std::string const parked = file("t/parked");
-    std::string const outside = file("outside");
+    std::string const victim = native("t/victim");
+    std::string const parked = native("t/parked");
+    std::string const outside = native("outside");
     std::thread swapper([&] {
       start.wait();
       while (!stop.load()) {
@@ -86,19 +67,17 @@ class TreeWalkRace : public q2test::temp_dir_test {
 };
 
 TEST_F(TreeWalkRace, RemovalNeverLeavesTheTree) {
-  make_outside();
   for (int round = 0; round < k_rounds; ++round) {
     make_tree();
     race([&] { q2::remove_directory(at("t"), true); });
     ASSERT_EQ(k_files, outside_files_left()) << "in round " << round;
     // Clear what the race left, with nothing swapping now.
-    ::unlink(file("t/victim").c_str());
+    ::unlink(native("t/victim").c_str());
     q2::remove_directory(at("t"), true);
   }
 }
 
 TEST_F(TreeWalkRace, CopyNeverTakesWhatIsOutside) {
-  make_outside();
   make_tree();
   for (int round = 0; round < k_rounds; ++round) {
     std::string const target = "copy" + std::to_string(round);
