@@ -1,0 +1,161 @@
+// Shared pieces of the das tests: a serializable object registered by name, bags of
+// every value type, blobs, deep chains of bags, hostile entity documents, and a
+// temporary directory whose files are named as wide text.
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/type_factory.hpp>
+#include <quillon2/das/variant.hpp>
+#include <quillon2/das/variant_bag.hpp>
+#include <quillon2/headers/kesmet.hpp>
+
+#include "support/temp_dir.hpp"
+
+namespace das_test {
+
+namespace ql2 = quillon2;
+using ql2::variant_bag_t;
+using ql2::variant_t;
+
+constexpr int k_failure = 0x40000001;
+
+// An object that saves a number and a text, or fails its save with a code of its own.
+class probe_t : public ql2::serializable_object_interface_t {
+ public:
+  int save(variant_bag_t& out) const override {
+    if (m_fail != 0) return m_fail;
+    out.put<variant_t>(L"x", variant_t(m_x));
+    if (!m_text.empty()) out.put<variant_t>(L"text", variant_t(m_text.c_str(), false));
+    return 1;
+  }
+  int load(variant_bag_t const& in) override {
+    m_x = in.get_variant(L"x", variant_t(-1)).get<ql2::s32_t>();
+    variant_t const text = in.get_variant(L"text", variant_t(L"", false));
+    m_text = text.can_get<wchar_t const*>() ? text.get<wchar_t const*>() : L"?";
+    return 1;
+  }
+  static int das_create_this_object(ql2::sptr_t<ql2::serializable_object_interface_t>& result) {
+    result = ql2::sptr_t<ql2::serializable_object_interface_t>(new ql2::ref_counted_t<probe_t>());
+    return 1;
+  }
+  int m_x = 0;
+  int m_fail = 0;
+  std::wstring m_text;
+
+ protected:
+  ql2::u32_t get_type() const override {
+    return ql2::get_type_from_string(L"dasID_das_test::probe_t");
+  }
+};
+
+inline ql2::notype_ptr_t probe(int x, int fail = 0, std::wstring text = L"") {
+  auto* object = new ql2::ref_counted_t<probe_t>();
+  object->m_x = x;
+  object->m_fail = fail;
+  object->m_text = std::move(text);
+  return ql2::notype_ptr_t(ql2::sptr_t<probe_t>(object));
+}
+
+inline std::wstring wide(std::string const& text) {
+  return KESMET_2_18::strings::utf8_to_utf16(text);
+}
+inline std::string narrow(wchar_t const* text) {
+  return KESMET_2_18::strings::utf16_to_utf8(text != nullptr ? text : L"");
+}
+
+inline variant_t blob(std::string const& bytes) {
+  return variant_t(static_cast<void const*>(bytes.data()), static_cast<ql2::u64_t>(bytes.size()));
+}
+
+// One value of every type both XML forms keep exactly, in the order the attribute
+// form gives them back (wide strings first, then by prefix).
+inline variant_bag_t every_type() {
+  variant_bag_t bag;
+  bag.add<variant_t>(L"text",
+                     variant_t(L" gr\u00fc\u00dfe \u65e5\u672c \U0001F600 <&>\"' \t\r\n x", false));
+  bag.add<variant_t>(L"b", variant_t(true));
+  bag.add<variant_t>(L"s8", variant_t(static_cast<signed char>(-128)));
+  bag.add<variant_t>(L"d", variant_t(-2.25e-300));
+  bag.add<variant_t>(L"f", variant_t(1.5f));
+  bag.add<variant_t>(L"s32", variant_t(-2147483647 - 1));
+  bag.add<variant_t>(L"s64", variant_t(static_cast<ql2::s64_t>(INT64_MIN)));
+  bag.add<variant_t>(L"nothing", variant_t());
+  bag.add<variant_t>(L"s16", variant_t(static_cast<short>(-32768)));
+  bag.add<variant_t>(L"u8", variant_t(static_cast<unsigned char>(255)));
+  bag.add<variant_t>(L"u32", variant_t(4294967295u));
+  bag.add<variant_t>(L"u64", variant_t(static_cast<ql2::u64_t>(UINT64_MAX)));
+  bag.add<variant_t>(L"u16", variant_t(static_cast<unsigned short>(65535)));
+  return bag;
+}
+
+// Every value of `expected` is in `actual` under its name, with its type and value.
+inline void expect_same_values(variant_bag_t const& expected, variant_bag_t const& actual) {
+  for (auto it = expected.begin<variant_t>(); !it.at_end(); it.next()) {
+    SCOPED_TRACE(narrow(it.get_name()));
+    variant_t const* loaded = actual.get<variant_t>(it.get_name());
+    ASSERT_NE(nullptr, loaded);
+    EXPECT_EQ(it.get_value().get_type(), loaded->get_type());
+    EXPECT_TRUE(it.get_value() == *loaded);
+  }
+}
+
+// `depth` bags named "n" inside each other, the innermost holding leaf = depth.
+inline variant_bag_t chain(int depth) {
+  variant_bag_t bag;
+  variant_bag_t* level = &bag;
+  for (int i = 0; i < depth; ++i) level = &level->add_variant_bag(L"n", variant_bag_t());
+  level->add<variant_t>(L"leaf", variant_t(depth));
+  return bag;
+}
+
+// A document type declaring entities a..<last>, each `fanout` references to the one
+// before: expanding the last one would give 16 * fanout^(levels) characters.
+inline std::string entity_bomb(char const* root, char last, int fanout) {
+  std::string bomb = std::string("<!DOCTYPE ") + root + " [<!ENTITY a 'aaaaaaaaaaaaaaaa'>";
+  for (char c = 'b'; c <= last; ++c) {
+    bomb += std::string("<!ENTITY ") + c + " '";
+    for (int i = 0; i < fanout; ++i) bomb += std::string("&") + static_cast<char>(c - 1) + ";";
+    bomb += "'>";
+  }
+  return bomb + "]>";
+}
+
+// A fixture with a temporary directory whose files are named as wide text, as the
+// library's file calls take them.
+class file_test : public q2test::temp_dir_test {
+ protected:
+  std::wstring name(std::string const& file) const { return wide(m_dir.file(file)); }
+  // The names in the directory, to see that no temporary file was left behind.
+  std::vector<std::string> entries() const {
+    std::vector<std::string> names;
+    if (DIR* dir = ::opendir(m_dir.path().c_str())) {
+      while (dirent* entry = ::readdir(dir))
+        if (entry->d_name[0] != '.') names.push_back(entry->d_name);
+      ::closedir(dir);
+    }
+    return names;
+  }
+  // Holds a flock of the given kind on a file while it lives.
+  struct lock_t {
+    lock_t(std::string const& path, int kind) : fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+      EXPECT_EQ(0, ::flock(fd, kind | LOCK_NB));
+    }
+    ~lock_t() { ::close(fd); }
+    int fd;
+  };
+};
+
+}  // namespace das_test
+
+// Registered once per test file; the registry counts the registrants of one name.
+QUILLON_DAS_REGISTER_SERIALIZABLE_TYPE(das_test::probe_t);
