@@ -1,14 +1,6 @@
 // The attribute form of bags: exact documents, round trips of every type through text
 // and files, the filter path, and hostile input.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <quillon2/das/variant_bag_serialization2.hpp>
-
 #include "das/das_support.hpp"
-#include "support/assert_recorder.hpp"
 
 using namespace das_test;
 
@@ -16,13 +8,13 @@ namespace {
 
 std::string save(variant_bag_t const& bag, wchar_t const* root = L"root") {
   std::string text;
-  EXPECT_EQ(1, ql2::save_variant_bag_to_string2(bag, text, root));
+  EXPECT_EQ(1, save_variant_bag_to_string2(bag, text, root));
   return text;
 }
 
 variant_bag_t load(std::string const& text, wchar_t const* path = L"root") {
   variant_bag_t bag;
-  EXPECT_EQ(1, ql2::load_variant_bag_from_string2(bag, text, path));
+  EXPECT_EQ(1, load_variant_bag_from_string2(bag, text, path));
   return bag;
 }
 
@@ -56,7 +48,7 @@ TEST(AttributeFormDocument, DeclaresUsedPrefixesInTableOrder) {
   bag.add<variant_t>(L"y", variant_t(2.5));
   bag.add<variant_t>(L"x", variant_t());
   bag.add_variant_bag(L"date:when", variant_bag_t());
-  bag.add<variant_t>(L"p", variant_t(ql2::notype_ptr_t()));
+  bag.add<variant_t>(L"p", variant_t(notype_ptr_t()));
   EXPECT_EQ(
       "\n<r xmlns:date=\"http://exslt.org/dates-and-times\" "
       "xmlns:double=\"urn:quillon2/2001/XMLSchema#double\" "
@@ -93,7 +85,7 @@ TEST(AttributeFormDocument, RootPathStepsNestAndMustBeNames) {
   EXPECT_EQ("\n<a>\n <b>\n  <c v=\"1\"/>\n </b>\n</a>\n", save(bag, L"a.b.c"));
   std::string text = "untouched";
   for (wchar_t const* root : {L"", static_cast<wchar_t const*>(nullptr), L"a..b", L"two words"})
-    EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string2(bag, text, root));
+    EXPECT_EQ(k_failure, save_variant_bag_to_string2(bag, text, root));
   EXPECT_EQ("untouched", text);
 }
 
@@ -107,13 +99,13 @@ TEST(AttributeFormRoundTrip, EveryTypeComesBackThroughTextInOrder) {
   EXPECT_EQ(text, save(loaded));
 
   variant_t wide_text;
-  ASSERT_EQ(1, ql2::save_variant_bag_to_string2(bag, wide_text, L"root"));
-  ASSERT_EQ(ql2::vtWString, wide_text.get_type());
+  ASSERT_EQ(1, save_variant_bag_to_string2(bag, wide_text, L"root"));
+  ASSERT_EQ(vtWString, wide_text.get_type());
   variant_bag_t from_wide;
-  ASSERT_EQ(1, ql2::load_variant_bag_from_string2(from_wide, wide_text, L"root"));
+  ASSERT_EQ(1, load_variant_bag_from_string2(from_wide, wide_text, L"root"));
   EXPECT_TRUE(from_wide == bag);
   q2test::assert_recorder_t asserts;
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(from_wide, variant_t(5), L"root"));
+  EXPECT_EQ(k_failure, load_variant_bag_from_string2(from_wide, variant_t(5), L"root"));
   EXPECT_TRUE(asserts.saw("can_get<const kesmet2::uchar_t*>()"));
 }
 
@@ -143,17 +135,18 @@ TEST(AttributeFormRoundTrip, BlobsComeBackAsEmptyTextUnderTheirPrefixedName) {
 TEST(AttributeFormRoundTrip, PointersComeBackAsProxiesOfTheirObjects) {
   variant_bag_t bag;
   bag.add<variant_t>(L"n", variant_t(probe(4, 0, L"remember")));
-  bag.add<variant_t>(L"none", variant_t(ql2::notype_ptr_t()));
+  bag.add<variant_t>(L"none", variant_t(notype_ptr_t()));
   std::string const text = save(bag);
-  EXPECT_NE(std::string::npos,
-            text.find("<pointer:n pointer:type_id=\"dasID_das_test::probe_t\" "
-                      "pointer:ptr_type=\"dasID_das_test::probe_t\" int:x=\"4\" text=\"remember\"/>"));
+  EXPECT_NE(
+      std::string::npos,
+      text.find("<pointer:n pointer:type_id=\"dasID_das_test::probe_t\" "
+                "pointer:ptr_type=\"dasID_das_test::probe_t\" int:x=\"4\" text=\"remember\"/>"));
   variant_bag_t const loaded = load(text);
-  auto object = loaded.get<ql2::notype_ptr_t>(L"n")->get<probe_t>();
+  auto object = loaded.get<notype_ptr_t>(L"n")->get<probe_t>();
   ASSERT_TRUE(object);
   EXPECT_EQ(L"remember", object->m_text);
   EXPECT_EQ(4, object->m_x);
-  ql2::notype_ptr_t const* none = loaded.get<ql2::notype_ptr_t>(L"none");
+  notype_ptr_t const* none = loaded.get<notype_ptr_t>(L"none");
   ASSERT_NE(nullptr, none);
   EXPECT_EQ(std::wstring(L"dasID_None"), none->get_obj_type_as_string());
   EXPECT_EQ(text, save(loaded));
@@ -174,11 +167,11 @@ TEST(AttributeFormRoundTrip, NumbersAreExactAndFloatsKeepNineDigits) {
 
 TEST_F(AttributeFormFile, EveryTypeComesBackThroughAFileWithItsName) {
   std::wstring const file = name("bag.xml");
-  ASSERT_EQ(1, ql2::save_variant_bag2(every_type(), file.c_str(), L"settings"));
+  ASSERT_EQ(1, save_variant_bag2(every_type(), file.c_str(), L"settings"));
   EXPECT_EQ(0u, q2test::read_file(m_dir.file("bag.xml"))
                     .find("<?xml version='1.0' encoding='UTF-8'?>\n\n<settings "));
   variant_bag_t loaded;
-  ASSERT_EQ(1, ql2::load_variant_bag2(loaded, file.c_str(), L"settings", false));
+  ASSERT_EQ(1, load_variant_bag2(loaded, file.c_str(), L"settings", false));
   expect_same_values(every_type(), loaded);
   EXPECT_EQ(file, loaded.get_variant(L"#file_name", variant_t()).get<wchar_t const*>());
   EXPECT_EQ(std::wstring(L"settings"), loaded.get_name());
@@ -193,9 +186,9 @@ TEST(AttributeFormLoad, PrefixesGiveTypesAndUnknownOnesStayText) {
   EXPECT_EQ(variant_t(L"maybe", false), *bag.get<variant_t>(L"boolean:m"));
   EXPECT_EQ(variant_t(L"y", false), *bag.get<variant_t>(L"own:x"));
   // Numbers that do not parse are not failures: the converters decide.
-  EXPECT_EQ(ql2::vtSByte, bag.get<variant_t>(L"n")->get_type());
-  EXPECT_EQ(127, bag.get<variant_t>(L"n")->get<ql2::s8_t>());
-  EXPECT_EQ(ql2::vtSInt, bag.get<variant_t>(L"junk")->get_type());
+  EXPECT_EQ(vtSByte, bag.get<variant_t>(L"n")->get_type());
+  EXPECT_EQ(127, bag.get<variant_t>(L"n")->get<s8_t>());
+  EXPECT_EQ(vtSInt, bag.get<variant_t>(L"junk")->get_type());
   EXPECT_EQ(2.5, bag.get<variant_t>(L"w")->get<double>());
   // A wide string named like a type comes back typed.
   variant_bag_t named;
@@ -212,13 +205,13 @@ TEST(AttributeFormLoad, TextLosesItsSurroundingWhiteSpace) {
 
 TEST(AttributeFormLoad, NamesThatAreNoQualifiedNamesComeBackAsTheyWere) {
   // libxml2 reads these with a namespace error and goes on; the prefix stays in the name.
-  variant_bag_t const bag =
-      load("<root><int:a:b>7</int:a:b><null:c:d/><pointer:e:f pointer:type_id='T'/><g:/>"
-           "<int:1st/></root>");
+  variant_bag_t const bag = load(
+      "<root><int:a:b>7</int:a:b><null:c:d/><pointer:e:f pointer:type_id='T'/><g:/>"
+      "<int:1st/></root>");
   EXPECT_EQ(variant_t(L"7", false),
             bag.get<variant_bag_t>(L"int:a:b")->get_variant(L"", variant_t()));
   EXPECT_TRUE(bag.get<variant_bag_t>(L"null:c:d")->is_empty());
-  EXPECT_TRUE(bag.has<ql2::notype_ptr_t>(L"e:f"));
+  EXPECT_TRUE(bag.has<notype_ptr_t>(L"e:f"));
   EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"g:"));
   EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"int:1st"));
   std::string const saved = save(bag);
@@ -237,14 +230,15 @@ TEST(AttributeFormLoad, ANullTextIsItsPrefixAndLoadsAsNoValue) {
   // A text's prefix is declared even under an element with a prefix of its own.
   variant_bag_t named;
   named.add_variant_bag(L"own:y", variant_bag_t()).add<variant_t>(L"", variant_t(5));
-  EXPECT_EQ("\n<root xmlns:int=\"http://www.w3.org/2001/XMLSchema#int\">\n <own:y>5</own:y>\n</root>\n",
-            save(named));
+  EXPECT_EQ(
+      "\n<root xmlns:int=\"http://www.w3.org/2001/XMLSchema#int\">\n <own:y>5</own:y>\n</root>\n",
+      save(named));
 }
 
 TEST(AttributeFormLoad, PathsSelectRenameAndMayBeOmitted) {
   std::string const text = "<top><mid a='1'/><mid a='2'/></top>";
   variant_bag_t whole;
-  ASSERT_EQ(1, ql2::load_variant_bag_from_string2(whole, text, nullptr));
+  ASSERT_EQ(1, load_variant_bag_from_string2(whole, text, nullptr));
   EXPECT_EQ(2u, whole.get<variant_bag_t>(L"top")->count<variant_bag_t>(L"mid"));
   variant_bag_t mid = load(text, L"top.mid");
   EXPECT_EQ(std::wstring(L"mid"), mid.get_name());
@@ -253,34 +247,36 @@ TEST(AttributeFormLoad, PathsSelectRenameAndMayBeOmitted) {
   EXPECT_EQ(std::wstring(L"*"), wild.get_name());
   EXPECT_TRUE(wild.has<variant_t>(L"a"));
   variant_bag_t none;
-  EXPECT_EQ(1, ql2::load_variant_bag_from_string2(none, text, L"other"));
+  EXPECT_EQ(1, load_variant_bag_from_string2(none, text, L"other"));
   EXPECT_TRUE(none.is_empty());
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(none, text, L""));
+  EXPECT_EQ(k_failure, load_variant_bag_from_string2(none, text, L""));
 }
 
 TEST(AttributeFormLoad, IllFormedTextFailsWithWhatWasRead) {
   variant_bag_t bag;
   bag.add<variant_t>(L"old", variant_t(1));
   EXPECT_EQ(k_failure,
-            ql2::load_variant_bag_from_string2(bag, std::string("<root a='1'><b/>"), L"root"));
+            load_variant_bag_from_string2(bag, std::string("<root a='1'><b/>"), L"root"));
   EXPECT_FALSE(bag.has<variant_t>(L"old"));
   EXPECT_TRUE(bag.has<variant_t>(L"a"));
-  for (std::string const& text : std::vector<std::string>{"", "plain", "<root a='1' a='2'/>", "<root>&undefined;</root>", "<root>\x80</root>",
-        "<a></b>", "<root/><second/>", std::string("<root a='x\0'/>", 14)}) {
+  for (std::string const& text : std::vector<std::string>{
+           "", "plain", "<root a='1' a='2'/>", "<root>&undefined;</root>", "<root>\x80</root>",
+           "<a></b>", "<root/><second/>", std::string("<root a='x\0'/>", 14)}) {
     SCOPED_TRACE(text);
-    EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(bag, text, L"root"));
+    EXPECT_EQ(k_failure, load_variant_bag_from_string2(bag, text, L"root"));
   }
   // Every truncation of a good document fails cleanly.
   std::string const good = save(every_type());
   for (std::size_t length = 0; length + 2 < good.size(); ++length)
-    ASSERT_EQ(k_failure, ql2::load_variant_bag_from_string2(bag, good.substr(0, length), L"root"))
+    ASSERT_EQ(k_failure, load_variant_bag_from_string2(bag, good.substr(0, length), L"root"))
         << length;
 }
 
 TEST_F(AttributeFormFile, EntitiesAndDtdsAreNeverExpandedOrRead) {
   variant_bag_t bag;
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(
-                           bag, entity_bomb("root", 'j', 10) + "<root v='&j;'>&j;</root>", L"root"));
+  EXPECT_EQ(k_failure,
+            load_variant_bag_from_string2(
+                bag, entity_bomb("root", 'j', 10) + "<root v='&j;'>&j;</root>", L"root"));
   // The predefined entities and character references still work.
   EXPECT_EQ(variant_t(L"<&\u263A\n", false),
             *load("<root v='&lt;&amp;&#x263A;&#10;'/>").get<variant_t>(L"v"));
@@ -292,7 +288,7 @@ TEST_F(AttributeFormFile, EntitiesAndDtdsAreNeverExpandedOrRead) {
         "<!DOCTYPE root SYSTEM 'file://" + secret + "'><root v='&s;'/>",
         "<!DOCTYPE root [<!ENTITY % p SYSTEM 'file://" + secret + "'> %p;]><root/>"}) {
     SCOPED_TRACE(text);
-    if (ql2::load_variant_bag_from_string2(bag, text, L"root") == 1) {
+    if (load_variant_bag_from_string2(bag, text, L"root") == 1) {
       variant_t const v = bag.get_variant(L"v", variant_t(L"", false));
       EXPECT_EQ(std::wstring::npos, std::wstring(v.get<wchar_t const*>()).find(L"SECRET"));
       EXPECT_FALSE(bag.has<variant_t>(L""));
@@ -303,13 +299,12 @@ TEST_F(AttributeFormFile, EntitiesAndDtdsAreNeverExpandedOrRead) {
 TEST_F(AttributeFormFile, MissingAndUnreadableFilesFail) {
   variant_bag_t bag;
   bag.add<variant_t>(L"kept", variant_t(1));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag2(bag, nullptr, L"root", true));
+  EXPECT_EQ(k_failure, load_variant_bag2(bag, nullptr, L"root", true));
   EXPECT_TRUE(bag.has<variant_t>(L"kept"));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag2(bag, name("missing.xml").c_str(), L"root", true));
+  EXPECT_EQ(k_failure, load_variant_bag2(bag, name("missing.xml").c_str(), L"root", true));
   EXPECT_TRUE(bag.is_empty());
   q2test::write_file(m_dir.file("latin.xml"), "<?xml version='1.0' encoding='ISO-8859-1'?><root/>");
-  EXPECT_EQ(k_failure, ql2::load_variant_bag2(bag, name("latin.xml").c_str(), L"root", false));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag2(every_type(), nullptr, L"root"));
-  EXPECT_EQ(k_failure,
-            ql2::save_variant_bag2(every_type(), name("no/such/dir.xml").c_str(), L"root"));
+  EXPECT_EQ(k_failure, load_variant_bag2(bag, name("latin.xml").c_str(), L"root", false));
+  EXPECT_EQ(k_failure, save_variant_bag2(every_type(), nullptr, L"root"));
+  EXPECT_EQ(k_failure, save_variant_bag2(every_type(), name("no/such/dir.xml").c_str(), L"root"));
 }

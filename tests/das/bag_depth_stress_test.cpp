@@ -1,14 +1,6 @@
 // Bags and documents far deeper than a stack could recurse through: a path accessor
 // builds one, then it is copied, compared, assigned, merged, subtracted, walked and
 // rebuilt; saves refuse what libxml2 would not read back.
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include <quillon2/das/path_accessor.hpp>
-#include <quillon2/das/variant_bag_serialization2.hpp>
-#include <quillon2/das/variant_bag_visitor.hpp>
-
 #include "das/das_support.hpp"
 
 using namespace das_test;
@@ -24,14 +16,14 @@ TEST(BagDepth, VeryDeepBagsNeverExhaustTheStack) {
   variant_bag_t deep;
   variant_bag_t leaf;
   leaf.put(L"leaf", variant_t(k_depth));
-  ASSERT_EQ(ql2::path_accessor_t(deep).add_variant_bag(path.c_str(), leaf), ql2::DAS_OK);
-  EXPECT_EQ(ql2::path_accessor_t(deep).get_variant((path + L".leaf").c_str(), variant_t()),
+  ASSERT_EQ(path_accessor_t(deep).add_variant_bag(path.c_str(), leaf), DAS_OK);
+  EXPECT_EQ(path_accessor_t(deep).get_variant((path + L".leaf").c_str(), variant_t()),
             variant_t(k_depth));
   EXPECT_TRUE(deep == chain(k_depth));
 
   variant_bag_t copy(deep);
   EXPECT_TRUE(copy == deep);
-  ql2::path_accessor_t(copy).add_variant_bag(path.c_str(), leaf);
+  path_accessor_t(copy).add_variant_bag(path.c_str(), leaf);
   EXPECT_FALSE(copy == deep);
   copy = deep;
   EXPECT_TRUE(copy == deep);
@@ -39,33 +31,33 @@ TEST(BagDepth, VeryDeepBagsNeverExhaustTheStack) {
   EXPECT_TRUE(copy.is_empty());
 
   variant_bag_t merged;
-  ql2::merge(merged, deep);
-  ql2::merge(merged, deep);
+  merge(merged, deep);
+  merge(merged, deep);
   EXPECT_TRUE(merged == deep);
-  EXPECT_TRUE(ql2::subtract(merged, deep));
+  EXPECT_TRUE(subtract(merged, deep));
   EXPECT_TRUE(merged.is_empty());
 
   variant_bag_t rebuilt;
-  ASSERT_EQ(1, ql2::dump_variant_bag(deep, ql2::create_variant_bag_builder(rebuilt)));
+  ASSERT_EQ(1, dump_variant_bag(deep, create_variant_bag_builder(rebuilt)));
   EXPECT_TRUE(rebuilt == deep);
 }
 
 TEST(BagDepth, SavesStopWhereLoadsWouldAndDeepDocumentsAreRefused) {
   // The document element and 256 levels below it are what libxml2 reads.
   std::string text;
-  ASSERT_EQ(1, ql2::save_variant_bag_to_string2(chain(256), text, L"top"));
+  ASSERT_EQ(1, save_variant_bag_to_string2(chain(256), text, L"top"));
   variant_bag_t loaded;
-  ASSERT_EQ(1, ql2::load_variant_bag_from_string2(loaded, text, L"top"));
+  ASSERT_EQ(1, load_variant_bag_from_string2(loaded, text, L"top"));
   EXPECT_TRUE(loaded == chain(256));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string2(chain(257), text, L"top"));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string2(chain(100000), text, L"top"));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string2(chain(255), text, L"a.b.c"));
+  EXPECT_EQ(k_failure, save_variant_bag_to_string2(chain(257), text, L"top"));
+  EXPECT_EQ(k_failure, save_variant_bag_to_string2(chain(100000), text, L"top"));
+  EXPECT_EQ(k_failure, save_variant_bag_to_string2(chain(255), text, L"a.b.c"));
 
   text.clear();
   for (int i = 0; i < 100000; ++i) text += "<n>";
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(loaded, text, nullptr));
+  EXPECT_EQ(k_failure, load_variant_bag_from_string2(loaded, text, nullptr));
   for (int i = 0; i < 100000; ++i) text += "</n>";
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string2(loaded, text, nullptr));
+  EXPECT_EQ(k_failure, load_variant_bag_from_string2(loaded, text, nullptr));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// Shared pieces of the das tests: a serializable object registered by name, bags of
-// every value type, blobs, deep chains of bags, hostile entity documents, and a
-// temporary directory whose files are named as wide text.
+// Shared pieces of the das tests, and the one include they need: a serializable object
+// registered by name, bags of every value type, blobs, deep chains of bags, hostile
+// entity documents, and a temporary directory whose files are named as wide text.
 #pragma once
 
 #include <dirent.h>
@@ -13,19 +13,26 @@
 
 #include <gtest/gtest.h>
 
+#include <quillon2/das/das_proxy.hpp>
 #include <quillon2/das/notype_ptr.hpp>
+#include <quillon2/das/path_accessor.hpp>
 #include <quillon2/das/type_factory.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
+#include <quillon2/das/variant_bag_serialization.hpp>
+#include <quillon2/das/variant_bag_serialization2.hpp>
+#include <quillon2/das/variant_bag_visitor.hpp>
+#include <quillon2/das/variant_operations.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
+#include "support/assert_recorder.hpp"
 #include "support/temp_dir.hpp"
 
 namespace das_test {
 
+using namespace quillon2;
 namespace ql2 = quillon2;
-using ql2::variant_bag_t;
-using ql2::variant_t;
+using list_t = std::vector<std::string>;
 
 constexpr int k_failure = 0x40000001;
 

@@ -1,13 +1,7 @@
 // Dotted paths into bags, and the merge and subtraction of bags.
-#include <string>
-#include <vector>
+#include "das/das_support.hpp"
 
-#include <gtest/gtest.h>
-
-#include <quillon2/das/path_accessor.hpp>
-#include <quillon2/das/type_factory.hpp>
-
-using namespace quillon2;
+using namespace das_test;
 
 namespace {
 

@@ -1,18 +1,8 @@
 // The type registry: ids, registrants coming and going, creation by name, typed
 // pointers in variants and bags, and proxies of types not registered yet.
-#include <string>
-#include <vector>
+#include "das/das_support.hpp"
 
-#include <gtest/gtest.h>
-
-#include <quillon2/das/das_proxy.hpp>
-#include <quillon2/das/notype_ptr.hpp>
-#include <quillon2/das/type_factory.hpp>
-#include <quillon2/das/variant_bag.hpp>
-
-#include "support/assert_recorder.hpp"
-
-using namespace quillon2;
+using namespace das_test;
 
 namespace q2test_types {
 

@@ -1,23 +1,16 @@
 // Bags: repeated names, hidden entries, iterators, names and parents, copy, swap,
 // equality and misuse.
-#include <string>
-#include <vector>
+#include "das/das_support.hpp"
 
-#include <gtest/gtest.h>
-
-#include <quillon2/das/variant_bag.hpp>
-
-#include "support/assert_recorder.hpp"
-
-using namespace quillon2;
+using namespace das_test;
 
 namespace {
 
-using list_t = std::vector<std::wstring>;
+using names_t = std::vector<std::wstring>;
 
 template <class T>
-list_t names(variant_bag_t const& bag) {
-  list_t out;
+names_t names(variant_bag_t const& bag) {
+  names_t out;
   for (auto it = bag.begin<T>(); !it.at_end(); it.next()) out.push_back(it.get_name());
   return out;
 }
@@ -29,11 +22,11 @@ TEST(BagRepeatedNames, AddKeepsAllLookupAnswersTheFirstPutReplacesAllAtTheEnd) {
   bag.add(L"b", variant_t(3));
   EXPECT_EQ(bag.count<variant_t>(L"a"), 2u);
   EXPECT_EQ(bag.get<variant_t>(L"a")->get<s32_t>(), 1);
-  EXPECT_EQ(names<variant_t>(bag), (list_t{L"a", L"a", L"b"}));
+  EXPECT_EQ(names<variant_t>(bag), (names_t{L"a", L"a", L"b"}));
   EXPECT_EQ(bag.get_variant(L"missing", variant_t(9)).get<s32_t>(), 9);
   EXPECT_EQ(bag.get_variant(nullptr, variant_t(9)).get<s32_t>(), 9);
   variant_t& stored = bag.put(L"a", variant_t(4));
-  EXPECT_EQ(names<variant_t>(bag), (list_t{L"b", L"a"}));
+  EXPECT_EQ(names<variant_t>(bag), (names_t{L"b", L"a"}));
   EXPECT_EQ(&stored, bag.get<variant_t>(L"a"));
   // A put of a stored value copies it first.
   bag.put(L"c", variant_t(L"kept"));
@@ -47,7 +40,7 @@ TEST(BagRepeatedNames, RemoveByNameAndByAddress) {
   bag.add(L"b", variant_t(2));
   bag.add(L"a", variant_t(3));
   bag.remove<variant_t>(L"a");
-  EXPECT_EQ(names<variant_t>(bag), (list_t{L"b"}));
+  EXPECT_EQ(names<variant_t>(bag), (names_t{L"b"}));
   bag.add(L"b", variant_t(4));
   variant_t outside(5);
   bag.remove<variant_t>(&outside);
@@ -85,7 +78,7 @@ TEST(BagHidden, HiddenEntriesAreSkippedByIterationAndEmptiness) {
   EXPECT_TRUE(bag.begin<variant_t>().at_end());
   EXPECT_EQ(bag.count<variant_t>(nullptr), 1u);
   bag.add(L"x", variant_t(1));
-  EXPECT_EQ(names<variant_t>(bag), (list_t{L"x"}));
+  EXPECT_EQ(names<variant_t>(bag), (names_t{L"x"}));
   auto it = bag.begin_by_name<variant_t>(L"#tag_name");
   ASSERT_FALSE(it.at_end());
   EXPECT_STREQ(it.get_value().get<const wchar_t*>(), L"self");
@@ -136,7 +129,7 @@ TEST(BagNames, RenameKeepsThePlaceAmongSiblingsOrQueuesBehindANamesake) {
   variant_bag_t& b = root.add_variant_bag(L"b", variant_bag_t());
   root.add_variant_bag(L"c", variant_bag_t());
   b.rename(L"a much longer name than before");
-  EXPECT_EQ(names<variant_bag_t>(root), (list_t{L"a", L"a much longer name than before", L"c"}));
+  EXPECT_EQ(names<variant_bag_t>(root), (names_t{L"a", L"a much longer name than before", L"c"}));
   EXPECT_EQ(root.get<variant_bag_t>(L"b"), nullptr);
   EXPECT_EQ(root.get<variant_bag_t>(L"a much longer name than before"), &b);
   EXPECT_STREQ(b.get_name(), L"a much longer name than before");
@@ -216,8 +209,8 @@ TEST(BagMisuse, NullNamesAndSelfInsertionReport) {
   bag.remove<variant_t>(static_cast<variant_t const*>(nullptr));
   EXPECT_EQ(capture.conditions(),
             (std::vector<std::string>{
-                "name != NULL", "static_cast<const void*>(&value) != static_cast<const void*>(this)",
-                "value"}));
+                "name != NULL",
+                "static_cast<const void*>(&value) != static_cast<const void*>(this)", "value"}));
   EXPECT_FALSE(bag.has<variant_t>(nullptr));
   EXPECT_EQ(bag.get<variant_t>(nullptr), nullptr);
 }

@@ -3,15 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <quillon2/das/variant_bag_serialization.hpp>
-
 #include "das/das_support.hpp"
-#include "support/assert_recorder.hpp"
 
 using namespace das_test;
 
@@ -19,12 +11,12 @@ namespace {
 
 std::wstring to_text(variant_bag_t const& bag) {
   variant_t text;
-  EXPECT_EQ(1, ql2::save_variant_bag_to_string(bag, &text));
-  return text.get_type() == ql2::vtWString ? text.get<wchar_t const*>() : L"";
+  EXPECT_EQ(1, save_variant_bag_to_string(bag, &text));
+  return text.get_type() == vtWString ? text.get<wchar_t const*>() : L"";
 }
 
 int from_text(variant_bag_t& bag, std::wstring const& text) {
-  return ql2::load_variant_bag_from_string(bag, variant_t(text.c_str(), false));
+  return load_variant_bag_from_string(bag, variant_t(text.c_str(), false));
 }
 
 std::wstring const k_declaration = L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -48,7 +40,7 @@ TEST(BagXmlDocument, ValuesThenPointersThenBagsWithTypesAndBlobLines) {
   child.add<variant_t>(L"id", variant_t(L"1", false));
   bag.add_variant_bag(L"child", child);
   bag.add<variant_t>(L"count", variant_t(5));
-  bag.put<variant_t>(L"ptr", variant_t(ql2::notype_ptr_t()));
+  bag.put<variant_t>(L"ptr", variant_t(notype_ptr_t()));
   bag.add<variant_t>(L"title", variant_t(L"abc", false));
   std::string bytes(20, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 13);
@@ -94,9 +86,9 @@ TEST_F(BagXmlFile, EveryValueTypeComesBackThroughAFile) {
   bag.add<variant_t>(L"blob", blob(std::string("\0\1\0\xff\x7f\x80\0\0\0\0\0\0\0\0\0\0\0*", 18)));
   bag.add<variant_t>(L"no_bytes", blob(""));
   bag.add<variant_t>(L"\u00e9l\u00e8ve", variant_t(7));
-  ASSERT_EQ(1, ql2::save_variant_bag(bag, name("all.xml").c_str()));
+  ASSERT_EQ(1, save_variant_bag(bag, name("all.xml").c_str()));
   variant_bag_t loaded;
-  ASSERT_EQ(1, ql2::load_variant_bag(loaded, name("all.xml").c_str(), L""));
+  ASSERT_EQ(1, load_variant_bag(loaded, name("all.xml").c_str(), L""));
   expect_same_values(bag, loaded);
 }
 
@@ -127,7 +119,7 @@ TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
       L"ptr_type=\"dasID_some::base\"><x type=\"s32_t\">3</x><sub><y>t</y></sub></obj></root>";
   variant_bag_t loaded;
   ASSERT_EQ(1, from_text(loaded, text));
-  ql2::notype_ptr_t const* pointer = loaded.get<ql2::notype_ptr_t>(L"obj");
+  notype_ptr_t const* pointer = loaded.get<notype_ptr_t>(L"obj");
   ASSERT_NE(nullptr, pointer);
   EXPECT_STREQ(L"dasID_not::registered", pointer->get_obj_type_as_string());
   std::wstring const saved = to_text(loaded);
@@ -140,22 +132,23 @@ TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
 }
 
 TEST(BagXmlRoundTrip, ObjectOfARegisteredTypeIsSavedAndComesBack) {
-  ql2::notype_ptr_t pointer = probe(7);
+  notype_ptr_t pointer = probe(7);
   auto point = pointer.get<probe_t>();
   variant_bag_t bag;
   bag.put<variant_t>(L"p", variant_t(pointer));
-  bag.put<variant_t>(L"seen",
-                     variant_t(ql2::notype_ptr_t(
-                         point.get(), ql2::get_type_from_string(L"dasID_constdas_test::probe_t"))));
+  bag.put<variant_t>(
+      L"seen",
+      variant_t(notype_ptr_t(point.get(), get_type_from_string(L"dasID_constdas_test::probe_t"))));
   std::wstring const text = to_text(bag);
-  EXPECT_NE(std::wstring::npos, text.find(L"<p type=\"pointer\" type_id=\"dasID_das_test::probe_t\">\n"
-                                          L"  <x type=\"s32_t\">7</x>\n </p>"));
+  EXPECT_NE(std::wstring::npos,
+            text.find(L"<p type=\"pointer\" type_id=\"dasID_das_test::probe_t\">\n"
+                      L"  <x type=\"s32_t\">7</x>\n </p>"));
   EXPECT_NE(std::wstring::npos,
             text.find(L"<seen type=\"pointer\" type_id=\"dasID_das_test::probe_t\" "
                       L"ptr_type=\"dasID_constdas_test::probe_t\">"));
   variant_bag_t loaded;
   ASSERT_EQ(1, from_text(loaded, text));
-  auto back = loaded.get<ql2::notype_ptr_t>(L"p")->get<probe_t>();
+  auto back = loaded.get<notype_ptr_t>(L"p")->get<probe_t>();
   ASSERT_TRUE(back);
   EXPECT_EQ(7, back->m_x);
   EXPECT_EQ(text, to_text(loaded));
@@ -173,12 +166,12 @@ TEST(BagXmlLoad, TypesAreReadByTheirWordsAndEntitiesSubstituted) {
   EXPECT_EQ(nullptr, bag.get<variant_t>(L"a"));
   EXPECT_EQ(variant_t(L"x", false), *bag.get<variant_t>(L"w"));
   EXPECT_EQ(variant_t(L" y ", false), *bag.get<variant_t>(L"u"));
-  EXPECT_EQ(ql2::vtNull, bag.get<variant_t>(L"d")->get_type());
+  EXPECT_EQ(vtNull, bag.get<variant_t>(L"d")->get_type());
   EXPECT_EQ(variant_t(false), *bag.get<variant_t>(L"t"));
-  EXPECT_EQ(ql2::vtBool, bag.get<variant_t>(L"t")->get_type());
+  EXPECT_EQ(vtBool, bag.get<variant_t>(L"t")->get_type());
   EXPECT_EQ(blob("\x0a\xff\x0b"), *bag.get<variant_t>(L"h"));
   EXPECT_TRUE(bag.get<variant_bag_t>(L"e")->is_empty());
-  EXPECT_EQ(ql2::vtSByte, bag.get<variant_t>(L"n")->get_type());
+  EXPECT_EQ(vtSByte, bag.get<variant_t>(L"n")->get_type());
   EXPECT_EQ(variant_t(L"5", false), *bag.get<variant_t>(L"x"));
   EXPECT_EQ(variant_t(L"text&A", false), *bag.get<variant_t>(L"y"));
 }
@@ -202,7 +195,7 @@ TEST(BagXmlLoad, MalformedAndForeignDocumentsFailWithAnEmptyBag) {
   }
   q2test::assert_recorder_t capture;
   variant_bag_t bag;
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string(bag, variant_t(3)));
+  EXPECT_EQ(k_failure, load_variant_bag_from_string(bag, variant_t(3)));
   EXPECT_EQ(std::vector<std::string>{"can_get<const wchar_t*>()"}, capture.conditions());
 }
 
@@ -222,7 +215,7 @@ TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
     EXPECT_TRUE(bag.is_empty());
     q2test::write_file(m_dir.file("hostile.xml"), text);
     bag.add<variant_t>(L"old", variant_t(1));
-    EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("hostile.xml").c_str(), L""));
+    EXPECT_EQ(k_failure, load_variant_bag(bag, name("hostile.xml").c_str(), L""));
     EXPECT_TRUE(bag.is_empty());
   }
 }
@@ -231,16 +224,16 @@ TEST_F(BagXmlFile, PathSelectsTheFirstElementOfEachStep) {
   q2test::write_file(m_dir.file("p.xml"),
                      "<root><a><x>0</x></a><a><b><v>1</v></b></a><top>2</top></root>");
   variant_bag_t bag;
-  EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
   q2test::write_file(m_dir.file("p.xml"), "<root><a><b><v>1</v></b></a><top>2</top></root>");
-  ASSERT_EQ(1, ql2::load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
+  ASSERT_EQ(1, load_variant_bag(bag, name("p.xml").c_str(), L"a.b"));
   EXPECT_EQ(variant_t(L"1", false), *bag.get<variant_t>(L"v"));
-  ASSERT_EQ(1, ql2::load_variant_bag(bag, name("p.xml").c_str(), L""));
+  ASSERT_EQ(1, load_variant_bag(bag, name("p.xml").c_str(), L""));
   EXPECT_NE(nullptr, bag.get<variant_t>(L"top"));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("p.xml").c_str(), L"a.c"));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, name("p.xml").c_str(), L"a.c"));
   EXPECT_TRUE(bag.is_empty());
   bag.add<variant_t>(L"x", variant_t(1));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("p.xml").c_str(), nullptr));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, name("p.xml").c_str(), nullptr));
   EXPECT_TRUE(bag.is_empty());
 }
 
@@ -248,10 +241,10 @@ TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
   variant_bag_t bag;
   bag.add<variant_t>(L"t", variant_t(std::wstring(10000000, L'x').c_str(), false));
   variant_t text;
-  EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string(bag, &text));
+  EXPECT_EQ(k_failure, save_variant_bag_to_string(bag, &text));
   variant_bag_t blobs;
   blobs.add<variant_t>(L"b", blob(std::string(6000000, '\1')));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string(blobs, &text));
+  EXPECT_EQ(k_failure, save_variant_bag_to_string(blobs, &text));
   // What the parser still takes but a save would refuse is refused on loading, so that
   // everything loaded can be saved again.
   variant_bag_t loaded;
@@ -263,32 +256,32 @@ TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
 TEST_F(BagXmlFile, NullMissingAndUnreadableFiles) {
   variant_bag_t bag;
   bag.add<variant_t>(L"v", variant_t(1));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag(bag, nullptr));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, nullptr, L""));
+  EXPECT_EQ(k_failure, save_variant_bag(bag, nullptr));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, nullptr, L""));
   EXPECT_FALSE(bag.is_empty());
-  EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, name("missing.xml").c_str(), L""));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, name("missing.xml").c_str(), L""));
   EXPECT_TRUE(bag.is_empty());
-  EXPECT_EQ(k_failure, ql2::save_variant_bag(bag, name("no/such/dir.xml").c_str()));
-  EXPECT_EQ(k_failure, ql2::load_variant_bag(bag, wide(m_dir.path()).c_str(), L""));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag(bag, wide(m_dir.path()).c_str()));
+  EXPECT_EQ(k_failure, save_variant_bag(bag, name("no/such/dir.xml").c_str()));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, wide(m_dir.path()).c_str(), L""));
+  EXPECT_EQ(k_failure, save_variant_bag(bag, wide(m_dir.path()).c_str()));
 }
 
 TEST_F(BagXmlFile, SaveKeepsTheModeFollowsLinksAndTakesBackslashes) {
   variant_bag_t bag;
   bag.add<variant_t>(L"v", variant_t(1));
-  ASSERT_EQ(1, ql2::save_variant_bag(bag, name("m.xml").c_str()));
+  ASSERT_EQ(1, save_variant_bag(bag, name("m.xml").c_str()));
   ASSERT_EQ(0, ::chmod(m_dir.file("m.xml").c_str(), 0640));
   ASSERT_EQ(0, ::symlink("m.xml", m_dir.file("link.xml").c_str()));
   bag.put<variant_t>(L"v", variant_t(2));
   std::wstring backslashed = name("link.xml");
   for (wchar_t& c : backslashed) c = c == L'/' ? L'\\' : c;
-  ASSERT_EQ(1, ql2::save_variant_bag(bag, backslashed.c_str()));
+  ASSERT_EQ(1, save_variant_bag(bag, backslashed.c_str()));
   struct stat st;
   ASSERT_EQ(0, ::lstat(m_dir.file("link.xml").c_str(), &st));
   EXPECT_TRUE(S_ISLNK(st.st_mode));
   ASSERT_EQ(0, ::stat(m_dir.file("m.xml").c_str(), &st));
   EXPECT_EQ(0640u, st.st_mode & 07777);
   variant_bag_t loaded;
-  ASSERT_EQ(1, ql2::load_variant_bag(loaded, name("m.xml").c_str(), L""));
+  ASSERT_EQ(1, load_variant_bag(loaded, name("m.xml").c_str(), L""));
   EXPECT_EQ(2, loaded.get<variant_t>(L"v")->get<int>());
 }

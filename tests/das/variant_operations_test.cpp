@@ -3,21 +3,10 @@
 #include <cmath>
 #include <limits>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
+#include "das/das_support.hpp"
 
-#include <quillon2/das/notype_ptr.hpp>
-#include <quillon2/das/variant.hpp>
-#include <quillon2/das/variant_bag.hpp>
-#include <quillon2/das/variant_bag_serialization.hpp>
-#include <quillon2/das/variant_operations.hpp>
-
-#include "support/assert_recorder.hpp"
-
-namespace ql2 = quillon2;
-using ql2::variant_t;
+using namespace das_test;
 
 namespace {
 
@@ -30,13 +19,12 @@ class VariantMath : public ::testing::Test {
   q2test::assert_recorder_t m_capture;
 };
 
-using list_t = std::vector<std::string>;
 variant_t w(wchar_t const* text) { return variant_t(text, false); }
-variant_t s64(ql2::s64_t v) { return variant_t(v); }
-variant_t u64(ql2::u64_t v) { return variant_t(v); }
+variant_t s64(s64_t v) { return variant_t(v); }
+variant_t u64(u64_t v) { return variant_t(v); }
 variant_t blob() { return variant_t(static_cast<void const*>("ab"), 2); }
-ql2::das_variant_type_t const null = ql2::vtNull;
-ql2::s64_t const s64_min = std::numeric_limits<ql2::s64_t>::min();
+das_variant_type_t const null = vtNull;
+s64_t const s64_min = std::numeric_limits<s64_t>::min();
 
 // The result has the type of `expected` and its value.
 ::testing::AssertionResult is(variant_t const& expected, variant_t const& actual) {
@@ -47,7 +35,7 @@ ql2::s64_t const s64_min = std::numeric_limits<ql2::s64_t>::min();
 
 std::wstring printed(variant_t const& v, bool annotate) {
   variant_t text(L"old", false);
-  ql2::print_variant(v, text, annotate);
+  print_variant(v, text, annotate);
   return text.get<wchar_t const*>();
 }
 
@@ -56,91 +44,91 @@ std::string const k_unsupported = "Unsupported variant types in arithmetic opera
 }  // namespace
 
 TEST_F(VariantMath, AddFollowsTheFirstMatchingRow) {
-  EXPECT_EQ(null, ql2::variant_add(variant_t(), variant_t(), L"-").get_type());
+  EXPECT_EQ(null, variant_add(variant_t(), variant_t(), L"-").get_type());
   EXPECT_TRUE(is(variant_t(static_cast<char>(5)),
-                 ql2::variant_add(variant_t(), variant_t(static_cast<char>(5)), L"-")));
-  EXPECT_TRUE(is(variant_t(1.5f), ql2::variant_add(variant_t(1.5f), variant_t(), L"-")));
-  EXPECT_TRUE(is(w(L"(none)x"), ql2::variant_add(variant_t(), w(L"x"), L"(none)")));
-  EXPECT_TRUE(is(w(L"x(none)"), ql2::variant_add(w(L"x"), variant_t(), L"(none)")));
-  EXPECT_TRUE(is(s64(200), ql2::variant_add(variant_t(static_cast<char>(100)),
-                                            variant_t(static_cast<char>(100)), L"")));
-  EXPECT_TRUE(is(u64(0), ql2::variant_add(variant_t(-1), variant_t(1u), L"")));
-  EXPECT_TRUE(is(s64(2), ql2::variant_add(variant_t(true), variant_t(true), L"")));
-  EXPECT_TRUE(is(s64(s64_min), ql2::variant_add(s64(-(s64_min + 1)), s64(1), L"")));
-  EXPECT_TRUE(is(variant_t(2.5), ql2::variant_add(variant_t(2), variant_t(0.5f), L"")));
+                 variant_add(variant_t(), variant_t(static_cast<char>(5)), L"-")));
+  EXPECT_TRUE(is(variant_t(1.5f), variant_add(variant_t(1.5f), variant_t(), L"-")));
+  EXPECT_TRUE(is(w(L"(none)x"), variant_add(variant_t(), w(L"x"), L"(none)")));
+  EXPECT_TRUE(is(w(L"x(none)"), variant_add(w(L"x"), variant_t(), L"(none)")));
+  EXPECT_TRUE(is(s64(200), variant_add(variant_t(static_cast<char>(100)),
+                                       variant_t(static_cast<char>(100)), L"")));
+  EXPECT_TRUE(is(u64(0), variant_add(variant_t(-1), variant_t(1u), L"")));
+  EXPECT_TRUE(is(s64(2), variant_add(variant_t(true), variant_t(true), L"")));
+  EXPECT_TRUE(is(s64(s64_min), variant_add(s64(-(s64_min + 1)), s64(1), L"")));
+  EXPECT_TRUE(is(variant_t(2.5), variant_add(variant_t(2), variant_t(0.5f), L"")));
   EXPECT_TRUE(is(variant_t(static_cast<double>(UINT64_MAX) + 1.0),
-                 ql2::variant_add(u64(UINT64_MAX), variant_t(1.0), L"")));
-  EXPECT_TRUE(is(w(L"12"), ql2::variant_add(variant_t(1), w(L"2"), L"")));
-  EXPECT_TRUE(is(w(L"ab"), ql2::variant_add(w(L"a"), w(L"b"), L"")));
-  EXPECT_TRUE(is(w(L"a"), ql2::variant_add(w(L"a"), blob(), L"")));
+                 variant_add(u64(UINT64_MAX), variant_t(1.0), L"")));
+  EXPECT_TRUE(is(w(L"12"), variant_add(variant_t(1), w(L"2"), L"")));
+  EXPECT_TRUE(is(w(L"ab"), variant_add(w(L"a"), w(L"b"), L"")));
+  EXPECT_TRUE(is(w(L"a"), variant_add(w(L"a"), blob(), L"")));
   EXPECT_TRUE(taken().empty());
 
-  EXPECT_EQ(null, ql2::variant_add(variant_t(1.0), w(L"2"), L"").get_type());
+  EXPECT_EQ(null, variant_add(variant_t(1.0), w(L"2"), L"").get_type());
   EXPECT_EQ(list_t{"can_get<double>()"}, taken());
-  EXPECT_EQ(null, ql2::variant_add(blob(), blob(), L"").get_type());
+  EXPECT_EQ(null, variant_add(blob(), blob(), L"").get_type());
   EXPECT_EQ(list_t{k_unsupported}, taken());
 }
 
 TEST_F(VariantMath, SubtractFollowsTheFirstMatchingRow) {
-  EXPECT_EQ(null, ql2::variant_sub(variant_t(), variant_t()).get_type());
-  EXPECT_TRUE(is(w(L"abc"), ql2::variant_sub(w(L"abc"), variant_t())));
-  EXPECT_TRUE(is(variant_t(3u), ql2::variant_sub(variant_t(3u), variant_t())));
-  EXPECT_TRUE(is(s64(-5), ql2::variant_sub(variant_t(), variant_t(5u))));
-  EXPECT_TRUE(is(variant_t(-2.5), ql2::variant_sub(variant_t(), variant_t(2.5))));
-  EXPECT_TRUE(is(w(L""), ql2::variant_sub(variant_t(), w(L"x"))));
-  EXPECT_TRUE(is(s64(-1), ql2::variant_sub(variant_t(1u), variant_t(2u))));
-  EXPECT_TRUE(is(variant_t(0.5), ql2::variant_sub(variant_t(1), variant_t(0.5))));
-  EXPECT_TRUE(is(w(L"acac"), ql2::variant_sub(w(L"abcabc"), w(L"b"))));
-  EXPECT_TRUE(is(w(L"13"), ql2::variant_sub(variant_t(123), w(L"2"))));
-  EXPECT_TRUE(is(w(L"abc"), ql2::variant_sub(w(L"abc"), w(L""))));
-  EXPECT_TRUE(is(w(L""), ql2::variant_sub(blob(), w(L"a"))));
+  EXPECT_EQ(null, variant_sub(variant_t(), variant_t()).get_type());
+  EXPECT_TRUE(is(w(L"abc"), variant_sub(w(L"abc"), variant_t())));
+  EXPECT_TRUE(is(variant_t(3u), variant_sub(variant_t(3u), variant_t())));
+  EXPECT_TRUE(is(s64(-5), variant_sub(variant_t(), variant_t(5u))));
+  EXPECT_TRUE(is(variant_t(-2.5), variant_sub(variant_t(), variant_t(2.5))));
+  EXPECT_TRUE(is(w(L""), variant_sub(variant_t(), w(L"x"))));
+  EXPECT_TRUE(is(s64(-1), variant_sub(variant_t(1u), variant_t(2u))));
+  EXPECT_TRUE(is(variant_t(0.5), variant_sub(variant_t(1), variant_t(0.5))));
+  EXPECT_TRUE(is(w(L"acac"), variant_sub(w(L"abcabc"), w(L"b"))));
+  EXPECT_TRUE(is(w(L"13"), variant_sub(variant_t(123), w(L"2"))));
+  EXPECT_TRUE(is(w(L"abc"), variant_sub(w(L"abc"), w(L""))));
+  EXPECT_TRUE(is(w(L""), variant_sub(blob(), w(L"a"))));
   EXPECT_TRUE(taken().empty());
 
-  EXPECT_EQ(null, ql2::variant_sub(variant_t(), blob()).get_type());
-  EXPECT_EQ(null, ql2::variant_sub(blob(), blob()).get_type());
+  EXPECT_EQ(null, variant_sub(variant_t(), blob()).get_type());
+  EXPECT_EQ(null, variant_sub(blob(), blob()).get_type());
   EXPECT_EQ((list_t{k_unsupported, k_unsupported}), taken());
-  EXPECT_EQ(null, ql2::variant_sub(w(L"x"), variant_t(1.0)).get_type());
+  EXPECT_EQ(null, variant_sub(w(L"x"), variant_t(1.0)).get_type());
   EXPECT_EQ(list_t{"can_get<double>()"}, taken());
 }
 
 TEST_F(VariantMath, MultiplyAndDivide) {
-  EXPECT_EQ(null, ql2::variant_mult(variant_t(), blob()).get_type());
-  EXPECT_EQ(null, ql2::variant_div(variant_t(2), variant_t()).get_type());
-  EXPECT_TRUE(is(s64(-6), ql2::variant_mult(variant_t(-2), variant_t(3))));
-  EXPECT_TRUE(is(u64(UINT64_MAX - 1), ql2::variant_mult(variant_t(-1), variant_t(2u))));
-  EXPECT_TRUE(is(u64(0), ql2::variant_mult(u64(1ull << 32), u64(1ull << 32))));
-  EXPECT_TRUE(is(s64(-3), ql2::variant_div(variant_t(-7), variant_t(2))));
-  EXPECT_TRUE(is(u64(3), ql2::variant_div(variant_t(7u), variant_t(2))));
-  EXPECT_TRUE(is(variant_t(3.5), ql2::variant_div(variant_t(7), variant_t(2.0))));
-  EXPECT_EQ(HUGE_VAL, ql2::variant_div(variant_t(1.0), variant_t(0)).get<double>());
-  EXPECT_TRUE(std::isnan(ql2::variant_div(variant_t(0.0), variant_t(0.0)).get<double>()));
-  EXPECT_TRUE(is(s64(s64_min), ql2::variant_div(s64(s64_min), s64(-1))));
+  EXPECT_EQ(null, variant_mult(variant_t(), blob()).get_type());
+  EXPECT_EQ(null, variant_div(variant_t(2), variant_t()).get_type());
+  EXPECT_TRUE(is(s64(-6), variant_mult(variant_t(-2), variant_t(3))));
+  EXPECT_TRUE(is(u64(UINT64_MAX - 1), variant_mult(variant_t(-1), variant_t(2u))));
+  EXPECT_TRUE(is(u64(0), variant_mult(u64(1ull << 32), u64(1ull << 32))));
+  EXPECT_TRUE(is(s64(-3), variant_div(variant_t(-7), variant_t(2))));
+  EXPECT_TRUE(is(u64(3), variant_div(variant_t(7u), variant_t(2))));
+  EXPECT_TRUE(is(variant_t(3.5), variant_div(variant_t(7), variant_t(2.0))));
+  EXPECT_EQ(HUGE_VAL, variant_div(variant_t(1.0), variant_t(0)).get<double>());
+  EXPECT_TRUE(std::isnan(variant_div(variant_t(0.0), variant_t(0.0)).get<double>()));
+  EXPECT_TRUE(is(s64(s64_min), variant_div(s64(s64_min), s64(-1))));
   EXPECT_TRUE(taken().empty());
 
-  EXPECT_EQ(null, ql2::variant_div(variant_t(1), variant_t(0)).get_type());
-  EXPECT_EQ(null, ql2::variant_div(variant_t(1u), u64(0)).get_type());
+  EXPECT_EQ(null, variant_div(variant_t(1), variant_t(0)).get_type());
+  EXPECT_EQ(null, variant_div(variant_t(1u), u64(0)).get_type());
   EXPECT_EQ((list_t{"divisor != 0", "divisor != 0"}), taken());
-  EXPECT_EQ(null, ql2::variant_mult(w(L"2"), variant_t(3)).get_type());
+  EXPECT_EQ(null, variant_mult(w(L"2"), variant_t(3)).get_type());
   EXPECT_EQ(list_t{k_unsupported}, taken());
-  EXPECT_EQ(null, ql2::variant_div(blob(), variant_t(3.0)).get_type());
+  EXPECT_EQ(null, variant_div(blob(), variant_t(3.0)).get_type());
   EXPECT_EQ(list_t{"can_get<double>()"}, taken());
 }
 
 TEST_F(VariantMath, LogicConvertsBothOperands) {
-  EXPECT_TRUE(ql2::variant_not(variant_t()));
-  EXPECT_TRUE(ql2::variant_not(variant_t(1e-17)));
-  EXPECT_FALSE(ql2::variant_not(variant_t(-1e-15)));
-  EXPECT_FALSE(ql2::variant_not(u64(1ull << 40)));
-  EXPECT_TRUE(ql2::variant_not(w(L"")));
-  EXPECT_FALSE(ql2::variant_not(variant_t(L"x", true)));
-  EXPECT_TRUE(ql2::variant_or(variant_t(0), w(L"x")));
-  EXPECT_FALSE(ql2::variant_and(variant_t(1), variant_t(0.0)));
+  EXPECT_TRUE(variant_not(variant_t()));
+  EXPECT_TRUE(variant_not(variant_t(1e-17)));
+  EXPECT_FALSE(variant_not(variant_t(-1e-15)));
+  EXPECT_FALSE(variant_not(u64(1ull << 40)));
+  EXPECT_TRUE(variant_not(w(L"")));
+  EXPECT_FALSE(variant_not(variant_t(L"x", true)));
+  EXPECT_TRUE(variant_or(variant_t(0), w(L"x")));
+  EXPECT_FALSE(variant_and(variant_t(1), variant_t(0.0)));
   EXPECT_TRUE(taken().empty());
 
-  EXPECT_FALSE(ql2::variant_not(variant_t("x", false)));
+  EXPECT_FALSE(variant_not(variant_t("x", false)));
   EXPECT_EQ(list_t{"can_get<const wchar_t*>()"}, taken());
-  EXPECT_TRUE(ql2::variant_or(variant_t(1), blob()));
-  EXPECT_FALSE(ql2::variant_and(variant_t(0), blob()));
+  EXPECT_TRUE(variant_or(variant_t(1), blob()));
+  EXPECT_FALSE(variant_and(variant_t(0), blob()));
   EXPECT_EQ(list_t(2, "Incorrect variant type for boolean conversion"), taken());
 }
 
@@ -159,26 +147,25 @@ TEST_F(VariantMath, PrintedForms) {
   EXPECT_EQ(L"null", printed(variant_t(), true));
   EXPECT_EQ(L"", printed(blob(), true));
   EXPECT_EQ(L"", printed(variant_t("n", false), true));
-  EXPECT_EQ(L"", printed(variant_t(ql2::notype_ptr_t()), true));
+  EXPECT_EQ(L"", printed(variant_t(notype_ptr_t()), true));
   std::ostringstream stream;
   stream << variant_t(L"\u00e9", false) << '|' << variant_t(3u);
   EXPECT_EQ("\xc3\xa9 !ustring|3 !u32_t", stream.str());
-  EXPECT_STREQ(L"vtLast_Used",
-               ql2::debug_get_variant_type(static_cast<ql2::das_variant_type_t>(19)));
-  EXPECT_EQ(nullptr, ql2::debug_get_variant_type(static_cast<ql2::das_variant_type_t>(20)));
+  EXPECT_STREQ(L"vtLast_Used", debug_get_variant_type(static_cast<das_variant_type_t>(19)));
+  EXPECT_EQ(nullptr, debug_get_variant_type(static_cast<das_variant_type_t>(20)));
 }
 
 TEST_F(VariantMath, DebugPrintersWriteToStandardOutput) {
-  ql2::variant_bag_t bag;
+  variant_bag_t bag;
   bag.add<variant_t>(L"a", variant_t(1));
-  ql2::variant_bag_t child;
+  variant_bag_t child;
   child.add<variant_t>(L"b", variant_t(2));
-  child.add_variant_bag(L"g", ql2::variant_bag_t()).add<variant_t>(L"c", w(L"t"));
+  child.add_variant_bag(L"g", variant_bag_t()).add<variant_t>(L"c", w(L"t"));
   bag.add_variant_bag(L"c", child);
   bag.add<variant_t>(L"z", variant_t(2.5));
   ::testing::internal::CaptureStdout();
-  ql2::debug_print_variant_bag(bag, false, L">");
-  ql2::debug_print_variant(variant_t(7), true);
+  debug_print_variant_bag(bag, false, L">");
+  debug_print_variant(variant_t(7), true);
   EXPECT_EQ(
       "> <a> = 1\n> <z> = 2.5\n> [c]\n>\t <b> = 2\n>\t [g]\n>\t\t <c> = t\n"
       "7 !s32_t",
@@ -186,37 +173,37 @@ TEST_F(VariantMath, DebugPrintersWriteToStandardOutput) {
 }
 
 TEST_F(VariantMath, TextFormOfSingleValues) {
-  EXPECT_STREQ(L"s32_t", ql2::get_type_string(variant_t(1)));
-  EXPECT_STREQ(L"", ql2::get_type_string(w(L"x")));
-  EXPECT_STREQ(L"null", ql2::get_type_string(variant_t()));
-  EXPECT_EQ(nullptr, ql2::get_type_string(blob()));
-  EXPECT_EQ(nullptr, ql2::get_type_string(variant_t(L"x", true)));
+  EXPECT_STREQ(L"s32_t", get_type_string(variant_t(1)));
+  EXPECT_STREQ(L"", get_type_string(w(L"x")));
+  EXPECT_STREQ(L"null", get_type_string(variant_t()));
+  EXPECT_EQ(nullptr, get_type_string(blob()));
+  EXPECT_EQ(nullptr, get_type_string(variant_t(L"x", true)));
   // Only a wide string has text of its own.
-  EXPECT_TRUE(is(w(L"false"), ql2::get_value_string(variant_t(false))));
-  EXPECT_TRUE(is(w(L"-9223372036854775808"), ql2::get_value_string(s64(s64_min))));
-  EXPECT_TRUE(is(w(L"inf"), ql2::get_value_string(variant_t(HUGE_VAL))));
-  EXPECT_TRUE(is(w(L"w"), ql2::get_value_string(w(L"w"))));
+  EXPECT_TRUE(is(w(L"false"), get_value_string(variant_t(false))));
+  EXPECT_TRUE(is(w(L"-9223372036854775808"), get_value_string(s64(s64_min))));
+  EXPECT_TRUE(is(w(L"inf"), get_value_string(variant_t(HUGE_VAL))));
+  EXPECT_TRUE(is(w(L"w"), get_value_string(w(L"w"))));
   for (variant_t const& none : {variant_t(), blob(), variant_t(L"r", true)})
-    EXPECT_TRUE(is(w(L""), ql2::get_value_string(none)));
+    EXPECT_TRUE(is(w(L""), get_value_string(none)));
 
   variant_t out(L"keep", false);
-  EXPECT_FALSE(ql2::create_variant_from_string(out, L"blob", L"00"));
-  EXPECT_FALSE(ql2::create_variant_from_string(out, L"S32_T", L"1"));
+  EXPECT_FALSE(create_variant_from_string(out, L"blob", L"00"));
+  EXPECT_FALSE(create_variant_from_string(out, L"S32_T", L"1"));
   EXPECT_TRUE(is(w(L"keep"), out));
   struct row_t {
     wchar_t const* type;
     wchar_t const* text;
     variant_t expected;
   };
-  for (row_t const& row : {row_t{nullptr, L"v", w(L"v")}, row_t{L"bool", nullptr, variant_t(false)},
-                           row_t{L"u16_t", L"65535", variant_t(static_cast<ql2::u16_t>(65535))},
-                           row_t{L"s64_t", nullptr, s64(0)},
-                           row_t{L"double", L" 1.5e3", variant_t(1500.0)},
-                           row_t{L"double", L"-inf", variant_t(-HUGE_VAL)},
-                           row_t{L"float", L"1e999", variant_t(HUGE_VALF)},
-                           row_t{L"double", L"1e-999", variant_t(0.0)},
-                           row_t{L"wstring", L"w", w(L"w")}, row_t{L"dummy", L"x", variant_t()}}) {
-    ASSERT_TRUE(ql2::create_variant_from_string(out, row.type, row.text));
+  for (row_t const& row :
+       {row_t{nullptr, L"v", w(L"v")}, row_t{L"bool", nullptr, variant_t(false)},
+        row_t{L"u16_t", L"65535", variant_t(static_cast<u16_t>(65535))},
+        row_t{L"s64_t", nullptr, s64(0)}, row_t{L"double", L" 1.5e3", variant_t(1500.0)},
+        row_t{L"double", L"-inf", variant_t(-HUGE_VAL)},
+        row_t{L"float", L"1e999", variant_t(HUGE_VALF)},
+        row_t{L"double", L"1e-999", variant_t(0.0)}, row_t{L"wstring", L"w", w(L"w")},
+        row_t{L"dummy", L"x", variant_t()}}) {
+    ASSERT_TRUE(create_variant_from_string(out, row.type, row.text));
     EXPECT_TRUE(is(row.expected, out)) << (row.type ? row.type : L"-");
   }
 }

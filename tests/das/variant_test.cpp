@@ -3,17 +3,11 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
+#include "das/das_support.hpp"
 
-#include <quillon2/das/variant.hpp>
-
-#include "support/assert_recorder.hpp"
-
-using namespace quillon2;
+using namespace das_test;
 
 namespace {
 
@@ -109,10 +103,10 @@ TEST(VariantAccess, WrongReadsReportTheExactCondition) {
   variant_t(L"x").get<u8_t>();
   variant_t(L"x").get<double>();
   EXPECT_STREQ(variant_t(L"x").get<const char*>(), "");
-  EXPECT_EQ(capture.conditions(),
-            (std::vector<std::string>{"can_get<s16_t>()", "can_get<const wchar_t*>()",
-                                      "can_get<u8_t>()", "can_get<double>()",
-                                      "can_get<const char*>()"}));
+  EXPECT_EQ(
+      capture.conditions(),
+      (std::vector<std::string>{"can_get<s16_t>()", "can_get<const wchar_t*>()", "can_get<u8_t>()",
+                                "can_get<double>()", "can_get<const char*>()"}));
 }
 
 TEST(VariantCompare, NumbersAcrossTagsTextWithinItsWidth) {

@@ -3,15 +3,9 @@
 // loads on several threads, and the library's entity loader leaves the host program's
 // own documents alone.
 #include <atomic>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <libxml/parser.h>
-
-#include <quillon2/das/variant_bag_serialization.hpp>
-#include <quillon2/das/variant_bag_serialization2.hpp>
 
 #include "das/das_support.hpp"
 
@@ -31,7 +25,7 @@ variant_bag_t one_value(wchar_t const* name, variant_t const& value) {
 
 TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
   std::wstring const file = name("keep.xml");
-  ASSERT_EQ(1, ql2::save_variant_bag(one_value(L"v", variant_t(1)), file.c_str()));
+  ASSERT_EQ(1, save_variant_bag(one_value(L"v", variant_t(1)), file.c_str()));
   std::string const before = q2test::read_file(m_dir.file("keep.xml"));
 
   std::vector<variant_bag_t> bad;
@@ -47,24 +41,23 @@ TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
   for (std::size_t i = 0; i < bad.size(); ++i) {
     SCOPED_TRACE(i);
     variant_t element(L"unchanged", false);
-    EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string(bad[i], &element));
+    EXPECT_EQ(k_failure, save_variant_bag_to_string(bad[i], &element));
     EXPECT_EQ(variant_t(L"unchanged", false), element);
     std::string attribute = "unchanged";
-    EXPECT_EQ(k_failure, ql2::save_variant_bag_to_string2(bad[i], attribute, L"r"));
+    EXPECT_EQ(k_failure, save_variant_bag_to_string2(bad[i], attribute, L"r"));
     EXPECT_EQ("unchanged", attribute);
-    EXPECT_EQ(k_failure, ql2::save_variant_bag(bad[i], file.c_str()));
-    EXPECT_EQ(k_failure, ql2::save_variant_bag2(bad[i], file.c_str(), L"r"));
+    EXPECT_EQ(k_failure, save_variant_bag(bad[i], file.c_str()));
+    EXPECT_EQ(k_failure, save_variant_bag2(bad[i], file.c_str(), L"r"));
   }
   // The element form has no place for an empty name; the attribute form writes it as text.
-  EXPECT_EQ(k_failure, ql2::save_variant_bag(one_value(L"", variant_t(1)), file.c_str()));
-  EXPECT_EQ(k_failure, ql2::save_variant_bag2(every_type(), file.c_str(), L"bad name"));
+  EXPECT_EQ(k_failure, save_variant_bag(one_value(L"", variant_t(1)), file.c_str()));
+  EXPECT_EQ(k_failure, save_variant_bag2(every_type(), file.c_str(), L"bad name"));
   // Objects that can't save pass their code on; objects that are not serializable fail.
   variant_bag_t const failing = one_value(L"p", variant_t(probe(1, 0x40000123)));
-  EXPECT_EQ(0x40000123, ql2::save_variant_bag(failing, file.c_str()));
-  ql2::sptr_t<ql2::object_interface_t> opaque(new ql2::ref_counted_t<ql2::object_interface_t>());
-  EXPECT_EQ(0x40000066,
-            ql2::save_variant_bag(one_value(L"o", variant_t(ql2::notype_ptr_t(opaque.get(), 0))),
-                                  file.c_str()));
+  EXPECT_EQ(0x40000123, save_variant_bag(failing, file.c_str()));
+  sptr_t<object_interface_t> opaque(new ref_counted_t<object_interface_t>());
+  EXPECT_EQ(0x40000066, save_variant_bag(one_value(L"o", variant_t(notype_ptr_t(opaque.get(), 0))),
+                                         file.c_str()));
   EXPECT_EQ(before, q2test::read_file(m_dir.file("keep.xml")));
   EXPECT_EQ(std::vector<std::string>{"keep.xml"}, entries());
 
@@ -72,38 +65,38 @@ TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
   variant_bag_t fine = one_value(L"xmlnsx", variant_t(1));
   fine.add_variant_bag(L"xmlnsy", variant_bag_t());
   std::string attribute;
-  EXPECT_EQ(1, ql2::save_variant_bag_to_string2(fine, attribute, L"r"));
+  EXPECT_EQ(1, save_variant_bag_to_string2(fine, attribute, L"r"));
   variant_t element;
-  EXPECT_EQ(1, ql2::save_variant_bag_to_string(fine, &element));
+  EXPECT_EQ(1, save_variant_bag_to_string(fine, &element));
 }
 
 TEST_F(XmlFileSafety, ReadersShareTheLockAndWritersNeedItAlone) {
   variant_bag_t const bag = one_value(L"v", variant_t(1));
   std::wstring const file = name("f.xml");
-  ASSERT_EQ(1, ql2::save_variant_bag(bag, file.c_str()));
+  ASSERT_EQ(1, save_variant_bag(bag, file.c_str()));
   std::string const before = q2test::read_file(m_dir.file("f.xml"));
   variant_bag_t loaded;
   {
     lock_t const reader(m_dir.file("f.xml"), LOCK_SH);
-    EXPECT_EQ(1, ql2::load_variant_bag(loaded, file.c_str(), L""));
+    EXPECT_EQ(1, load_variant_bag(loaded, file.c_str(), L""));
     EXPECT_EQ(variant_t(1), loaded.get_variant(L"v", variant_t()));
-    EXPECT_EQ(1, ql2::load_variant_bag2(loaded, file.c_str(), L"root", true));
-    EXPECT_EQ(k_failure, ql2::save_variant_bag(bag, file.c_str()));
-    EXPECT_EQ(k_failure, ql2::save_variant_bag2(bag, file.c_str(), L"root"));
+    EXPECT_EQ(1, load_variant_bag2(loaded, file.c_str(), L"root", true));
+    EXPECT_EQ(k_failure, save_variant_bag(bag, file.c_str()));
+    EXPECT_EQ(k_failure, save_variant_bag2(bag, file.c_str(), L"root"));
   }
   {
     lock_t const writer(m_dir.file("f.xml"), LOCK_EX);
     loaded.add<variant_t>(L"old", variant_t(1));
-    EXPECT_EQ(k_failure, ql2::load_variant_bag(loaded, file.c_str(), L""));
+    EXPECT_EQ(k_failure, load_variant_bag(loaded, file.c_str(), L""));
     EXPECT_TRUE(loaded.is_empty());
     // The both-forms load does not fall back to the other form when it can't read the file.
-    EXPECT_EQ(k_failure, ql2::load_variant_bag2(loaded, file.c_str(), L"project", true));
+    EXPECT_EQ(k_failure, load_variant_bag2(loaded, file.c_str(), L"project", true));
     EXPECT_TRUE(loaded.is_empty());
-    EXPECT_EQ(k_failure, ql2::save_variant_bag(bag, file.c_str()));
+    EXPECT_EQ(k_failure, save_variant_bag(bag, file.c_str()));
   }
   EXPECT_EQ(before, q2test::read_file(m_dir.file("f.xml")));
   EXPECT_EQ(std::vector<std::string>{"f.xml"}, entries());
-  EXPECT_EQ(1, ql2::save_variant_bag2(bag, file.c_str(), L"root"));
+  EXPECT_EQ(1, save_variant_bag2(bag, file.c_str(), L"root"));
 }
 
 TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
@@ -111,24 +104,24 @@ TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
   variant_bag_t bag;
   bag.add_variant_bag(L"settings", settings);
   std::wstring const element = name("element.xml");
-  ASSERT_EQ(1, ql2::save_variant_bag(bag, element.c_str()));
+  ASSERT_EQ(1, save_variant_bag(bag, element.c_str()));
   // The element form is found below "root", whatever the path's first step says.
   variant_bag_t loaded;
-  ASSERT_EQ(1, ql2::load_variant_bag2(loaded, element.c_str(), L"project.settings", true));
+  ASSERT_EQ(1, load_variant_bag2(loaded, element.c_str(), L"project.settings", true));
   EXPECT_EQ(variant_t(3), loaded.get_variant(L"level", variant_t()));
   EXPECT_FALSE(loaded.has<variant_t>(L"#file_name"));
   // An element-form document without the element the path names is not read as the
   // other form either.
-  EXPECT_EQ(k_failure, ql2::load_variant_bag2(loaded, element.c_str(), L"project.missing", true));
+  EXPECT_EQ(k_failure, load_variant_bag2(loaded, element.c_str(), L"project.missing", true));
   EXPECT_TRUE(loaded.is_empty());
   // Read as the attribute form it still parses, every element a bag.
-  ASSERT_EQ(1, ql2::load_variant_bag2(loaded, element.c_str(), L"root", false));
+  ASSERT_EQ(1, load_variant_bag2(loaded, element.c_str(), L"root", false));
   EXPECT_NE(nullptr, loaded.get<variant_bag_t>(L"settings")->get<variant_bag_t>(L"level"));
   EXPECT_TRUE(loaded.has<variant_t>(L"#file_name"));
   // An attribute-form file with the flag set falls back to the attribute form.
   std::wstring const attribute = name("attribute.xml");
-  ASSERT_EQ(1, ql2::save_variant_bag2(settings, attribute.c_str(), L"project.settings"));
-  ASSERT_EQ(1, ql2::load_variant_bag2(loaded, attribute.c_str(), L"project.settings", true));
+  ASSERT_EQ(1, save_variant_bag2(settings, attribute.c_str(), L"project.settings"));
+  ASSERT_EQ(1, load_variant_bag2(loaded, attribute.c_str(), L"project.settings", true));
   EXPECT_EQ(variant_t(3), loaded.get_variant(L"level", variant_t()));
   EXPECT_EQ(attribute, loaded.get_variant(L"#file_name", variant_t()).get<wchar_t const*>());
 }
@@ -144,11 +137,11 @@ TEST_F(XmlFileSafety, ThreadsSaveAndLoadBothFormsAtOnce) {
         bag.add<variant_t>(L"round", variant_t(round));
         variant_bag_t element, attribute;
         std::string text;
-        if (ql2::save_variant_bag(bag, file.c_str()) != 1 ||
-            ql2::load_variant_bag(element, file.c_str(), L"") != 1 ||
+        if (save_variant_bag(bag, file.c_str()) != 1 ||
+            load_variant_bag(element, file.c_str(), L"") != 1 ||
             element.get_variant(L"round", variant_t()) != variant_t(round) ||
-            ql2::save_variant_bag_to_string2(bag, text, L"root") != 1 ||
-            ql2::load_variant_bag_from_string2(attribute, text, L"root") != 1 ||
+            save_variant_bag_to_string2(bag, text, L"root") != 1 ||
+            load_variant_bag_from_string2(attribute, text, L"root") != 1 ||
             attribute.get_variant(L"round", variant_t()) != variant_t(round))
           ++failures;
       }
@@ -161,10 +154,10 @@ TEST_F(XmlFileSafety, ThreadsSaveAndLoadBothFormsAtOnce) {
 TEST_F(XmlFileSafety, TheHostProgramsOwnDocumentsStillLoadTheirEntities) {
   // The library's loader is in place once it has read any document.
   variant_bag_t bag;
-  ASSERT_EQ(1, ql2::load_variant_bag_from_string(bag, variant_t(L"<root/>", false)));
+  ASSERT_EQ(1, load_variant_bag_from_string(bag, variant_t(L"<root/>", false)));
   q2test::write_file(m_dir.file("part.txt"), "outside");
-  std::string const document = "<!DOCTYPE d [<!ENTITY part SYSTEM \"" + m_dir.file("part.txt") +
-                               "\">]><d>&part;</d>";
+  std::string const document =
+      "<!DOCTYPE d [<!ENTITY part SYSTEM \"" + m_dir.file("part.txt") + "\">]><d>&part;</d>";
   xmlDocPtr doc = xmlReadMemory(document.data(), static_cast<int>(document.size()), nullptr,
                                 nullptr, XML_PARSE_NOENT | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
   ASSERT_NE(nullptr, doc);
@@ -175,5 +168,5 @@ TEST_F(XmlFileSafety, TheHostProgramsOwnDocumentsStillLoadTheirEntities) {
   // The library's own reads still refuse the same entity.
   std::wstring const ours = L"<!DOCTYPE root [<!ENTITY part SYSTEM \"" + name("part.txt") +
                             L"\">]><root><v>&part;</v></root>";
-  EXPECT_EQ(k_failure, ql2::load_variant_bag_from_string(bag, variant_t(ours.c_str(), false)));
+  EXPECT_EQ(k_failure, load_variant_bag_from_string(bag, variant_t(ours.c_str(), false)));
 }
