@@ -17,7 +17,7 @@ class XmlFileSafety : public file_test {};
 
 variant_bag_t one_value(wchar_t const* name, variant_t const& value) {
   variant_bag_t bag;
-  bag.add<variant_t>(name, value);
+  bag.add(name, value);
   return bag;
 }
 
@@ -86,7 +86,7 @@ TEST_F(XmlFileSafety, ReadersShareTheLockAndWritersNeedItAlone) {
   }
   {
     lock_t const writer(m_dir.file("f.xml"), LOCK_EX);
-    loaded.add<variant_t>(L"old", variant_t(1));
+    loaded.add(L"old", variant_t(1));
     EXPECT_EQ(k_failure, load_variant_bag(loaded, file.c_str(), L""));
     EXPECT_TRUE(loaded.is_empty());
     // The both-forms load does not fall back to the other form when it can't read the file.
@@ -126,6 +126,26 @@ TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
   EXPECT_EQ(attribute, loaded.get_variant(L"#file_name", variant_t()).get<wchar_t const*>());
 }
 
+TEST_F(XmlFileSafety, NullMissingAndUnreadableFilesFailInBothForms) {
+  variant_bag_t bag = one_value(L"kept", variant_t(1));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, nullptr, L""));
+  EXPECT_EQ(k_failure, load_variant_bag2(bag, nullptr, L"root", true));
+  EXPECT_TRUE(bag.has<variant_t>(L"kept"));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, name("missing.xml").c_str(), L""));
+  EXPECT_TRUE(bag.is_empty());
+  bag.add(L"kept", variant_t(1));
+  EXPECT_EQ(k_failure, load_variant_bag2(bag, name("missing.xml").c_str(), L"root", true));
+  EXPECT_TRUE(bag.is_empty());
+  q2test::write_file(m_dir.file("latin.xml"), "<?xml version='1.0' encoding='ISO-8859-1'?><root/>");
+  EXPECT_EQ(k_failure, load_variant_bag2(bag, name("latin.xml").c_str(), L"root", false));
+  EXPECT_EQ(k_failure, load_variant_bag(bag, wide(m_dir.path()).c_str(), L""));
+  for (std::wstring const& file : {std::wstring(), name("no/such/dir.xml"), wide(m_dir.path())}) {
+    wchar_t const* const path = file.empty() ? nullptr : file.c_str();
+    EXPECT_EQ(k_failure, save_variant_bag(bag, path));
+    EXPECT_EQ(k_failure, save_variant_bag2(bag, path, L"root"));
+  }
+}
+
 TEST_F(XmlFileSafety, ThreadsSaveAndLoadBothFormsAtOnce) {
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
@@ -134,7 +154,7 @@ TEST_F(XmlFileSafety, ThreadsSaveAndLoadBothFormsAtOnce) {
       std::wstring const file = name("t" + std::to_string(t) + ".xml");
       for (int round = 0; round < 20; ++round) {
         variant_bag_t bag = every_type();
-        bag.add<variant_t>(L"round", variant_t(round));
+        bag.add(L"round", variant_t(round));
         variant_bag_t element, attribute;
         std::string text;
         if (save_variant_bag(bag, file.c_str()) != 1 ||
