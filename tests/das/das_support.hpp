@@ -31,46 +31,51 @@
 namespace das_test {
 
 using namespace quillon2;
-namespace ql2 = quillon2;
 using list_t = std::vector<std::string>;
 
 constexpr int k_failure = 0x40000001;
 
-// An object that saves a number and a text, or fails its save with a code of its own.
-class probe_t : public ql2::serializable_object_interface_t {
+// An object registered under `Name` that saves a number and a text, or fails its save
+// with a code of its own. `alive` counts the objects of one name.
+template <wchar_t const* Name>
+class named_probe_t : public serializable_object_interface_t {
  public:
+  named_probe_t() { ++alive; }
+  ~named_probe_t() override { --alive; }
   int save(variant_bag_t& out) const override {
     if (m_fail != 0) return m_fail;
-    out.put<variant_t>(L"x", variant_t(m_x));
-    if (!m_text.empty()) out.put<variant_t>(L"text", variant_t(m_text.c_str(), false));
+    out.put(L"x", variant_t(m_x));
+    if (!m_text.empty()) out.put(L"text", variant_t(m_text.c_str(), false));
     return 1;
   }
   int load(variant_bag_t const& in) override {
-    m_x = in.get_variant(L"x", variant_t(-1)).get<ql2::s32_t>();
+    m_x = in.get_variant(L"x", variant_t(-1)).get<s32_t>();
     variant_t const text = in.get_variant(L"text", variant_t(L"", false));
     m_text = text.can_get<wchar_t const*>() ? text.get<wchar_t const*>() : L"?";
     return 1;
   }
-  static int das_create_this_object(ql2::sptr_t<ql2::serializable_object_interface_t>& result) {
-    result = ql2::sptr_t<ql2::serializable_object_interface_t>(new ql2::ref_counted_t<probe_t>());
+  static int das_create_this_object(sptr_t<serializable_object_interface_t>& result) {
+    result = sptr_t<serializable_object_interface_t>(new ref_counted_t<named_probe_t>());
     return 1;
   }
+  static inline int alive = 0;
   int m_x = 0;
   int m_fail = 0;
   std::wstring m_text;
 
  protected:
-  ql2::u32_t get_type() const override {
-    return ql2::get_type_from_string(L"dasID_das_test::probe_t");
-  }
+  u32_t get_type() const override { return get_type_from_string(Name); }
 };
 
-inline ql2::notype_ptr_t probe(int x, int fail = 0, std::wstring text = L"") {
-  auto* object = new ql2::ref_counted_t<probe_t>();
+inline constexpr wchar_t k_probe_name[] = L"dasID_das_test::probe_t";
+using probe_t = named_probe_t<k_probe_name>;
+
+inline notype_ptr_t probe(int x, int fail = 0, std::wstring text = L"") {
+  auto* object = new ref_counted_t<probe_t>();
   object->m_x = x;
   object->m_fail = fail;
   object->m_text = std::move(text);
-  return ql2::notype_ptr_t(ql2::sptr_t<probe_t>(object));
+  return notype_ptr_t(sptr_t<probe_t>(object));
 }
 
 inline std::wstring wide(std::string const& text) {
@@ -81,7 +86,7 @@ inline std::string narrow(wchar_t const* text) {
 }
 
 inline variant_t blob(std::string const& bytes) {
-  return variant_t(static_cast<void const*>(bytes.data()), static_cast<ql2::u64_t>(bytes.size()));
+  return variant_t(static_cast<void const*>(bytes.data()), static_cast<u64_t>(bytes.size()));
 }
 
 // One value of every type both XML forms keep exactly, in the order the attribute
@@ -95,12 +100,12 @@ inline variant_bag_t every_type() {
   bag.add<variant_t>(L"d", variant_t(-2.25e-300));
   bag.add<variant_t>(L"f", variant_t(1.5f));
   bag.add<variant_t>(L"s32", variant_t(-2147483647 - 1));
-  bag.add<variant_t>(L"s64", variant_t(static_cast<ql2::s64_t>(INT64_MIN)));
+  bag.add<variant_t>(L"s64", variant_t(static_cast<s64_t>(INT64_MIN)));
   bag.add<variant_t>(L"nothing", variant_t());
   bag.add<variant_t>(L"s16", variant_t(static_cast<short>(-32768)));
   bag.add<variant_t>(L"u8", variant_t(static_cast<unsigned char>(255)));
   bag.add<variant_t>(L"u32", variant_t(4294967295u));
-  bag.add<variant_t>(L"u64", variant_t(static_cast<ql2::u64_t>(UINT64_MAX)));
+  bag.add<variant_t>(L"u64", variant_t(static_cast<u64_t>(UINT64_MAX)));
   bag.add<variant_t>(L"u16", variant_t(static_cast<unsigned short>(65535)));
   return bag;
 }
