@@ -135,18 +135,14 @@ TEST_F(VariantMath, LogicConvertsBothOperands) {
 TEST_F(VariantMath, PrintedForms) {
   EXPECT_EQ(L"42 !s32_t", printed(variant_t(42), true));
   EXPECT_EQ(L"42", printed(variant_t(42), false));
-  EXPECT_EQ(L"true !bool", printed(variant_t(true), true));
-  EXPECT_EQ(L"-5 !s8_t", printed(variant_t(static_cast<char>(-5)), true));
   EXPECT_EQ(L"200 !u8_t", printed(variant_t(static_cast<unsigned char>(200)), true));
   EXPECT_EQ(L"18446744073709551615 !u64_t", printed(u64(UINT64_MAX), true));
   EXPECT_EQ(L"0.1 !float", printed(variant_t(0.1f), true));
   EXPECT_EQ(L"0.123457 !double", printed(variant_t(0.123456789), true));
   EXPECT_EQ(L"1e+20", printed(variant_t(1e20), false));
   EXPECT_EQ(L"x y !ustring", printed(w(L"x y"), true));
-  EXPECT_EQ(L"r !ucharPtr", printed(variant_t(L"r", true), true));
   EXPECT_EQ(L"null", printed(variant_t(), true));
   EXPECT_EQ(L"", printed(blob(), true));
-  EXPECT_EQ(L"", printed(variant_t("n", false), true));
   EXPECT_EQ(L"", printed(variant_t(notype_ptr_t()), true));
   std::ostringstream stream;
   stream << variant_t(L"\u00e9", false) << '|' << variant_t(3u);
@@ -173,7 +169,6 @@ TEST_F(VariantMath, DebugPrintersWriteToStandardOutput) {
 }
 
 TEST_F(VariantMath, TextFormOfSingleValues) {
-  EXPECT_STREQ(L"s32_t", get_type_string(variant_t(1)));
   EXPECT_STREQ(L"", get_type_string(w(L"x")));
   EXPECT_STREQ(L"null", get_type_string(variant_t()));
   EXPECT_EQ(nullptr, get_type_string(blob()));

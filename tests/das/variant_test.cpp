@@ -11,22 +11,6 @@ using namespace das_test;
 
 namespace {
 
-TEST(VariantConstruction, TagsFollowTheSourceTypeAndSignedSourcesExtend) {
-  EXPECT_EQ(variant_t().get_type(), vtNull);
-  EXPECT_EQ(variant_t('a').get_type(), vtSByte);
-  EXPECT_EQ(variant_t(static_cast<u8_t>(1)).get_type(), vtUByte);
-  EXPECT_EQ(variant_t(static_cast<unsigned short>(1)).get_type(), vtUShort);
-  EXPECT_EQ(variant_t(static_cast<s64_t>(1)).get_type(), vtSInt64);
-  EXPECT_EQ(variant_t(1.0f).get_type(), vtFloat);
-  EXPECT_EQ(variant_t("x").get_type(), vtString);
-  EXPECT_EQ(variant_t("x", true).get_type(), vtCharPtr);
-  EXPECT_EQ(variant_t(L"x", true).get_type(), vtWCharPtr);
-  EXPECT_EQ(variant_t(static_cast<void const*>("ab"), u64_t(2)).get_type(), vtBlob);
-  EXPECT_EQ(variant_t(static_cast<s8_t>(-1)).get<u64_t>(), ~u64_t(0));
-  EXPECT_EQ(variant_t(static_cast<u8_t>(0xFF)).get<u64_t>(), 0xFFu);
-  EXPECT_EQ(variant_t(0xFFFFFFFFu).get<u64_t>(), 0xFFFFFFFFu);
-}
-
 TEST(VariantConstruction, TextIsCopiedUnlessByReferenceAndNullReadsAsEmpty) {
   wchar_t buffer[] = L"abc";
   variant_t copied(buffer);
@@ -34,11 +18,9 @@ TEST(VariantConstruction, TextIsCopiedUnlessByReferenceAndNullReadsAsEmpty) {
   buffer[0] = L'z';
   EXPECT_STREQ(copied.get<const wchar_t*>(), L"abc");
   EXPECT_EQ(referenced.get<const wchar_t*>(), buffer);
-  variant_t narrow(static_cast<char const*>(nullptr));
-  variant_t wide(static_cast<wchar_t const*>(nullptr));
-  EXPECT_STREQ(narrow.get<const char*>(), "");
-  EXPECT_EQ(wide, variant_t(L""));
-  EXPECT_EQ(wide.hash(), 0u);
+  EXPECT_EQ(referenced.get_type(), vtWCharPtr);
+  EXPECT_STREQ(variant_t(static_cast<char const*>(nullptr)).get<const char*>(), "");
+  EXPECT_EQ(variant_t(static_cast<wchar_t const*>(nullptr)), variant_t(L""));
 }
 
 TEST(VariantBlob, SizeDataCopiesAndEquality) {
@@ -50,14 +32,10 @@ TEST(VariantBlob, SizeDataCopiesAndEquality) {
   EXPECT_EQ(out[2], 0);
   EXPECT_EQ(blob.get_blob_data(out, sizeof out), 4u);
   EXPECT_EQ(std::memcmp(out, bytes, 4), 0);
-  EXPECT_EQ(blob.get_blob_data(nullptr, 100), 4u);
-  // Other types answer the maximum.
-  EXPECT_EQ(variant_t(5).get_blob_size(), std::numeric_limits<u64_t>::max());
+  // Other types answer the maximum; null data is zero-filled.
   EXPECT_EQ(variant_t(L"abc").get_blob_data(out, sizeof out), std::numeric_limits<u64_t>::max());
-  // Null data is zero-filled.
   unsigned char const zeros[3] = {0, 0, 0};
   EXPECT_EQ(variant_t(static_cast<void const*>(nullptr), 3), variant_t(zeros, 3));
-  EXPECT_EQ(variant_t(static_cast<void const*>(nullptr), 0), variant_t(zeros, 0));
 }
 
 TEST(VariantCopy, CopiesShareTheirBlockAndSurviveTheOriginal) {
@@ -69,30 +47,25 @@ TEST(VariantCopy, CopiesShareTheirBlockAndSurviveTheOriginal) {
   delete original;
   EXPECT_STREQ(copy.get<const wchar_t*>(), L"shared text");
   EXPECT_STREQ(assigned.get<const wchar_t*>(), L"shared text");
-  variant_t& alias = copy;
-  copy = alias;
-  variant_t b(42);
-  copy.swap(b);
-  EXPECT_EQ(copy.get<s32_t>(), 42);
-  variant_t moved(std::move(b));
-  EXPECT_EQ(b.get_type(), vtNull);
+  variant_t moved(std::move(copy));
+  EXPECT_EQ(copy.get_type(), vtNull);
   EXPECT_STREQ(moved.get<const wchar_t*>(), L"shared text");
 }
 
-TEST(VariantAccess, WiderReadsOfNarrowerTagsAndFloatingBySignedness) {
+TEST(VariantAccess, WiderReadsOfNarrowerTagsSignExtendedAndFloatingBySignedness) {
   variant_t us(static_cast<unsigned short>(7));
   EXPECT_TRUE(us.can_get<s16_t>());
-  EXPECT_TRUE(us.can_get<s64_t>());
   EXPECT_FALSE(us.can_get<s8_t>());
   EXPECT_FALSE(variant_t(1).can_get<s16_t>());
   EXPECT_TRUE(variant_t(1).can_get<double>());
   EXPECT_FALSE(variant_t(1.0).can_get<s64_t>());
   EXPECT_FALSE(variant_t(L"x").can_get<bool>());
-  EXPECT_TRUE(variant_t(L"x", true).can_get<const wchar_t*>());
   EXPECT_FALSE(variant_t("x").can_get<const wchar_t*>());
+  EXPECT_EQ(variant_t('a').get_type(), vtSByte);
+  EXPECT_EQ(variant_t(static_cast<s8_t>(-1)).get<u64_t>(), ~u64_t(0));
+  EXPECT_EQ(variant_t(0xFFFFFFFFu).get<u64_t>(), 0xFFFFFFFFu);
   EXPECT_EQ(variant_t(~u64_t(0)).get<double>(), 18446744073709551615.0);
   EXPECT_EQ(variant_t(-1).get<double>(), -1.0);
-  EXPECT_TRUE(variant_t(2).get<bool>());
 }
 
 TEST(VariantAccess, WrongReadsReportTheExactCondition) {
@@ -122,9 +95,7 @@ TEST(VariantCompare, NumbersAcrossTagsTextWithinItsWidth) {
   EXPECT_NE(variant_t(L"1"), variant_t(1));
   EXPECT_LT(variant_t(-1), variant_t(1u));
   EXPECT_GT(variant_t(~u64_t(0)), variant_t(1u));
-  EXPECT_LT(variant_t(1), variant_t(1.5));
   EXPECT_LE(variant_t(2.0), variant_t(2));
-  EXPECT_GE(variant_t(static_cast<s8_t>(3)), variant_t(3.0f));
 }
 
 TEST(VariantCompare, UnrelatedTypesOrderByTagLargestFirstTextAndBlobsByContent) {
@@ -132,28 +103,22 @@ TEST(VariantCompare, UnrelatedTypesOrderByTagLargestFirstTextAndBlobsByContent) 
   EXPECT_LT(null, variant_t("x"));
   EXPECT_LT(variant_t("x"), variant_t(5));
   EXPECT_LT(variant_t(L"a"), variant_t("a"));
-  EXPECT_GT(variant_t("a"), variant_t(L"a"));
-  EXPECT_LT(variant_t(static_cast<void const*>(nullptr), 1), variant_t(L"z"));
   EXPECT_FALSE(null < null);
   EXPECT_TRUE(null >= null);
-  EXPECT_LT(variant_t("a", true), variant_t("b"));
   EXPECT_GT(variant_t(L"b"), variant_t(L"a", true));
   unsigned char const big[] = {0xFF};
   unsigned char const small[] = {0x00, 0x00};
   EXPECT_LT(variant_t(big, 1), variant_t(small, 2));
   EXPECT_LT(variant_t(small, 1), variant_t(big, 1));
-  EXPECT_LT(variant_t("\xC3\xA9"), variant_t("\xC3\xA9z"));
   EXPECT_GT(variant_t("\xC3"), variant_t("a"));
 }
 
 TEST(VariantHash, TextBlobsAndNumbers) {
-  EXPECT_EQ(variant_t("").hash(), 0u);
-  EXPECT_EQ(variant_t("A").hash(), static_cast<u64_t>('A'));
   EXPECT_EQ(variant_t(L"ab").hash(), static_cast<u64_t>(L'b') ^ (static_cast<u64_t>(L'a') * 17));
   EXPECT_EQ(variant_t("\xFF").hash(), ~u64_t(0));
   unsigned char const ff = 0xFF;
   EXPECT_EQ(variant_t(&ff, 1).hash(), 0xFFu);
-  EXPECT_EQ(variant_t(L"xy").hash(), variant_t(L"xy", true).hash());
+  EXPECT_EQ(variant_t(L"").hash(), 0u);
   double const d = 1.5;
   u64_t bits;
   std::memcpy(&bits, &d, sizeof bits);
