@@ -19,6 +19,12 @@ int from_text(variant_bag_t& bag, std::wstring const& text) {
   return load_variant_bag_from_string(bag, variant_t(text.c_str(), false));
 }
 
+variant_bag_t load(std::wstring const& text) {
+  variant_bag_t bag;
+  EXPECT_EQ(1, from_text(bag, text));
+  return bag;
+}
+
 std::wstring const k_declaration = L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 
 class BagXmlFile : public file_test {};
@@ -90,8 +96,7 @@ TEST(BagXmlRoundTrip, RepeatedValuesKeepTheLastAndRepeatedBagsAll) {
   bag.add_variant_bag(L"c", chain(200));
   std::wstring const text = to_text(bag);
   EXPECT_NE(std::wstring::npos, text.find(L"<v type=\"s32_t\">1</v>\n <v type=\"s32_t\">2</v>"));
-  variant_bag_t loaded;
-  ASSERT_EQ(1, from_text(loaded, text));
+  variant_bag_t const loaded = load(text);
   bag.put(L"v", variant_t(2));
   EXPECT_TRUE(loaded == bag);
   EXPECT_EQ(2u, loaded.count<variant_bag_t>(L"c"));
@@ -101,17 +106,14 @@ TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {
   std::wstring const text =
       L"<root><obj type=\"pointer\" type_id=\"dasID_not::registered\" "
       L"ptr_type=\"dasID_some::base\"><x type=\"s32_t\">3</x><sub><y>t</y></sub></obj></root>";
-  variant_bag_t loaded;
-  ASSERT_EQ(1, from_text(loaded, text));
+  variant_bag_t const loaded = load(text);
   EXPECT_STREQ(L"dasID_not::registered",
                loaded.get<notype_ptr_t>(L"obj")->get_obj_type_as_string());
   std::wstring const saved = to_text(loaded);
   EXPECT_NE(std::wstring::npos,
             saved.find(L"type_id=\"dasID_not::registered\" ptr_type=\"dasID_some::base\">\n"
                        L"  <x type=\"s32_t\">3</x>"));
-  variant_bag_t again;
-  ASSERT_EQ(1, from_text(again, saved));
-  EXPECT_EQ(saved, to_text(again));
+  EXPECT_EQ(saved, to_text(load(saved)));
 }
 
 TEST(BagXmlRoundTrip, ObjectOfARegisteredTypeIsSavedAndComesBack) {
@@ -128,8 +130,7 @@ TEST(BagXmlRoundTrip, ObjectOfARegisteredTypeIsSavedAndComesBack) {
   EXPECT_NE(std::wstring::npos,
             text.find(L"<seen type=\"pointer\" type_id=\"dasID_das_test::probe_t\" "
                       L"ptr_type=\"dasID_constdas_test::probe_t\">"));
-  variant_bag_t loaded;
-  ASSERT_EQ(1, from_text(loaded, text));
+  variant_bag_t const loaded = load(text);
   auto back = loaded.get<notype_ptr_t>(L"p")->get<probe_t>();
   ASSERT_TRUE(back);
   EXPECT_EQ(7, back->m_x);
@@ -137,13 +138,12 @@ TEST(BagXmlRoundTrip, ObjectOfARegisteredTypeIsSavedAndComesBack) {
 }
 
 TEST(BagXmlLoad, TypesAreReadByTheirWordsAndEntitiesSubstituted) {
-  variant_bag_t bag;
-  ASSERT_EQ(1, from_text(bag,
-                         L"<!DOCTYPE root [<!ENTITY e \"<x>5</x>\"><!ENTITY t \"text\">]>"
-                         L"<root><a type=\"s32_t\"><b>1</b></a><w type=\"wstring\">x</w>"
-                         L"<u type=\"whatever\"> y </u><d type=\"dummy\"/><t type=\"bool\">TRUE</t>"
-                         L"<h type=\"blob\">0A ff\n0b</h><e type=\"bag\"/><n type=\"s8_t\"/>"
-                         L"&e;<y>&t;&amp;&#x41;</y></root>"));
+  variant_bag_t const bag = load(
+      L"<!DOCTYPE root [<!ENTITY e \"<x>5</x>\"><!ENTITY t \"text\">]>"
+      L"<root><a type=\"s32_t\"><b>1</b></a><w type=\"wstring\">x</w>"
+      L"<u type=\"whatever\"> y </u><d type=\"dummy\"/><t type=\"bool\">TRUE</t>"
+      L"<h type=\"blob\">0A ff\n0b</h><e type=\"bag\"/><n type=\"s8_t\"/>"
+      L"&e;<y>&t;&amp;&#x41;</y></root>");
   EXPECT_FALSE(bag.has<variant_t>(L"a"));
   EXPECT_EQ(variant_t(L"x", false), *bag.get<variant_t>(L"w"));
   EXPECT_EQ(variant_t(L" y ", false), *bag.get<variant_t>(L"u"));

@@ -108,18 +108,6 @@ TEST(VariantCompare, UnrelatedTypesOrderByTagLargestFirstTextAndBlobsByContent) 
   EXPECT_GT(variant_t("\xC3"), variant_t("a"));
 }
 
-TEST(VariantHash, TextBlobsAndNumbers) {
-  EXPECT_EQ(variant_t(L"ab").hash(), static_cast<u64_t>(L'b') ^ (static_cast<u64_t>(L'a') * 17));
-  EXPECT_EQ(variant_t("\xFF").hash(), ~u64_t(0));
-  unsigned char const ff = 0xFF;
-  EXPECT_EQ(variant_t(&ff, 1).hash(), 0xFFu);
-  EXPECT_EQ(variant_t(L"").hash(), 0u);
-  double const d = 1.5;
-  u64_t bits;
-  std::memcpy(&bits, &d, sizeof bits);
-  EXPECT_EQ(variant_t(d).hash(), bits);
-}
-
 // Copies of one value are made, read and destroyed on several threads at once; the
 // shared block must be freed exactly once (checked by the sanitizers).
 TEST(VariantThreads, CopiesOfOneValueLiveOnManyThreads) {

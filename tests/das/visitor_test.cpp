@@ -229,16 +229,6 @@ TEST(ReadXmlToVisitor, AttributesInPrefixOrderAndTextAfterChildren) {
                                   "end", "start blob:c", "end", "value =w:head   tail", "end"}));
 }
 
-TEST(ReadXmlToVisitor, ThePathSelectsASubtreeByWildcards) {
-  char const* xml = "<root a='0'><config b='1'/><other d='3'><inner c='2'/></other></root>";
-  auto recorder = make();
-  EXPECT_EQ(1, read_xml_to_visitor(xml, recorder.get(), "r*t.?th*"));
-  EXPECT_EQ(recorder->log, (log_t{"value d=w:3", "start inner", "value c=w:2", "end"}));
-  recorder = make();
-  EXPECT_EQ(1, read_xml_to_visitor(xml, recorder.get(), "other"));
-  EXPECT_TRUE(recorder->log.empty());
-}
-
 TEST(ReadXmlToVisitor, IllFormedXmlOrAThrowingVisitorFailAfterTheEventsSoFar) {
   auto recorder = make();
   EXPECT_EQ(k_failure, read_xml_to_visitor("<a x='1'><b y='2'></a>", recorder.get(), nullptr));
