@@ -50,8 +50,7 @@ TEST(AttributeFormDocument, ValuesAreTypedAttributesAndPrefixesDeclaredInTableOr
 
 TEST(AttributeFormDocument, TextEntriesHiddenEntriesAndRepeatedNames) {
   variant_bag_t bag;
-  variant_bag_t x;
-  x.add(L"", variant_t(5));
+  variant_bag_t x = bag_of(L"", variant_t(5));
   bag.add_variant_bag(L"x", x);
   bag.add(L"", variant_t(L"a<b", false));
   bag.add(L"#file_name", variant_t(L"f", false));
@@ -67,8 +66,7 @@ TEST(AttributeFormDocument, TextEntriesHiddenEntriesAndRepeatedNames) {
 }
 
 TEST(AttributeFormDocument, RootPathStepsNestAndMustBeNames) {
-  variant_bag_t bag;
-  bag.add(L"v", variant_t(L"1", false));
+  variant_bag_t bag = bag_of(L"v", variant_t(L"1", false));
   EXPECT_EQ("\n<a>\n <b>\n  <c v=\"1\"/>\n </b>\n</a>\n", save(bag, L"a.b.c"));
   std::string text = "untouched";
   for (wchar_t const* root : {L"", static_cast<wchar_t const*>(nullptr), L"a..b", L"two words"})
@@ -157,8 +155,7 @@ TEST(AttributeFormLoad, PrefixesGiveTypesAndUnknownOnesStayText) {
   EXPECT_EQ(vtSInt, bag.get<variant_t>(L"junk")->get_type());
   EXPECT_EQ(2.5, bag.get<variant_t>(L"w")->get<double>());
   // A wide string named like a type comes back typed.
-  variant_bag_t named;
-  named.add(L"boolean:x", variant_t(L"true", false));
+  variant_bag_t named = bag_of(L"boolean:x", variant_t(L"true", false));
   EXPECT_EQ(variant_t(true), load(save(named)).get_variant(L"x", variant_t()));
 }
 
@@ -219,8 +216,7 @@ TEST(AttributeFormLoad, PathsSelectRenameAndMayBeOmitted) {
 }
 
 TEST(AttributeFormLoad, IllFormedTextFailsWithWhatWasRead) {
-  variant_bag_t bag;
-  bag.add(L"old", variant_t(1));
+  variant_bag_t bag = bag_of(L"old", variant_t(1));
   EXPECT_EQ(k_failure,
             load_variant_bag_from_string2(bag, std::string("<root a='1'><b/>"), L"root"));
   EXPECT_FALSE(bag.has<variant_t>(L"old"));

@@ -14,8 +14,7 @@ TEST(BagDepth, VeryDeepBagsNeverExhaustTheStack) {
   for (int i = 1; i < k_depth; ++i) path += L"n.";
   path += L"n";
   variant_bag_t deep;
-  variant_bag_t leaf;
-  leaf.put(L"leaf", variant_t(k_depth));
+  variant_bag_t leaf = bag_of(L"leaf", variant_t(k_depth));
   ASSERT_EQ(path_accessor_t(deep).add_variant_bag(path.c_str(), leaf), DAS_OK);
   EXPECT_EQ(path_accessor_t(deep).get_variant((path + L".leaf").c_str(), variant_t()),
             variant_t(k_depth));

@@ -89,6 +89,13 @@ inline variant_t blob(std::string const& bytes) {
   return variant_t(static_cast<void const*>(bytes.data()), static_cast<u64_t>(bytes.size()));
 }
 
+// A bag holding one value.
+inline variant_bag_t bag_of(wchar_t const* name, variant_t const& value) {
+  variant_bag_t bag;
+  bag.add(name, value);
+  return bag;
+}
+
 // One value of every type both XML forms keep exactly, in the order the attribute
 // form gives them back (wide strings first, then by prefix).
 inline variant_bag_t every_type() {

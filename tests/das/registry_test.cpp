@@ -33,8 +33,7 @@ class widget_registration_t {
 };
 
 notype_ptr_t proxy_of(int size, wchar_t const* type = k_widget) {
-  variant_bag_t data;
-  data.put(L"x", variant_t(size));
+  variant_bag_t data = bag_of(L"x", variant_t(size));
   notype_ptr_t p;
   EXPECT_EQ(p.create_from_runtime_info(data, type, nullptr), DAS_OK);
   return p;

@@ -72,8 +72,7 @@ TEST(BagRepeatedNames, NamesAndAddressesHoldThroughGrowthAndRemoval) {
 }
 
 TEST(BagIterators, SkipHiddenEntriesEndCleanlyAndRestartByTheStartRule) {
-  variant_bag_t bag;
-  bag.put(L"#hidden", variant_t(L"self"));
+  variant_bag_t bag = bag_of(L"#hidden", variant_t(L"self"));
   EXPECT_TRUE(bag.is_empty());
   EXPECT_TRUE(bag.begin<variant_t>().at_end());
   EXPECT_EQ(bag.count<variant_t>(nullptr), 1u);

@@ -168,8 +168,7 @@ TEST(BagXmlLoad, MalformedAndForeignDocumentsFailWithAnEmptyBag) {
   for (std::wstring const text :
        {L"", L"<root>", L"<root><a>1</a>", L"<root></toor>", L"<other><a>1</a></other>",
         L"not xml at all", L"<root><a type=\"s32_t\">1</a></root><root/>", L"<root>\x01</root>"}) {
-    variant_bag_t bag;
-    bag.add(L"old", variant_t(1));
+    variant_bag_t bag = bag_of(L"old", variant_t(1));
     EXPECT_EQ(k_failure, from_text(bag, text)) << narrow(text.c_str());
     EXPECT_TRUE(bag.is_empty());
   }
@@ -211,12 +210,10 @@ TEST_F(BagXmlFile, PathSelectsTheFirstElementOfEachStep) {
 }
 
 TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
-  variant_bag_t bag;
-  bag.add(L"t", variant_t(std::wstring(10000000, L'x').c_str(), false));
+  variant_bag_t bag = bag_of(L"t", variant_t(std::wstring(10000000, L'x').c_str(), false));
   variant_t text;
   EXPECT_EQ(k_failure, save_variant_bag_to_string(bag, &text));
-  variant_bag_t blobs;
-  blobs.add(L"b", blob(std::string(6000000, '\1')));
+  variant_bag_t blobs = bag_of(L"b", blob(std::string(6000000, '\1')));
   EXPECT_EQ(k_failure, save_variant_bag_to_string(blobs, &text));
   // What the parser still takes but a save would refuse is refused on loading, so that
   // everything loaded can be saved again.
@@ -229,8 +226,7 @@ TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
 TEST_F(BagXmlFile, SaveFollowsLinksAndTakesBackslashes) {
   ASSERT_EQ(1, save_variant_bag(variant_bag_t(), name("m.xml").c_str()));
   ASSERT_EQ(0, ::symlink("m.xml", m_dir.file("link.xml").c_str()));
-  variant_bag_t bag;
-  bag.put(L"v", variant_t(2));
+  variant_bag_t bag = bag_of(L"v", variant_t(2));
   std::wstring backslashed = name("link.xml");
   for (wchar_t& c : backslashed) c = c == L'/' ? L'\\' : c;
   ASSERT_EQ(1, save_variant_bag(bag, backslashed.c_str()));

@@ -143,8 +143,7 @@ TEST_F(VariantMath, PrintedForms) {
 }
 
 TEST_F(VariantMath, DebugPrintersWriteToStandardOutput) {
-  variant_bag_t bag;
-  bag.add(L"a", variant_t(1));
+  variant_bag_t bag = bag_of(L"a", variant_t(1));
   variant_bag_t& child = bag.add_variant_bag(L"c", variant_bag_t());
   child.add(L"b", variant_t(2));
   child.add_variant_bag(L"g", variant_bag_t()).add(L"c", w(L"t"));

@@ -104,8 +104,7 @@ TEST(VariantBagBuilder, RebuildsRepeatedValuesAsTheLastAndPointersAsProxies) {
   source.add(L"a", variant_t(1));
   source.add(L"a", variant_t(2));
   source.add(L"q", variant_t(probe(9)));
-  variant_bag_t target;
-  target.add(L"old", variant_t(0));
+  variant_bag_t target = bag_of(L"old", variant_t(0));
   auto builder = create_variant_bag_builder(target);
   EXPECT_TRUE(target.is_empty());
   EXPECT_EQ(1, dump_variant_bag(source, builder));

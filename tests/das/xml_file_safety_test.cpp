@@ -15,28 +15,22 @@ namespace {
 
 class XmlFileSafety : public file_test {};
 
-variant_bag_t one_value(wchar_t const* name, variant_t const& value) {
-  variant_bag_t bag;
-  bag.add(name, value);
-  return bag;
-}
-
 }  // namespace
 
 TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
   std::wstring const file = name("keep.xml");
-  ASSERT_EQ(1, save_variant_bag(one_value(L"v", variant_t(1)), file.c_str()));
+  ASSERT_EQ(1, save_variant_bag(bag_of(L"v", variant_t(1)), file.c_str()));
   std::string const before = q2test::read_file(m_dir.file("keep.xml"));
 
   std::vector<variant_bag_t> bad;
   for (wchar_t const* name : {L"a b", L"a<b", L"a/b", L"x>", L"1x", L"a&b", L"xmlns", L"xmlns:a",
                               L"a\xD800", L"\xDC00z"}) {
-    bad.push_back(one_value(name, variant_t(L"v", false)));
+    bad.push_back(bag_of(name, variant_t(L"v", false)));
     bad.emplace_back().add_variant_bag(name, variant_bag_t());
   }
   for (wchar_t const* text : {L"bell\a", L"nul\x1f", L"\xD800", L"\xDC00", L"\xFFFE"})
-    bad.push_back(one_value(L"t", variant_t(text, false)));
-  bad.emplace_back().add_variant_bag(L"c", one_value(L"t", variant_t(L"\x1b[0m", false)));
+    bad.push_back(bag_of(L"t", variant_t(text, false)));
+  bad.emplace_back().add_variant_bag(L"c", bag_of(L"t", variant_t(L"\x1b[0m", false)));
   bad.push_back(chain(300));
   for (std::size_t i = 0; i < bad.size(); ++i) {
     SCOPED_TRACE(i);
@@ -50,19 +44,19 @@ TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
     EXPECT_EQ(k_failure, save_variant_bag2(bad[i], file.c_str(), L"r"));
   }
   // The element form has no place for an empty name; the attribute form writes it as text.
-  EXPECT_EQ(k_failure, save_variant_bag(one_value(L"", variant_t(1)), file.c_str()));
+  EXPECT_EQ(k_failure, save_variant_bag(bag_of(L"", variant_t(1)), file.c_str()));
   EXPECT_EQ(k_failure, save_variant_bag2(every_type(), file.c_str(), L"bad name"));
   // Objects that can't save pass their code on; objects that are not serializable fail.
-  variant_bag_t const failing = one_value(L"p", variant_t(probe(1, 0x40000123)));
+  variant_bag_t const failing = bag_of(L"p", variant_t(probe(1, 0x40000123)));
   EXPECT_EQ(0x40000123, save_variant_bag(failing, file.c_str()));
   sptr_t<object_interface_t> opaque(new ref_counted_t<object_interface_t>());
-  EXPECT_EQ(0x40000066, save_variant_bag(one_value(L"o", variant_t(notype_ptr_t(opaque.get(), 0))),
-                                         file.c_str()));
+  EXPECT_EQ(0x40000066,
+            save_variant_bag(bag_of(L"o", variant_t(notype_ptr_t(opaque.get(), 0))), file.c_str()));
   EXPECT_EQ(before, q2test::read_file(m_dir.file("keep.xml")));
   EXPECT_EQ(std::vector<std::string>{"keep.xml"}, entries());
 
   // Names that only start like a namespace declaration still save.
-  variant_bag_t fine = one_value(L"xmlnsx", variant_t(1));
+  variant_bag_t fine = bag_of(L"xmlnsx", variant_t(1));
   fine.add_variant_bag(L"xmlnsy", variant_bag_t());
   std::string attribute;
   EXPECT_EQ(1, save_variant_bag_to_string2(fine, attribute, L"r"));
@@ -71,7 +65,7 @@ TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
 }
 
 TEST_F(XmlFileSafety, ReadersShareTheLockAndWritersNeedItAlone) {
-  variant_bag_t const bag = one_value(L"v", variant_t(1));
+  variant_bag_t const bag = bag_of(L"v", variant_t(1));
   std::wstring const file = name("f.xml");
   ASSERT_EQ(1, save_variant_bag(bag, file.c_str()));
   std::string const before = q2test::read_file(m_dir.file("f.xml"));
@@ -100,7 +94,7 @@ TEST_F(XmlFileSafety, ReadersShareTheLockAndWritersNeedItAlone) {
 }
 
 TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
-  variant_bag_t settings = one_value(L"level", variant_t(3));
+  variant_bag_t settings = bag_of(L"level", variant_t(3));
   variant_bag_t bag;
   bag.add_variant_bag(L"settings", settings);
   std::wstring const element = name("element.xml");
@@ -127,7 +121,7 @@ TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
 }
 
 TEST_F(XmlFileSafety, NullMissingAndUnreadableFilesFailInBothForms) {
-  variant_bag_t bag = one_value(L"kept", variant_t(1));
+  variant_bag_t bag = bag_of(L"kept", variant_t(1));
   EXPECT_EQ(k_failure, load_variant_bag(bag, nullptr, L""));
   EXPECT_EQ(k_failure, load_variant_bag2(bag, nullptr, L"root", true));
   EXPECT_TRUE(bag.has<variant_t>(L"kept"));
