@@ -111,7 +111,6 @@ TEST(AttributeFormRoundTrip, PointersComeBackAsProxiesAndBlobsAsEmptyText) {
   auto object = loaded.get<notype_ptr_t>(L"n")->get<probe_t>();
   ASSERT_TRUE(object);
   EXPECT_EQ(L"remember", object->m_text);
-  EXPECT_EQ(4, object->m_x);
   EXPECT_EQ(variant_t(L"", false), loaded.get_variant(L"blob:data", variant_t()));
   EXPECT_EQ(text, save(loaded));
 }
@@ -200,19 +199,15 @@ TEST(AttributeFormLoad, ANullTextIsItsPrefixAndLoadsAsNoValue) {
 
 TEST(AttributeFormLoad, PathsSelectRenameAndMayBeOmitted) {
   std::string const text = "<top><mid a='1'/><mid a='2'/></top>";
-  variant_bag_t whole;
-  ASSERT_EQ(1, load_variant_bag_from_string2(whole, text, nullptr));
-  EXPECT_EQ(2u, whole.get<variant_bag_t>(L"top")->count<variant_bag_t>(L"mid"));
+  EXPECT_EQ(2u, load(text, nullptr).get<variant_bag_t>(L"top")->count<variant_bag_t>(L"mid"));
   variant_bag_t mid = load(text, L"top.mid");
   EXPECT_EQ(std::wstring(L"mid"), mid.get_name());
   EXPECT_EQ(variant_t(L"2", false), *mid.get<variant_t>(L"a"));
   variant_bag_t wild = load(text, L"t?p.*");
   EXPECT_EQ(std::wstring(L"*"), wild.get_name());
   EXPECT_TRUE(wild.has<variant_t>(L"a"));
-  variant_bag_t none;
-  EXPECT_EQ(1, load_variant_bag_from_string2(none, text, L"other"));
-  EXPECT_TRUE(none.is_empty());
-  EXPECT_EQ(k_failure, load_variant_bag_from_string2(none, text, L""));
+  EXPECT_TRUE(load(text, L"other").is_empty());
+  EXPECT_EQ(k_failure, load_variant_bag_from_string2(wild, text, L""));
 }
 
 TEST(AttributeFormLoad, IllFormedTextFailsWithWhatWasRead) {
@@ -251,8 +246,7 @@ TEST_F(AttributeFormFile, EntitiesAndDtdsAreNeverExpandedOrRead) {
         "<!DOCTYPE root [<!ENTITY % p SYSTEM 'file://" + secret + "'> %p;]><root/>"}) {
     SCOPED_TRACE(text);
     if (load_variant_bag_from_string2(bag, text, L"root") == 1) {
-      variant_t const v = bag.get_variant(L"v", variant_t(L"", false));
-      EXPECT_EQ(std::wstring::npos, std::wstring(v.get<wchar_t const*>()).find(L"SECRET"));
+      EXPECT_TRUE(same(variant_t(L"", false), bag.get_variant(L"v", variant_t(L"", false))));
       EXPECT_FALSE(bag.has<variant_t>(L""));
     }
   }
