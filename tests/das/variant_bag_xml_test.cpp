@@ -1,8 +1,5 @@
 // The element form of bags: the exact document, round trips through text and files,
 // rejection of malformed and hostile input, and saves that never lose data.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "das/das_support.hpp"
 
 using namespace das_test;
@@ -223,17 +220,11 @@ TEST(BagXmlSave, TextsBeyondWhatALoadAcceptsFailTheSave) {
   EXPECT_TRUE(loaded.is_empty());
 }
 
-TEST_F(BagXmlFile, SaveFollowsLinksAndTakesBackslashes) {
-  ASSERT_EQ(1, save_variant_bag(variant_bag_t(), name("m.xml").c_str()));
-  ASSERT_EQ(0, ::symlink("m.xml", m_dir.file("link.xml").c_str()));
-  variant_bag_t bag = bag_of(L"v", variant_t(2));
-  std::wstring backslashed = name("link.xml");
+TEST_F(BagXmlFile, SaveTakesBackslashesForSlashes) {
+  std::wstring backslashed = name("b.xml");
   for (wchar_t& c : backslashed) c = c == L'/' ? L'\\' : c;
-  ASSERT_EQ(1, save_variant_bag(bag, backslashed.c_str()));
-  struct stat st;
-  ASSERT_EQ(0, ::lstat(m_dir.file("link.xml").c_str(), &st));
-  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  ASSERT_EQ(1, save_variant_bag(bag_of(L"v", variant_t(2)), backslashed.c_str()));
   variant_bag_t loaded;
-  ASSERT_EQ(1, load_variant_bag(loaded, name("m.xml").c_str(), L""));
-  EXPECT_TRUE(loaded == bag);
+  ASSERT_EQ(1, load_variant_bag(loaded, name("b.xml").c_str(), L""));
+  EXPECT_TRUE(loaded == bag_of(L"v", variant_t(2)));
 }
