@@ -3,11 +3,12 @@
 // entity documents, and a temporary directory whose files are named as wide text.
 #pragma once
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -157,15 +158,9 @@ inline std::string entity_bomb(char const* root, char last, int fanout) {
 class file_test : public q2test::temp_dir_test {
  protected:
   std::wstring name(std::string const& file) const { return wide(m_dir.file(file)); }
-  // The names in the directory, to see that no temporary file was left behind.
-  std::vector<std::string> entries() const {
-    std::vector<std::string> names;
-    if (DIR* dir = ::opendir(m_dir.path().c_str())) {
-      while (dirent* entry = ::readdir(dir))
-        if (entry->d_name[0] != '.') names.push_back(entry->d_name);
-      ::closedir(dir);
-    }
-    return names;
+  // How many files the directory holds, to see that no temporary file was left behind.
+  long files() const {
+    return std::distance(std::filesystem::directory_iterator(m_dir.path()), {});
   }
   // Holds a flock of the given kind on a file while it lives.
   struct lock_t {

