@@ -101,20 +101,21 @@ inline variant_bag_t bag_of(wchar_t const* name, variant_t const& value) {
 // form gives them back (wide strings first, then by prefix).
 inline variant_bag_t every_type() {
   variant_bag_t bag;
-  bag.add<variant_t>(L"text",
-                     variant_t(L" gr\u00fc\u00dfe \u65e5\u672c \U0001F600 <&>\"' \t\r\n x", false));
-  bag.add<variant_t>(L"b", variant_t(true));
-  bag.add<variant_t>(L"s8", variant_t(static_cast<signed char>(-128)));
-  bag.add<variant_t>(L"d", variant_t(-2.25e-300));
-  bag.add<variant_t>(L"f", variant_t(1.5f));
-  bag.add<variant_t>(L"s32", variant_t(-2147483647 - 1));
-  bag.add<variant_t>(L"s64", variant_t(static_cast<s64_t>(INT64_MIN)));
-  bag.add<variant_t>(L"nothing", variant_t());
-  bag.add<variant_t>(L"s16", variant_t(static_cast<short>(-32768)));
-  bag.add<variant_t>(L"u8", variant_t(static_cast<unsigned char>(255)));
-  bag.add<variant_t>(L"u32", variant_t(4294967295u));
-  bag.add<variant_t>(L"u64", variant_t(static_cast<u64_t>(UINT64_MAX)));
-  bag.add<variant_t>(L"u16", variant_t(static_cast<unsigned short>(65535)));
+  for (auto const& [name, value] : std::vector<std::pair<wchar_t const*, variant_t>>{
+           {L"text", variant_t(L" gr\u00fc\u00dfe \u65e5\u672c \U0001F600 <&>\"' \t\r\n x", false)},
+           {L"b", true},
+           {L"s8", static_cast<signed char>(-128)},
+           {L"d", -2.25e-300},
+           {L"f", 1.5f},
+           {L"s32", -2147483647 - 1},
+           {L"s64", static_cast<s64_t>(INT64_MIN)},
+           {L"nothing", variant_t()},
+           {L"s16", static_cast<short>(-32768)},
+           {L"u8", static_cast<unsigned char>(255)},
+           {L"u32", 4294967295u},
+           {L"u64", static_cast<u64_t>(UINT64_MAX)},
+           {L"u16", static_cast<unsigned short>(65535)}})
+    bag.add(name, value);
   return bag;
 }
 

@@ -91,20 +91,6 @@ TEST(BagIterators, SkipHiddenEntriesEndCleanlyAndRestartByTheStartRule) {
   EXPECT_FALSE(bag.has<variant_t>(L"#hidden"));
 }
 
-TEST(BagNames, LinkedChildrenKnowTheirNameAndParent) {
-  q2test::assert_recorder_t capture;
-  variant_bag_t root;
-  EXPECT_EQ(root.get_name(), nullptr);
-  EXPECT_EQ(capture.conditions(), std::vector<std::string>{"false"});
-  variant_bag_t& child = root.add_variant_bag(L"child", variant_bag_t());
-  EXPECT_EQ(child.get_parent(), &root);
-  root.add(L"plain", variant_bag_t());
-  EXPECT_EQ(root.get<variant_bag_t>(L"plain")->get_parent(), nullptr);
-  child.clear();
-  EXPECT_STREQ(child.get_name(), L"child");
-  EXPECT_EQ(child.get_parent(), &root);
-}
-
 TEST(BagNames, RenameKeepsThePlaceAmongSiblingsOrQueuesBehindANamesake) {
   variant_bag_t root;
   variant_bag_t& a = root.add_variant_bag(L"a", variant_bag_t());
@@ -136,6 +122,8 @@ TEST(BagCopy, CopyAndSwapRelinkChildrenAndParents) {
   EXPECT_EQ(target.get<variant_bag_t>(L"kid")->get_parent(), &target);
   variant_bag_t copy(source);
   EXPECT_EQ(copy.get_parent(), nullptr);
+  root.add(L"plain", variant_bag_t());
+  EXPECT_EQ(root.get<variant_bag_t>(L"plain")->get_parent(), nullptr);
   EXPECT_EQ(copy, source);
   EXPECT_EQ(copy.get<variant_bag_t>(L"kid")->get_parent(), &copy);
   // Swap exchanges content and parents.
@@ -175,9 +163,10 @@ TEST(BagEquality, PositionsCountNamesDoNotAndEmptyNamesCompareApart) {
   EXPECT_NE(xy, pq);
 }
 
-TEST(BagMisuse, NullNamesAndSelfInsertionReport) {
+TEST(BagMisuse, NullNamesSelfInsertionAndARootsNameReport) {
   q2test::assert_recorder_t capture;
   variant_bag_t bag;
+  EXPECT_EQ(bag.get_name(), nullptr);
   bag.add(nullptr, variant_t(1));
   EXPECT_EQ(bag.count<variant_t>(nullptr), 0u);
   bag.add(L"me", bag);
@@ -185,9 +174,8 @@ TEST(BagMisuse, NullNamesAndSelfInsertionReport) {
   bag.remove<variant_t>(static_cast<variant_t const*>(nullptr));
   EXPECT_EQ(capture.conditions(),
             (std::vector<std::string>{
-                "name != NULL",
+                "false", "name != NULL",
                 "static_cast<const void*>(&value) != static_cast<const void*>(this)", "value"}));
-  EXPECT_FALSE(bag.has<variant_t>(nullptr));
   EXPECT_EQ(bag.get<variant_t>(nullptr), nullptr);
 }
 
