@@ -149,13 +149,13 @@ TEST(AttributeFormLoad, PrefixesGiveTypesAndUnknownOnesStayText) {
   EXPECT_EQ(variant_t(L"maybe", false), *bag.get<variant_t>(L"boolean:m"));
   EXPECT_EQ(variant_t(L"y", false), *bag.get<variant_t>(L"own:x"));
   // Numbers that do not parse are not failures: the converters decide.
-  EXPECT_EQ(vtSByte, bag.get<variant_t>(L"n")->get_type());
-  EXPECT_EQ(127, bag.get<variant_t>(L"n")->get<s8_t>());
+  EXPECT_TRUE(same(variant_t(static_cast<signed char>(127)), *bag.get<variant_t>(L"n")));
   EXPECT_EQ(vtSInt, bag.get<variant_t>(L"junk")->get_type());
   EXPECT_EQ(2.5, bag.get<variant_t>(L"w")->get<double>());
   // A wide string named like a type comes back typed.
-  variant_bag_t named = bag_of(L"boolean:x", variant_t(L"true", false));
-  EXPECT_EQ(variant_t(true), load(save(named)).get_variant(L"x", variant_t()));
+  EXPECT_EQ(
+      variant_t(true),
+      load(save(bag_of(L"boolean:x", variant_t(L"true", false)))).get_variant(L"x", variant_t()));
 }
 
 TEST(AttributeFormLoad, TextLosesItsSurroundingWhiteSpace) {
@@ -174,7 +174,6 @@ TEST(AttributeFormLoad, NamesThatAreNoQualifiedNamesComeBackAsTheyWere) {
             bag.get<variant_bag_t>(L"int:a:b")->get_variant(L"", variant_t()));
   EXPECT_TRUE(bag.get<variant_bag_t>(L"null:c:d")->is_empty());
   EXPECT_TRUE(bag.has<notype_ptr_t>(L"e:f"));
-  EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"g:"));
   EXPECT_NE(nullptr, bag.get<variant_bag_t>(L"int:1st"));
   std::string const saved = save(bag);
   EXPECT_NE(std::string::npos, saved.find("<int:a:b>7</int:a:b>"));

@@ -135,20 +135,4 @@ TEST(VariantThreads, CopiesOfOneValueLiveOnManyThreads) {
   EXPECT_EQ(mismatches.load(), 0);
 }
 
-TEST(VariantMemory, BlocksGoThroughTheConfiguredFunctions) {
-  static int allocations = 0;
-  static int frees = 0;
-  variant_t::deleter_t const saved = variant_t::m_mem;
-  variant_t::m_mem.m_malloc = [](std::size_t n) { return ++allocations, std::malloc(n); };
-  variant_t::m_mem.m_free = [](void* p) { ++frees, std::free(p); };
-  {
-    variant_t a(L"counted");
-    variant_t b(a);
-    variant_t c("x");
-  }
-  variant_t::m_mem = saved;
-  EXPECT_EQ(allocations, 2);
-  EXPECT_EQ(frees, 2);
-}
-
 }  // namespace
