@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 #include <sstream>
+#include <tuple>
 
 #include "das/das_support.hpp"
 
@@ -164,19 +165,17 @@ TEST_F(VariantMath, TextFormOfSingleValues) {
   EXPECT_FALSE(create_variant_from_string(out, L"blob", L"00"));
   EXPECT_FALSE(create_variant_from_string(out, L"S32_T", L"1"));
   EXPECT_TRUE(same(w(L"keep"), out));
-  struct row_t {
-    wchar_t const* type;
-    wchar_t const* text;
-    variant_t expected;
-  };
-  for (row_t const& row :
-       {row_t{nullptr, L"v", w(L"v")}, row_t{L"bool", nullptr, variant_t(false)},
-        row_t{L"u16_t", L"65535", variant_t(static_cast<u16_t>(65535))},
-        row_t{L"double", L" 1.5e3", variant_t(1500.0)},
-        row_t{L"double", L"-inf", variant_t(-HUGE_VAL)},
-        row_t{L"float", L"1e999", variant_t(HUGE_VALF)},
-        row_t{L"double", L"1e-999", variant_t(0.0)}, row_t{L"dummy", L"x", variant_t()}}) {
-    ASSERT_TRUE(create_variant_from_string(out, row.type, row.text));
-    EXPECT_TRUE(same(row.expected, out)) << (row.type ? row.type : L"-");
+  for (auto const& [type, text, expected] :
+       std::vector<std::tuple<wchar_t const*, wchar_t const*, variant_t>>{
+           {nullptr, L"v", w(L"v")},
+           {L"bool", nullptr, false},
+           {L"u16_t", L"65535", u16_t(65535)},
+           {L"double", L" 1.5e3", 1500.0},
+           {L"double", L"-inf", -HUGE_VAL},
+           {L"float", L"1e999", HUGE_VALF},
+           {L"double", L"1e-999", 0.0},
+           {L"dummy", L"x", variant_t()}}) {
+    ASSERT_TRUE(create_variant_from_string(out, type, text));
+    EXPECT_TRUE(same(expected, out)) << (type ? type : L"-");
   }
 }
