@@ -39,17 +39,6 @@ notype_ptr_t proxy_of(int size, wchar_t const* type = k_widget) {
   return p;
 }
 
-TEST(RegistryIds, SerializableBitAndTheLibrarysOwnTypes) {
-  EXPECT_TRUE(is_serializable(0x80000001u));
-  EXPECT_FALSE(is_serializable(1u));
-  unsigned const proxy = get_type_from_string(L"dasID_ql2::das_proxy_t");
-  EXPECT_TRUE(is_serializable(proxy));
-  EXPECT_NE(get_type_from_string(L"dasID_constDAS1_NAMESPACE::serializable_object_interface_t"),
-            DAS_UNREGISTERED_TYPE);
-  EXPECT_STREQ(get_name_from_id(proxy), L"dasID_ql2::das_proxy_t");
-  EXPECT_EQ(get_name_from_id(0x7FFFFFF0u), nullptr);
-}
-
 TEST(RegistryLifecycle, TwoRegistrantsShareOneTypeUntilBothLeave) {
   object_registering_info_t const first = register_type(L"dasID_q2test::shared_t", false);
   object_registering_info_t const second = register_type(L"dasID_q2test::shared_t", true);
