@@ -60,8 +60,7 @@ TEST(BagMerge, ValuesAreReplacedAndChildrenMergedRecursively) {
   EXPECT_EQ(destination.get<variant_t>(L"k")->get<s32_t>(), 11);
   EXPECT_TRUE(destination.has<variant_t>(L"keep"));
   variant_bag_t const* c = destination.get<variant_bag_t>(L"c");
-  EXPECT_TRUE(c->has<variant_t>(L"old"));
-  EXPECT_TRUE(c->has<variant_t>(L"new"));
+  EXPECT_TRUE(c->has<variant_t>(L"old") && c->has<variant_t>(L"new"));
   EXPECT_EQ(destination.get<variant_bag_t>(L"n")->get_parent(), &destination);
   // A bag with itself gives one value per name.
   merge(source, source);
@@ -73,8 +72,7 @@ TEST(BagSubtract, MatchesGoAndDifferencesAreReported) {
   a.add(L"x", variant_t(1));
   a.add_variant_bag(L"c", bag_of(L"y", 2));
   variant_bag_t result;
-  EXPECT_TRUE(subtract(a, a, result));
-  EXPECT_TRUE(result.is_empty());
+  EXPECT_TRUE(subtract(a, a, result) && result.is_empty());
   EXPECT_TRUE(subtract(a, a));
   EXPECT_TRUE(a.is_empty());
 
@@ -94,8 +92,7 @@ TEST(BagSubtract, MatchesGoAndDifferencesAreReported) {
   EXPECT_FALSE(subtract(destination, source));
   EXPECT_TRUE(destination.has<variant_t>(L"x"));
   EXPECT_FALSE(destination.has<variant_t>(L"y"));
-  EXPECT_FALSE(destination.get<variant_bag_t>(L"c")->has<variant_t>(L"p"));
-  EXPECT_TRUE(destination.get<variant_bag_t>(L"c")->has<variant_t>(L"q"));
+  EXPECT_TRUE(*destination.get<variant_bag_t>(L"c") == bag_of(L"q", 2));
   EXPECT_FALSE(destination.has<variant_bag_t>(L"whole"));
   // Hidden entries take no part.
   EXPECT_EQ(destination.get_variant(L"#tag_name", variant_t()), variant_t(L"mine"));
