@@ -50,8 +50,7 @@ TEST(AttributeFormDocument, ValuesAreTypedAttributesAndPrefixesDeclaredInTableOr
 
 TEST(AttributeFormDocument, TextEntriesHiddenEntriesAndRepeatedNames) {
   variant_bag_t bag;
-  variant_bag_t x = bag_of(L"", variant_t(5));
-  bag.add_variant_bag(L"x", x);
+  bag.add_variant_bag(L"x", bag_of(L"", 5));
   bag.add(L"", variant_t(L"a<b", false));
   bag.add(L"#file_name", variant_t(L"f", false));
   bag.add(L"v", variant_t(1));

@@ -51,8 +51,7 @@ class named_probe_t : public serializable_object_interface_t {
   }
   int load(variant_bag_t const& in) override {
     m_x = in.get_variant(L"x", variant_t(-1)).get<s32_t>();
-    variant_t const text = in.get_variant(L"text", variant_t(L"", false));
-    m_text = text.can_get<wchar_t const*>() ? text.get<wchar_t const*>() : L"?";
+    m_text = in.get_variant(L"text", variant_t(L"", false)).get<wchar_t const*>();
     return 1;
   }
   static int das_create_this_object(sptr_t<serializable_object_interface_t>& result) {

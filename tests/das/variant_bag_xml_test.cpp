@@ -40,7 +40,6 @@ TEST(BagXmlDocument, ValuesThenPointersThenBagsWithTypesAndBlobLines) {
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 13);
   bag.add(L"data", blob(bytes));
   bag.add(L"empty", blob(""));
-  bag.add(L"#file_name", variant_t(L"x", false));
   bag.add(L"narrow", variant_t("abc", false));
   bag.add_variant_bag(L"child", variant_bag_t()).add(L"id", variant_t(L"2", false));
   bag.add_variant_bag(L"none", variant_bag_t());

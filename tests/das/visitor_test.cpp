@@ -144,7 +144,7 @@ TEST(VisitorToXml, RootPathStepsNestAndPointersNeedNoDeclaration) {
   EXPECT_TRUE(visitor->on_start_pointer("boolean:p", "T", "U"));
   EXPECT_TRUE(visitor->on_variant("v", variant_t(L"1", false)));
   EXPECT_TRUE(visitor->on_end_pointer());
-  EXPECT_TRUE(visitor->on_variant("v", variant_t(L"first", false)));
+  EXPECT_TRUE(visitor->on_variant("v", variant_t(L"first", false)));  // keeps its place
   EXPECT_TRUE(visitor->on_variant("w", variant_t(true)));
   EXPECT_TRUE(visitor->on_variant("v", variant_t(L"last", false)));
   EXPECT_EQ(
