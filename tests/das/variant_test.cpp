@@ -18,7 +18,6 @@ TEST(VariantConstruction, TextIsCopiedUnlessByReferenceAndNullReadsAsEmpty) {
   buffer[0] = L'z';
   EXPECT_STREQ(copied.get<const wchar_t*>(), L"abc");
   EXPECT_EQ(referenced.get<const wchar_t*>(), buffer);
-  EXPECT_EQ(referenced.get_type(), vtWCharPtr);
   EXPECT_STREQ(variant_t(static_cast<char const*>(nullptr)).get<const char*>(), "");
   EXPECT_EQ(variant_t(static_cast<wchar_t const*>(nullptr)), variant_t(L""));
 }
@@ -106,12 +105,12 @@ TEST(VariantCompare, UnrelatedTypesOrderByTagLargestFirstTextAndBlobsByContent) 
 TEST(VariantThreads, CopiesOfOneValueLiveOnManyThreads) {
   constexpr int threads = 8;
   auto* source = new variant_t(L"a block shared between threads");
-  std::atomic<int> ready{0};
+  std::atomic<bool> go{false};
   std::atomic<int> mismatches{0};
   std::vector<std::thread> workers;
   for (int t = 0; t < threads; ++t) {
     workers.emplace_back([&, copy = *source]() mutable {
-      for (++ready; ready.load() <= threads;) std::this_thread::yield();
+      while (!go.load()) std::this_thread::yield();
       for (int i = 0; i < 2000; ++i) {
         variant_t local(copy);
         variant_t other;
@@ -121,8 +120,7 @@ TEST(VariantThreads, CopiesOfOneValueLiveOnManyThreads) {
       }
     });
   }
-  while (ready.load() < threads) std::this_thread::yield();
-  ++ready;
+  go = true;
   delete source;
   for (auto& w : workers) w.join();
   EXPECT_EQ(mismatches.load(), 0);

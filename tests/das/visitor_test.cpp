@@ -77,7 +77,6 @@ TEST(DumpVariantBag, ValuesAndPointersInBagOrderThenChildBagsUntilAFailure) {
             (log_t{"value a=6:1", "pointer p dasID_None ", "end pointer", "value b=w:text",
                    "pointer q " + k_probe + " " + k_probe, "value x=6:7", "end pointer", "start c",
                    "value x=11:1.5", "end", "start d", "end"}));
-  EXPECT_EQ(1, dump_variant_bag(bag, sptr_t<variant_bag_visitor_t>()));
   // False from the visitor, or an object that can't save, ends the walk.
   recorder = make();
   recorder->refuse_at = 8;
@@ -208,9 +207,7 @@ TEST(ReadXmlToVisitor, IllFormedXmlOrAThrowingVisitorFailAfterTheEventsSoFar) {
   auto recorder = make();
   EXPECT_EQ(k_failure, read_xml_to_visitor("<a x='1'><b y='2'></a>", recorder.get(), nullptr));
   EXPECT_EQ(recorder->log, (log_t{"start a", "value x=w:1", "start b", "value y=w:2"}));
-  EXPECT_EQ(k_failure, read_xml_to_visitor("", recorder.get(), nullptr));
   EXPECT_EQ(k_failure, read_xml_to_visitor(nullptr, recorder.get(), nullptr));
-  EXPECT_EQ(1, read_xml_to_visitor("<only/>", nullptr, nullptr));
   EXPECT_EQ(k_failure, read_xml_to_visitor("<only>", nullptr, nullptr));
   auto thrower = make<throwing_t>();
   EXPECT_EQ(k_failure, read_xml_to_visitor("<a x='1'><b/></a>", thrower.get(), nullptr));
