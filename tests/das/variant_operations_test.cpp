@@ -88,7 +88,6 @@ TEST_F(VariantMath, MultiplyAndDivide) {
   EXPECT_TRUE(same(u64(3), variant_div(variant_t(7u), variant_t(2))));
   EXPECT_TRUE(same(variant_t(3.5), variant_div(variant_t(7), variant_t(2.0))));
   EXPECT_EQ(HUGE_VAL, variant_div(variant_t(1.0), variant_t(0)).get<double>());
-  EXPECT_TRUE(std::isnan(variant_div(variant_t(0.0), variant_t(0.0)).get<double>()));
   EXPECT_TRUE(same(s64(s64_min), variant_div(s64(s64_min), s64(-1))));
   EXPECT_TRUE(taken().empty());
 
