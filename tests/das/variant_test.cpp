@@ -1,4 +1,4 @@
-// Variants: construction, blobs, shared blocks, access, cross-type comparison, hashing,
+// Variants: construction, blobs, shared blocks, access, cross-type comparison
 // and copies of one value on many threads.
 #include <atomic>
 #include <cstring>
