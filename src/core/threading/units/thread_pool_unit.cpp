@@ -1,9 +1,12 @@
 // thread_pool_unit_t: a queue and workers started on demand.
 #include <algorithm>
+#include <condition_variable>
 #include <string>
 
 #include <boost/weak_ptr.hpp>
 
+#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <quillon2/core/threading/stage.hpp>
@@ -36,6 +39,13 @@ struct start_gate_t {
 };
 
 }  // namespace
+
+// Where one idle worker sleeps. Held by shared_ptr, so that execute can wake the worker
+// after it has let go of the queue mutex.
+struct thread_pool_unit_t::idle_slot_t {
+  std::condition_variable condition;
+  bool woken = false;  // guarded by m_queue_mutex
+};
 
 unsigned int thread_pool_unit_t::MaxThreads = hardware_threads();
 
@@ -78,15 +88,19 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
                                               boost::shared_ptr<stage_t> stage) {
   if (!task || !stage) return seInvalidArgument;
   std::size_t pending = 0;
-  bool wake = false;
+  std::shared_ptr<idle_slot_t> wake;
   {
-    boost::lock_guard<boost::mutex> guard(m_queue_mutex);
+    std::lock_guard<std::mutex> guard(m_queue_mutex);
     pending = m_queue.size();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
-    // Busy workers take the job when they come back to the queue; only an idle one needs
-    // the wake-up (a system call).
-    wake = m_idle_workers > 0;
+    // Busy workers take the job when they come back to the queue; only an idle one that
+    // nobody has woken yet needs the wake-up (a system call).
+    if (!m_idle.empty()) {
+      wake = std::move(m_idle.back());
+      m_idle.pop_back();
+      wake->woken = true;
+    }
   }
   {
     spin_guard_t guard(m_lock);
@@ -110,7 +124,7 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
       ++m_threads;
     }
   }
-  if (wake) m_queue_condition.notify_one();
+  if (wake) wake->condition.notify_one();
   return seOk;
 }
 
@@ -131,6 +145,8 @@ void thread_pool_unit_t::terminate() {
       worker->interrupt();
     }
   }
+  // Idle workers do not sleep at an interruption point: they are woken to see it.
+  wake_idle_workers();
   // The workers are joined before the count goes back: meanwhile execute still sees them
   // and starts no others beyond the limit.
   for (auto& worker : workers) {
@@ -144,6 +160,30 @@ void thread_pool_unit_t::terminate() {
     m_threads = 0;
   }
   internal::hand_over_thread(std::move(self));
+}
+
+void thread_pool_unit_t::wake_idle_workers() {
+  std::vector<std::shared_ptr<idle_slot_t>> idle;
+  {
+    std::lock_guard<std::mutex> guard(m_queue_mutex);
+    idle.swap(m_idle);
+    for (auto const& slot : idle) slot->woken = true;
+  }
+  for (auto const& slot : idle) slot->condition.notify_one();
+}
+
+void thread_pool_unit_t::wait_for_job(std::unique_lock<std::mutex>& lock,
+                                      std::shared_ptr<idle_slot_t> const& slot) {
+  while (m_queue.empty()) {
+    // Checked with the queue locked: terminate interrupts first and then wakes every
+    // worker registered as idle, so a worker either sees the request here or is woken.
+    boost::this_thread::interruption_point();
+    slot->woken = false;
+    m_idle.push_back(slot);
+    slot->condition.wait(lock, [&slot] { return slot->woken; });
+    // Whoever woke the worker took it off the idle list.
+    boost::this_thread::interruption_point();
+  }
 }
 
 void thread_pool_unit_t::worker_thread() {
@@ -160,21 +200,17 @@ void thread_pool_unit_t::worker_thread() {
 bool thread_pool_unit_t::process_jobs_queue() {
   std::string name;
   boost::weak_ptr<unit_t> const weak_self = weak_from_this();
+  auto const slot = std::make_shared<idle_slot_t>();
   for (;;) {
     boost::this_thread::interruption_point();
     job_t job;
     {
-      boost::unique_lock<boost::mutex> lock(m_queue_mutex);
+      std::unique_lock<std::mutex> lock(m_queue_mutex);
       if (m_queue.empty()) {
         lock.unlock();
         set_thread_name("Sh(TP): pending", false);
         lock.lock();
-        struct idle_t {
-          std::size_t& count;
-          explicit idle_t(std::size_t& n) : count(n) { ++count; }
-          ~idle_t() { --count; }  // with the queue locked, also when interrupted
-        } const idle(m_idle_workers);
-        while (m_queue.empty()) m_queue_condition.wait(lock);  // an interruption point
+        wait_for_job(lock, slot);
       }
       job = std::move(m_queue.front());
       m_queue.pop_front();

@@ -2,7 +2,8 @@
 // at most one per execute, up to the unit's limit, and are kept until terminate.
 //
 // A job is added a worker when no idle worker is left for the jobs that were already
-// there (pending + active >= started). The chain that stage_completed sets off (the
+// there (pending + active >= started). An idle worker is woken only when a job finds no
+// other worker awake. The chain that stage_completed sets off (the
 // task's next stage, its completion) runs on the worker, which still counts as active
 // meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
 // runs a job, and "Sh(TP): pending" while it waits.
@@ -16,13 +17,13 @@
 
 #include <cstddef>
 #include <deque>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
-#include <boost/thread/condition_variable.hpp>
-#include <boost/thread/mutex.hpp>
 
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/core/threading/unit.hpp>
@@ -72,7 +73,14 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   void execute_job(job_t const& job);
 
  private:
+  struct idle_slot_t;
+
   void run_job(job_t const& job, std::string& name);
+  // Waits, with `lock` held on entry and on return, until a job is queued; throws
+  // boost::thread_interrupted once the worker was interrupted.
+  void wait_for_job(std::unique_lock<std::mutex>& lock, std::shared_ptr<idle_slot_t> const& slot);
+  // Wakes every idle worker, so that interrupted ones see it.
+  void wake_idle_workers();
 
   _internal::unit_observers_t m_observers;
   unsigned int const m_thread_limit;
@@ -80,10 +88,12 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   std::vector<boost::shared_ptr<boost::thread>> m_workers;
   unsigned int m_active_threads = 0;
   unsigned int m_threads = 0;
-  boost::mutex m_queue_mutex;
+  std::mutex m_queue_mutex;
   std::deque<job_t> m_queue;
-  std::size_t m_idle_workers = 0;  // waiting on the condition; guarded by m_queue_mutex
-  boost::condition_variable m_queue_condition;
+  // The idle workers, the one that went idle last at the back. execute takes one off and
+  // wakes it: a worker already woken is not woken again, and a job that finds no idle
+  // worker waits for a busy one to come back to the queue. Guarded by m_queue_mutex.
+  std::vector<std::shared_ptr<idle_slot_t>> m_idle;
 };
 
 }  // namespace quillon2::threading
