@@ -2,10 +2,10 @@
 // at most one per execute, up to the unit's limit, and are kept until terminate.
 //
 // A job is added a worker when no idle worker is left for the jobs that were already
-// there (pending + active >= started). An idle worker is woken only when a job finds no
-// other worker awake. The chain that stage_completed sets off (the
-// task's next stage, its completion) runs on the worker, which still counts as active
-// meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
+// there (pending + active >= started). A job wakes one idle worker that no other job has
+// woken yet; busy workers come back to the queue by themselves. The chain that
+// stage_completed sets off (the task's next stage, its completion) runs on the worker,
+// which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
 // runs a job, and "Sh(TP): pending" while it waits.
 //
 // A stage that throws is logged at ERROR, reported to the observers (task_exception),
