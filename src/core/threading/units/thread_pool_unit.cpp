@@ -94,13 +94,10 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
     pending = m_queue.size();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
-    // Busy workers take the job when they come back to the queue; only an idle one that
-    // nobody has woken yet needs the wake-up (a system call).
-    if (!m_idle.empty()) {
-      wake = std::move(m_idle.back());
-      m_idle.pop_back();
-      wake->woken = true;
-    }
+    // Busy workers take the job when they come back to the queue. An idle one is woken
+    // (a system call) unless one is on its way already: that one takes this job or, if
+    // it finds more, wakes the next.
+    wake = claim_idle_worker();
   }
   {
     spin_guard_t guard(m_lock);
@@ -162,12 +159,22 @@ void thread_pool_unit_t::terminate() {
   internal::hand_over_thread(std::move(self));
 }
 
+std::shared_ptr<thread_pool_unit_t::idle_slot_t> thread_pool_unit_t::claim_idle_worker() {
+  if (m_waking || m_idle.empty()) return {};
+  std::shared_ptr<idle_slot_t> slot = std::move(m_idle.back());
+  m_idle.pop_back();
+  slot->woken = true;
+  m_waking = true;
+  return slot;
+}
+
 void thread_pool_unit_t::wake_idle_workers() {
   std::vector<std::shared_ptr<idle_slot_t>> idle;
   {
     std::lock_guard<std::mutex> guard(m_queue_mutex);
     idle.swap(m_idle);
     for (auto const& slot : idle) slot->woken = true;
+    m_waking = false;
   }
   for (auto const& slot : idle) slot->condition.notify_one();
 }
@@ -181,7 +188,8 @@ void thread_pool_unit_t::wait_for_job(std::unique_lock<std::mutex>& lock,
     slot->woken = false;
     m_idle.push_back(slot);
     slot->condition.wait(lock, [&slot] { return slot->woken; });
-    // Whoever woke the worker took it off the idle list.
+    // Whoever woke the worker took it off the idle list; the next job may wake another.
+    m_waking = false;
     boost::this_thread::interruption_point();
   }
 }
@@ -204,6 +212,7 @@ bool thread_pool_unit_t::process_jobs_queue() {
   for (;;) {
     boost::this_thread::interruption_point();
     job_t job;
+    std::shared_ptr<idle_slot_t> next;
     {
       std::unique_lock<std::mutex> lock(m_queue_mutex);
       if (m_queue.empty()) {
@@ -214,10 +223,17 @@ bool thread_pool_unit_t::process_jobs_queue() {
       }
       job = std::move(m_queue.front());
       m_queue.pop_front();
+      // Jobs queued while this worker was on its way woke nobody: the next idle worker
+      // is woken for them here.
+      if (!m_queue.empty()) next = claim_idle_worker();
       // Counted before the queue is released: an execute that no longer sees the job
       // in the queue sees this worker busy.
       spin_guard_t guard(m_lock);
       ++m_active_threads;
+    }
+    if (next) {
+      next->condition.notify_one();
+      next.reset();
     }
     // The job keeps the unit alive: an owner released inside it lets the unit go only
     // below, once the job is over.

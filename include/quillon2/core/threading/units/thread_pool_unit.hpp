@@ -2,8 +2,9 @@
 // at most one per execute, up to the unit's limit, and are kept until terminate.
 //
 // A job is added a worker when no idle worker is left for the jobs that were already
-// there (pending + active >= started). A job wakes one idle worker that no other job has
-// woken yet; busy workers come back to the queue by themselves. The chain that
+// there (pending + active >= started). A job wakes an idle worker unless one is on its
+// way already; a woken worker that finds more jobs than its own wakes the next, and busy
+// workers come back to the queue by themselves. The chain that
 // stage_completed sets off (the task's next stage, its completion) runs on the worker,
 // which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
 // runs a job, and "Sh(TP): pending" while it waits.
@@ -79,6 +80,10 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   // Waits, with `lock` held on entry and on return, until a job is queued; throws
   // boost::thread_interrupted once the worker was interrupted.
   void wait_for_job(std::unique_lock<std::mutex>& lock, std::shared_ptr<idle_slot_t> const& slot);
+  // Takes the idle worker to wake for a queued job off the list, unless one is on its way
+  // already; null when there is none to wake. Callers hold m_queue_mutex and notify it
+  // after releasing the mutex.
+  std::shared_ptr<idle_slot_t> claim_idle_worker();
   // Wakes every idle worker, so that interrupted ones see it.
   void wake_idle_workers();
 
@@ -90,10 +95,10 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   unsigned int m_threads = 0;
   std::mutex m_queue_mutex;
   std::deque<job_t> m_queue;
-  // The idle workers, the one that went idle last at the back. execute takes one off and
-  // wakes it: a worker already woken is not woken again, and a job that finds no idle
-  // worker waits for a busy one to come back to the queue. Guarded by m_queue_mutex.
+  // The idle workers, the one that went idle last at the back; a worker is taken off
+  // when it is woken. Guarded by m_queue_mutex, like the flag below.
   std::vector<std::shared_ptr<idle_slot_t>> m_idle;
+  bool m_waking = false;  // a woken worker has not come back to the queue yet
 };
 
 }  // namespace quillon2::threading
