@@ -35,6 +35,9 @@ std::wstring display_name(boost::shared_ptr<task_t> const& task) {
 
 using lock_t = std::lock_guard<spin_lock_t>;
 
+// How many entries of completed tasks the tables keep for reuse.
+constexpr std::size_t max_spare_entries = 256;
+
 // The schedulers whose stage completion runs on this thread, innermost last.
 thread_local std::vector<void const*> t_inside;
 
@@ -165,10 +168,19 @@ scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> task,
              L"\tthe task is not added because the group is canceling.");
       return seGroupCanceling;
     }
-    auto inserted = m_tasks.emplace(task, task_entry_t{group, false});
-    if (!inserted.second) {
+    if (m_tasks.count(task) != 0) {
       Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
       return seAlreadyExists;
+    }
+    if (m_spare_entries.empty()) {
+      m_tasks.emplace(task, task_entry_t{group, false});
+    } else {
+      task_table::node_type entry = std::move(m_spare_entries.back());
+      m_spare_entries.pop_back();
+      entry.key() = task;
+      entry.mapped().group.assign(group);
+      entry.mapped().finalizing = false;
+      m_tasks.insert(std::move(entry));
     }
   }
   {
@@ -274,6 +286,7 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::handle_task_complete. task:" << display_name(task));
   follower_list followers;
+  task_ptr entry_key;  // let go of after the lock
   {
     lock_t guard(m_tasks_lock);
     auto found = m_tasks.find(task);
@@ -282,7 +295,12 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
       for (auto& entry : m_canceling_groups) {
         if (entry.running != 0 && matches(entry.group, found->second.group)) --entry.running;
       }
-      m_tasks.erase(found);
+      task_table::node_type entry = m_tasks.extract(found);
+      entry_key.swap(entry.key());
+      if (m_spare_entries.size() < max_spare_entries) {
+        if (m_spare_entries.capacity() == 0) m_spare_entries.reserve(max_spare_entries);
+        m_spare_entries.push_back(std::move(entry));
+      }
     }
     auto waiting = m_sequential_tasks.find(task);
     if (waiting != m_sequential_tasks.end()) {

@@ -142,7 +142,11 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   std::unordered_map<std::wstring, boost::shared_ptr<unit_t>> m_units;
 
   mutable spin_lock_t m_tasks_lock;
-  std::unordered_map<task_ptr, task_entry_t, task_hash_t> m_tasks;
+  using task_table = std::unordered_map<task_ptr, task_entry_t, task_hash_t>;
+  task_table m_tasks;
+  // Entries of completed tasks, kept for the next tasks (with their group's storage), so
+  // that a task's way through the tables allocates nothing once the scheduler runs.
+  std::vector<task_table::node_type> m_spare_entries;
   std::unordered_map<task_ptr, follower_list, task_hash_t> m_sequential_tasks;
   std::unordered_map<task_ptr, std::size_t, task_hash_t> m_waiting_tasks;  // task -> entries
   std::list<canceling_group_t> m_canceling_groups;

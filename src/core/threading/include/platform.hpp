@@ -13,6 +13,9 @@ void cpu_relax() noexcept;
 void yield_thread() noexcept;
 // Sleeps; not an interruption point.
 void sleep_microseconds(unsigned microseconds) noexcept;
+// Lets the calling thread's timed waits end at their deadline instead of up to the
+// system's default slack (50 microseconds on Linux) after it.
+void use_exact_timeouts() noexcept;
 // Shows `name` for the calling thread in the system's thread listing, as far as the
 // system allows (on Linux the first 15 bytes).
 void publish_thread_name(char const* name) noexcept;

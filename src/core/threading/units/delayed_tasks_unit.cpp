@@ -121,6 +121,8 @@ scheduler_error_t delayed_tasks_unit_t::execute(boost::shared_ptr<task_t> task,
 void delayed_tasks_unit_t::timer_thread() {
   internal::serving_unit_scope_t const serving(this);
   boost::weak_ptr<unit_t> const weak_self = weak_from_this();
+  // A wait ends at its due time: the timed waits of this thread take no slack.
+  internal::use_exact_timeouts();
   m_observers.notify([](scheduler_status_callback_t& c) { c.thread_started(); });
   try {
     _internal::signal_t<boost::shared_ptr<task_t>> completed;

@@ -1,9 +1,12 @@
 // thread_pool_unit_t: a queue and workers started on demand.
 #include <algorithm>
+#include <condition_variable>
 #include <string>
 
 #include <boost/weak_ptr.hpp>
 
+#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
 
 #include <quillon2/core/threading/stage.hpp>
@@ -36,6 +39,13 @@ struct start_gate_t {
 };
 
 }  // namespace
+
+// Where one idle worker sleeps. Held by shared_ptr, so that execute can wake the worker
+// after it has let go of the queue mutex.
+struct thread_pool_unit_t::idle_slot_t {
+  std::condition_variable condition;
+  bool woken = false;  // guarded by m_queue_mutex
+};
 
 unsigned int thread_pool_unit_t::MaxThreads = hardware_threads();
 
@@ -78,15 +88,16 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
                                               boost::shared_ptr<stage_t> stage) {
   if (!task || !stage) return seInvalidArgument;
   std::size_t pending = 0;
-  bool wake = false;
+  std::shared_ptr<idle_slot_t> wake;
   {
-    boost::lock_guard<boost::mutex> guard(m_queue_mutex);
+    std::lock_guard<std::mutex> guard(m_queue_mutex);
     pending = m_queue.size();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
-    // Busy workers take the job when they come back to the queue; only an idle one needs
-    // the wake-up (a system call).
-    wake = m_idle_workers > 0;
+    // Busy workers take the job when they come back to the queue. An idle one is woken
+    // (a system call) unless one is on its way already: that one takes this job or, if
+    // it finds more, wakes the next.
+    wake = claim_idle_worker();
   }
   {
     spin_guard_t guard(m_lock);
@@ -110,7 +121,7 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
       ++m_threads;
     }
   }
-  if (wake) m_queue_condition.notify_one();
+  if (wake) wake->condition.notify_one();
   return seOk;
 }
 
@@ -131,6 +142,8 @@ void thread_pool_unit_t::terminate() {
       worker->interrupt();
     }
   }
+  // Idle workers do not sleep at an interruption point: they are woken to see it.
+  wake_idle_workers();
   // The workers are joined before the count goes back: meanwhile execute still sees them
   // and starts no others beyond the limit.
   for (auto& worker : workers) {
@@ -144,6 +157,41 @@ void thread_pool_unit_t::terminate() {
     m_threads = 0;
   }
   internal::hand_over_thread(std::move(self));
+}
+
+std::shared_ptr<thread_pool_unit_t::idle_slot_t> thread_pool_unit_t::claim_idle_worker() {
+  if (m_waking || m_idle.empty()) return {};
+  std::shared_ptr<idle_slot_t> slot = std::move(m_idle.back());
+  m_idle.pop_back();
+  slot->woken = true;
+  m_waking = true;
+  return slot;
+}
+
+void thread_pool_unit_t::wake_idle_workers() {
+  std::vector<std::shared_ptr<idle_slot_t>> idle;
+  {
+    std::lock_guard<std::mutex> guard(m_queue_mutex);
+    idle.swap(m_idle);
+    for (auto const& slot : idle) slot->woken = true;
+    m_waking = false;
+  }
+  for (auto const& slot : idle) slot->condition.notify_one();
+}
+
+void thread_pool_unit_t::wait_for_job(std::unique_lock<std::mutex>& lock,
+                                      std::shared_ptr<idle_slot_t> const& slot) {
+  while (m_queue.empty()) {
+    // Checked with the queue locked: terminate interrupts first and then wakes every
+    // worker registered as idle, so a worker either sees the request here or is woken.
+    boost::this_thread::interruption_point();
+    slot->woken = false;
+    m_idle.push_back(slot);
+    slot->condition.wait(lock, [&slot] { return slot->woken; });
+    // Whoever woke the worker took it off the idle list; the next job may wake another.
+    m_waking = false;
+    boost::this_thread::interruption_point();
+  }
 }
 
 void thread_pool_unit_t::worker_thread() {
@@ -160,28 +208,32 @@ void thread_pool_unit_t::worker_thread() {
 bool thread_pool_unit_t::process_jobs_queue() {
   std::string name;
   boost::weak_ptr<unit_t> const weak_self = weak_from_this();
+  auto const slot = std::make_shared<idle_slot_t>();
   for (;;) {
     boost::this_thread::interruption_point();
     job_t job;
+    std::shared_ptr<idle_slot_t> next;
     {
-      boost::unique_lock<boost::mutex> lock(m_queue_mutex);
+      std::unique_lock<std::mutex> lock(m_queue_mutex);
       if (m_queue.empty()) {
         lock.unlock();
         set_thread_name("Sh(TP): pending", false);
         lock.lock();
-        struct idle_t {
-          std::size_t& count;
-          explicit idle_t(std::size_t& n) : count(n) { ++count; }
-          ~idle_t() { --count; }  // with the queue locked, also when interrupted
-        } const idle(m_idle_workers);
-        while (m_queue.empty()) m_queue_condition.wait(lock);  // an interruption point
+        wait_for_job(lock, slot);
       }
       job = std::move(m_queue.front());
       m_queue.pop_front();
+      // Jobs queued while this worker was on its way woke nobody: the next idle worker
+      // is woken for them here.
+      if (!m_queue.empty()) next = claim_idle_worker();
       // Counted before the queue is released: an execute that no longer sees the job
       // in the queue sees this worker busy.
       spin_guard_t guard(m_lock);
       ++m_active_threads;
+    }
+    if (next) {
+      next->condition.notify_one();
+      next.reset();
     }
     // The job keeps the unit alive: an owner released inside it lets the unit go only
     // below, once the job is over.

@@ -2,9 +2,11 @@
 // at most one per execute, up to the unit's limit, and are kept until terminate.
 //
 // A job is added a worker when no idle worker is left for the jobs that were already
-// there (pending + active >= started). The chain that stage_completed sets off (the
-// task's next stage, its completion) runs on the worker, which still counts as active
-// meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
+// there (pending + active >= started). A job wakes an idle worker unless one is on its
+// way already; a woken worker that finds more jobs than its own wakes the next, and busy
+// workers come back to the queue by themselves. The chain that
+// stage_completed sets off (the task's next stage, its completion) runs on the worker,
+// which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
 // runs a job, and "Sh(TP): pending" while it waits.
 //
 // A stage that throws is logged at ERROR, reported to the observers (task_exception),
@@ -16,13 +18,13 @@
 
 #include <cstddef>
 #include <deque>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
-#include <boost/thread/condition_variable.hpp>
-#include <boost/thread/mutex.hpp>
 
 #include <quillon2/core/threading/spin_lock.hpp>
 #include <quillon2/core/threading/unit.hpp>
@@ -72,7 +74,18 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   void execute_job(job_t const& job);
 
  private:
+  struct idle_slot_t;
+
   void run_job(job_t const& job, std::string& name);
+  // Waits, with `lock` held on entry and on return, until a job is queued; throws
+  // boost::thread_interrupted once the worker was interrupted.
+  void wait_for_job(std::unique_lock<std::mutex>& lock, std::shared_ptr<idle_slot_t> const& slot);
+  // Takes the idle worker to wake for a queued job off the list, unless one is on its way
+  // already; null when there is none to wake. Callers hold m_queue_mutex and notify it
+  // after releasing the mutex.
+  std::shared_ptr<idle_slot_t> claim_idle_worker();
+  // Wakes every idle worker, so that interrupted ones see it.
+  void wake_idle_workers();
 
   _internal::unit_observers_t m_observers;
   unsigned int const m_thread_limit;
@@ -80,10 +93,12 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   std::vector<boost::shared_ptr<boost::thread>> m_workers;
   unsigned int m_active_threads = 0;
   unsigned int m_threads = 0;
-  boost::mutex m_queue_mutex;
+  std::mutex m_queue_mutex;
   std::deque<job_t> m_queue;
-  std::size_t m_idle_workers = 0;  // waiting on the condition; guarded by m_queue_mutex
-  boost::condition_variable m_queue_condition;
+  // The idle workers, the one that went idle last at the back; a worker is taken off
+  // when it is woken. Guarded by m_queue_mutex, like the flag below.
+  std::vector<std::shared_ptr<idle_slot_t>> m_idle;
+  bool m_waking = false;  // a woken worker has not come back to the queue yet
 };
 
 }  // namespace quillon2::threading
