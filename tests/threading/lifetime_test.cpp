@@ -1,8 +1,6 @@
 // Lifetimes and locks across threads: owners that let go inside jobs, observers that
 // call back while other threads change the scheduler, units stopped under their jobs.
 #include <climits>
-#include <functional>
-#include <memory>
 #include <thread>
 
 #include <boost/thread/thread.hpp>
@@ -10,37 +8,27 @@
 #include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
 #include <quillon2/core/threading/units/thread_pool_unit.hpp>
 
-#include "scheduler_fixture.hpp"
+#include "threading_support.hpp"
 
-namespace q2sched {
+namespace q2thr {
 namespace {
 
-// Runs `action` on a thread of its own; false when it has not returned within the
-// patience of these tests (it is then left behind: the test has failed).
-bool returns(std::function<void()> action) {
-  auto done = std::make_shared<latch_t>();
-  std::thread runner([action, done] {
-    action();
-    done->open();
-  });
-  if (done->wait()) {
-    runner.join();
-    return true;
+// Blocks in the first notification it gets until the test lets it go.
+struct blocking_t : scheduler_status_callback_t {
+  void thread_started() override { block(); }
+  void task_completed(task_ptr) override { block(); }
+  void block() {
+    if (blocked.exchange(true)) return;
+    inside.open();
+    while (!go_on.wait()) {
+    }  // opened by the test in any case
   }
-  runner.detach();
-  return false;
-}
-
-// Counts the unit threads it is told about, and opens a latch when one has finished.
-struct thread_counter_t : scheduler_status_callback_t {
-  void thread_started() override { ++started; }
-  void thread_finished() override { finished.open(); }
-  std::atomic<int> started{0};
-  latch_t finished;
+  std::atomic<bool> blocked{false};
+  latch_t inside, go_on;
 };
 
-// Calls a function when `completed` comes; holds nothing of the batch.
-struct on_completed_t : quillon2::_internal::subscriber_base_t {
+// Opens a latch when `completed` comes; holds nothing of the batch.
+struct on_completed_t : subscriber_base_t {
   ~on_completed_t() override { disconnect_all_signals(); }
   void run() { arrived.open(); }
   latch_t arrived;
@@ -59,9 +47,11 @@ TEST(scheduler_slot, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
   }));
   set_scheduler(scheduler);
   ASSERT_EQ(seOk, scheduler->add_task(task, L""));
+  boost::weak_ptr<scheduler_t> const watch(scheduler);
   scheduler.reset();
   ASSERT_TRUE(entered.wait());
   EXPECT_TRUE(returns([] { set_scheduler(nullptr); }));
+  EXPECT_TRUE(watch.expired());
 }
 
 TEST(scheduler_teardown, LastOwnerLettingGoWhileItsQueueIsDrainedEndsTheTaskThere) {
@@ -80,59 +70,36 @@ TEST(scheduler_teardown, LastOwnerLettingGoWhileItsQueueIsDrainedEndsTheTaskTher
   EXPECT_FALSE(queue->has_tasks());
 }
 
-TEST_F(scheduler_test, UnitsGetExactlyTheObserversOfTheClient) {
+TEST_F(scheduler_test, UnitsGetTheClientsObserversAndMayReachTheSchedulerMeanwhile) {
   struct spy_unit_t : queue_unit_t {
     void set_status_callbacks(status_callbacks_t const& callbacks) override {
-      seen = callbacks;
-      queue_unit_t::set_status_callbacks(callbacks);
-    }
-    status_callbacks_t seen;
-  };
-  auto spy = boost::make_shared<spy_unit_t>();
-  ASSERT_EQ(seOk, scheduler->add_unit(L"spy", spy));
-  EXPECT_EQ(status_callbacks_t{recorder}, spy->seen);
-  ASSERT_EQ(seOk, scheduler->remove_status_callback(recorder));
-  EXPECT_TRUE(spy->seen.empty());
-}
-
-TEST_F(scheduler_test, AUnitMayReachTheSchedulerWhileItTakesItsObservers) {
-  struct reaching_unit_t : queue_unit_t {
-    void set_status_callbacks(status_callbacks_t const& callbacks) override {
-      queue_unit_t::set_status_callbacks(callbacks);
+      queue_unit_t::set_status_callbacks(seen = callbacks);
       if (++calls == 2) added = owner->add_unit(L"extra", boost::make_shared<queue_unit_t>());
     }
+    status_callbacks_t seen;
     scheduler_t* owner = nullptr;
     int calls = 0;
     scheduler_error_t added = seNotFound;
   };
-  auto unit = boost::make_shared<reaching_unit_t>();
-  unit->owner = scheduler.get();
-  ASSERT_EQ(seOk, scheduler->add_unit(L"reaching", unit));
-  EXPECT_TRUE(returns([&] {
-    scheduler->add_status_callback(boost::make_shared<scheduler_status_callback_t>());
-  }));
-  EXPECT_EQ(seOk, unit->added);
+  auto spy = boost::make_shared<spy_unit_t>();
+  spy->owner = scheduler.get();
+  ASSERT_EQ(seOk, scheduler->add_unit(L"spy", spy));
+  EXPECT_EQ(status_callbacks_t{recorder}, spy->seen);
+  auto other = boost::make_shared<scheduler_status_callback_t>();
+  EXPECT_TRUE(returns([&] { scheduler->add_status_callback(other); }));
+  EXPECT_EQ(seOk, spy->added);
+  ASSERT_EQ(seOk, scheduler->remove_status_callback(recorder));
+  EXPECT_EQ(status_callbacks_t{other}, spy->seen);
 }
 
 TEST_F(scheduler_test, ObserversAreCalledWithoutTheSchedulersLock) {
-  struct blocking_t : scheduler_status_callback_t {
-    void task_completed(task_ptr) override {
-      if (blocked.exchange(true)) return;
-      inside.open();
-      while (!go_on.wait()) {
-      }  // opened by the test in any case
-    }
-    std::atomic<bool> blocked{false};
-    latch_t inside, go_on;
-  };
   auto blocking = boost::make_shared<blocking_t>();
   ASSERT_EQ(seOk, scheduler->add_status_callback(blocking));
   queued(L"");
   std::thread drain([&] { run_main(); });
   ASSERT_TRUE(blocking->inside.wait());
-  EXPECT_TRUE(returns([&] {
-    scheduler->add_status_callback(boost::make_shared<scheduler_status_callback_t>());
-  }));
+  EXPECT_TRUE(returns(
+      [&] { scheduler->add_status_callback(boost::make_shared<scheduler_status_callback_t>()); }));
   blocking->go_on.open();
   drain.join();
 }
@@ -157,14 +124,6 @@ TEST_F(scheduler_test, BatchWhoseClientLetsGoAfterExecuteStillCompletes) {
 }
 
 TEST(unit_lifetime, ObserversOfAUnitAreCalledWithoutItsLock) {
-  struct blocking_t : scheduler_status_callback_t {
-    void thread_started() override {
-      inside.open();
-      while (!go_on.wait()) {
-      }  // opened by the test in any case
-    }
-    latch_t inside, go_on;
-  };
   works_t works;
   auto pool = boost::make_shared<thread_pool_unit_t>(1u);
   auto blocking = boost::make_shared<blocking_t>();
@@ -180,8 +139,8 @@ TEST(unit_lifetime, APoolBeingTerminatedStartsNoWorkerBeyondItsLimit) {
   works_t works;
   latch_t entered;
   auto pool = boost::make_shared<thread_pool_unit_t>(1u);
-  auto counter = boost::make_shared<thread_counter_t>();
-  pool->set_status_callbacks(status_callbacks_t{counter});
+  auto recorder = boost::make_shared<recorder_t>();
+  pool->set_status_callbacks(status_callbacks_t{recorder});
   stage_ptr const later = works.stage(L"pool");
   // Interrupted by terminate, the stage hands the pool a job while its worker is joined.
   stage_ptr const first = works.stage(L"pool", [&](task_ptr const&) {
@@ -197,25 +156,25 @@ TEST(unit_lifetime, APoolBeingTerminatedStartsNoWorkerBeyondItsLimit) {
   ASSERT_TRUE(entered.wait());
   pool->terminate();
   pool.reset();  // joins whatever worker was started meanwhile
-  EXPECT_EQ(1, counter->started.load());
+  EXPECT_EQ(1u, recorder->count('s'));
 }
 
 TEST(unit_lifetime, ADelayUnitReleasedForGoodOnItsTimerThreadEndsThatThread) {
-  struct dropper_t : quillon2::_internal::subscriber_base_t {
+  struct dropper_t : subscriber_base_t {
     ~dropper_t() override { disconnect_all_signals(); }
     void drop(task_ptr) { held.reset(); }
     boost::shared_ptr<delayed_tasks_unit_t> held;
   };
   auto unit = boost::make_shared<delayed_tasks_unit_t>();
-  auto counter = boost::make_shared<thread_counter_t>();
-  unit->set_status_callbacks(status_callbacks_t{counter});
+  auto recorder = boost::make_shared<recorder_t>();
+  unit->set_status_callbacks(status_callbacks_t{recorder});
   unit->on_registered();
   dropper_t dropper;
   dropper.held = unit;
   unit->stage_completed.connect(&dropper, &dropper_t::drop);
   ASSERT_EQ(seOk, unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, 1)));
   unit.reset();
-  EXPECT_TRUE(counter->finished.wait());
+  EXPECT_TRUE(recorder->wait('f'));
 }
 
 TEST(unit_lifetime, TheDelayClockReachesTheLongestDelayAStageHolds) {
@@ -224,9 +183,10 @@ TEST(unit_lifetime, TheDelayClockReachesTheLongestDelayAStageHolds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(2));
   auto unit = boost::make_shared<delayed_tasks_unit_t>();
   unit->on_registered();
-  EXPECT_EQ(seOk, unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, INT_MAX)));
+  EXPECT_EQ(seOk,
+            unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, INT_MAX)));
   unit->terminate();
 }
 
 }  // namespace
-}  // namespace q2sched
+}  // namespace q2thr

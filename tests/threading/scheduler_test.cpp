@@ -1,17 +1,16 @@
 // The scheduler core through its public interface: the road of a task, sequences,
 // groups and their cancellation, waiting, observers and teardown.
 #include <algorithm>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <quillon2/core/assert.hpp>
 
-#include "scheduler_fixture.hpp"
 #include "support/assert_recorder.hpp"
+#include "threading_support.hpp"
 
-namespace q2sched {
+namespace q2thr {
 namespace {
 
 TEST_F(scheduler_test, TaskRoadThroughServiceEndsOnTheWorkerThatRanTheLastStage) {
@@ -33,7 +32,7 @@ TEST_F(scheduler_test, TaskRoadThroughServiceEndsOnTheWorkerThatRanTheLastStage)
   ASSERT_TRUE(recorder->wait(task));
   EXPECT_EQ("12f", order);
   EXPECT_EQ("ac", recorder->of(task));
-  EXPECT_EQ(last_stage, recorder->events().back().thread);
+  EXPECT_EQ(last_stage, recorder->events('c').at(0).thread);
   EXPECT_FALSE(scheduler->is_known_task(task));
 }
 
@@ -93,11 +92,7 @@ TEST_F(scheduler_test, StageRulesUnknownUnitsRefusalsAndFinalization) {
   refused->push_finalization_stage(works.stage(unit_main, note('f')));
   ASSERT_EQ(seOk, scheduler->add_task(refused, L""));
   EXPECT_EQ("ra", recorder->of(refused));
-  for (auto const& e : recorder->events()) {
-    if (e.kind == 'r') {
-      EXPECT_EQ(seQueueFull, e.error);
-    }
-  }
+  EXPECT_EQ(seQueueFull, recorder->events('r').at(0).error);
 
   auto delayed = make_task();  // a delay is no start either
   delayed->push_stage(boost::make_shared<stage_t>(unit_delay_tasks, 1));
@@ -175,12 +170,12 @@ TEST_F(scheduler_test, CancelingAGroupCancelsEverythingAtOrBelowIt) {
   run_main();
   EXPECT_EQ("--oO", ran);
   EXPECT_EQ(1, recorder->canceled(L"a"));
-  auto const events = recorder->events();  // the end is told after the last task's end
-  auto const ended =
-      std::find_if(events.begin(), events.end(), [](event_t const& e) { return e.kind == 'g'; });
-  ASSERT_NE(events.begin(), ended);
-  ASSERT_NE(events.end(), ended);
-  EXPECT_EQ(ab, std::prev(ended)->task);
+  std::string told;  // the end is told after the last task's end
+  for (auto const& e : recorder->events()) {
+    if (e.kind == 'c') told += e.task == a ? 'a' : e.task == ab ? 'b' : 'o';
+    if (e.kind == 'g') told += 'g';
+  }
+  EXPECT_EQ("abgo", told);
   EXPECT_EQ(seOk, scheduler->add_task(make_task(), L"a/b"));
 }
 
@@ -220,7 +215,7 @@ TEST_F(scheduler_test, CanceledTaskStopsAtTheNextStageBoundaryAndFinalizes) {
   waiting->push_stage(works.stage(unit_main, [&](task_ptr const&) { ran += 'X'; }));
   ASSERT_EQ(seOk, scheduler->add_task(waiting, L"slow"));
   ASSERT_EQ(seOk, scheduler->cancel(L"slow"));
-  ASSERT_TRUE(recorder->wait(nullptr, L"slow"));
+  ASSERT_TRUE(recorder->wait('g'));
   EXPECT_EQ("ac", recorder->of(waiting));
   EXPECT_FALSE(main_queue->has_tasks());
 }
@@ -237,10 +232,8 @@ TEST_F(scheduler_test, CancellationRacingWithCompletionEndsEachTaskAndGroupOnce)
     ASSERT_EQ(seOk, scheduler->cancel(group));
     tasks.push_back(task);
   }
-  for (int i = 0; i < rounds; ++i) {
-    ASSERT_TRUE(recorder->wait(nullptr, L"race/" + std::to_wstring(i)));
-    ASSERT_TRUE(recorder->wait(tasks[i]));
-  }
+  ASSERT_TRUE(recorder->wait('g', rounds));
+  ASSERT_TRUE(recorder->wait('c', rounds));
   for (int i = 0; i < rounds; ++i) {
     EXPECT_EQ(1, recorder->canceled(L"race/" + std::to_wstring(i)));
     std::string kinds = recorder->of(tasks[i]);
@@ -366,7 +359,6 @@ TEST(scheduler_teardown, DestroyingTheSchedulerCancelsAndWaitsForItsTasks) {
   EXPECT_EQ(1, recorder->canceled(L""));
 }
 
-
 TEST(scheduler_teardown, DestroyingWithTasksAndNoWaitCallbackReportsAndStopsTheUnits) {
   works_t works;
   q2test::assert_recorder_t asserts;
@@ -401,4 +393,4 @@ TEST(scheduler_teardown, LastOwnerLettingGoInsideAStageDoesNotStopTheUnitUnderIt
 }
 
 }  // namespace
-}  // namespace q2sched
+}  // namespace q2thr

@@ -1,6 +1,7 @@
-// Helpers for the scheduler tests: a latch, stage work given as functions, an observer
-// that records every notification, and a fixture with a default scheduler whose "main"
-// unit is a queue that the test drains itself, so that stage order is deterministic.
+// Helpers of the threading tests: a latch, stages whose work is a function, an observer
+// that records every notification (and, attached to a unit, every stage_completed), a
+// unit wired as a scheduler would wire it, and a fixture with a default scheduler whose
+// "main" unit is a queue that the test drains itself, so that stage order is fixed.
 #pragma once
 
 #include <chrono>
@@ -20,35 +21,64 @@
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/units/queue_unit.hpp>
 
-namespace q2sched {
+namespace q2thr {
 
 using namespace quillon2::threading;
 using quillon2::_internal::signal_t;
+using quillon2::_internal::subscriber_base_t;
 using task_ptr = boost::shared_ptr<task_t>;
 using stage_ptr = boost::shared_ptr<stage_t>;
 
 constexpr std::chrono::seconds patience{20};  // a broken test fails instead of hanging
 
+// Opens once `open` has been called `count` times.
 class latch_t {
  public:
+  explicit latch_t(int count = 1) : m_count(count) {}
   void open() {
     std::lock_guard<std::mutex> guard(m_mutex);
-    m_open = true;
-    m_cv.notify_all();
+    if (m_count > 0 && --m_count == 0) m_cv.notify_all();
   }
   bool wait() {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, patience, [this] { return m_open; });
+    return m_cv.wait_for(lock, patience, [this] { return m_count == 0; });
   }
 
  private:
   std::mutex m_mutex;
   std::condition_variable m_cv;
-  bool m_open = false;
+  int m_count;
 };
 
+// Waits for a state that other threads reach without telling anyone.
+template <class Predicate>
+bool eventually(Predicate predicate) {
+  auto const deadline = std::chrono::steady_clock::now() + patience;
+  while (!predicate()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// Runs `action` on a thread of its own; false when it has not returned in time (it is
+// then left behind: the test has failed).
+inline bool returns(std::function<void()> action) {
+  auto done = std::make_shared<latch_t>();
+  std::thread runner([action, done] {
+    action();
+    done->open();
+  });
+  if (!done->wait()) {
+    runner.detach();
+    return false;
+  }
+  runner.join();
+  return true;
+}
+
 // The work of a stage: a function called with the task.
-class work_t : public quillon2::_internal::subscriber_base_t {
+class work_t : public subscriber_base_t {
  public:
   explicit work_t(std::function<void(task_ptr const&)> fn) : m_fn(std::move(fn)) {}
   ~work_t() override { disconnect_all_signals(); }
@@ -60,7 +90,7 @@ class work_t : public quillon2::_internal::subscriber_base_t {
   std::function<void(task_ptr const&)> m_fn;
 };
 
-// Makes stages and keeps their work alive for the whole test.
+// Makes stages and keeps their work alive as long as itself.
 class works_t {
  public:
   stage_ptr stage(std::wstring const& unit, std::function<void(task_ptr const&)> fn = {}) {
@@ -80,7 +110,14 @@ class works_t {
   std::vector<std::unique_ptr<work_t>> m_works;
 };
 
-// A notification: 'a'dded, 'c'ompleted, 'r'ejected (with its error), 'g'roup canceled.
+inline boost::shared_ptr<default_task_t> make_task(std::string const& name = "") {
+  auto task = boost::make_shared<default_task_t>();
+  if (!name.empty()) task->set_display_name(name);
+  return task;
+}
+
+// A notification: 'a'dded, 'c'ompleted, 'r'ejected (with its error), 'g'roup canceled,
+// thread 's'tarted, thread 'f'inished, e'x'ception; 'd' a stage_completed of a unit.
 struct event_t {
   char kind;
   task_ptr task;
@@ -89,18 +126,34 @@ struct event_t {
   std::thread::id thread;
 };
 
-class recorder_t : public scheduler_status_callback_t {
+class recorder_t : public scheduler_status_callback_t, public subscriber_base_t {
  public:
+  ~recorder_t() override { disconnect_all_signals(); }
+  void thread_started() override { push({'s', {}, {}, seOk, {}}); }
+  void thread_finished() override { push({'f', {}, {}, seOk, {}}); }
   void task_added(task_ptr task) override { push({'a', task, {}, seOk, {}}); }
   void task_completed(task_ptr task) override { push({'c', task, {}, seOk, {}}); }
+  void task_exception(task_ptr task) override { push({'x', task, {}, seOk, {}}); }
   void stage_rejected(task_ptr task, stage_ptr, scheduler_error_t error) override {
     push({'r', task, {}, error, {}});
   }
   void group_canceled(std::wstring const& group) override { push({'g', {}, group, seOk, {}}); }
 
-  std::vector<event_t> events() {
+  // Listens to the unit's stage_completed as a scheduler would.
+  void attach(unit_t& unit) { unit.stage_completed.connect(this, &recorder_t::stage_done); }
+  void stage_done(task_ptr task) {
+    push({'d', task, {}, seOk, {}});
+    if (then) then(task);
+  }
+  std::function<void(task_ptr)> then;  // runs on the unit's thread after each 'd'
+
+  std::vector<event_t> events(char kind = 0) {
     std::lock_guard<std::mutex> guard(m_mutex);
-    return m_events;
+    std::vector<event_t> found;
+    for (auto const& e : m_events) {
+      if (!kind || e.kind == kind) found.push_back(e);
+    }
+    return found;
   }
   // The kinds of the notifications about one task, in order, as "ac" and the like.
   std::string of(task_ptr const& task) {
@@ -112,21 +165,19 @@ class recorder_t : public scheduler_status_callback_t {
   }
   int canceled(std::wstring const& group) {
     int n = 0;
-    for (auto const& e : events()) n += e.kind == 'g' && e.group == group;
+    for (auto const& e : events('g')) n += e.group == group;
     return n;
   }
-  // Waits until `task` has completed, or `group` has ended when no task is given.
-  bool wait(task_ptr const& task, std::wstring const& group = {}) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, patience, [&] {
-      for (auto const& e : m_events) {
-        if (task ? e.kind == 'c' && e.task == task : e.kind == 'g' && e.group == group) {
-          return true;
-        }
-      }
-      return false;
-    });
+  std::size_t count(char kind, task_ptr const& task = {}) {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    return count_locked(kind, task);
   }
+  // Waits until there are `n` notifications of `kind` (about `task` if one is given).
+  bool wait(char kind, std::size_t n = 1, task_ptr const& task = {}) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cv.wait_for(lock, patience, [&] { return count_locked(kind, task) >= n; });
+  }
+  bool wait(task_ptr const& task) { return wait('c', 1, task); }
 
  private:
   void push(event_t e) {
@@ -136,14 +187,31 @@ class recorder_t : public scheduler_status_callback_t {
     m_cv.notify_all();
   }
 
+  std::size_t count_locked(char kind, task_ptr const& task) const {
+    std::size_t n = 0;
+    for (auto const& e : m_events) n += e.kind == kind && (!task || e.task == task);
+    return n;
+  }
+
   std::mutex m_mutex;
   std::condition_variable m_cv;
   std::vector<event_t> m_events;
 };
 
-inline boost::shared_ptr<default_task_t> make_task() {
-  return boost::make_shared<default_task_t>();
-}
+// A unit wired as a scheduler would wire it, with a recorder; terminated at the end.
+template <class Unit>
+struct rig_t {
+  template <class... Args>
+  explicit rig_t(Args... args) : unit(args...) {
+    recorder->attach(unit);
+    unit.set_status_callbacks(status_callbacks_t{recorder});
+  }
+  ~rig_t() { unit.terminate(); }
+
+  works_t works;
+  boost::shared_ptr<recorder_t> recorder = boost::make_shared<recorder_t>();
+  Unit unit;
+};
 
 class scheduler_test : public ::testing::Test {
  protected:
@@ -178,4 +246,4 @@ class scheduler_test : public ::testing::Test {
   boost::shared_ptr<scheduler_t> scheduler;
 };
 
-}  // namespace q2sched
+}  // namespace q2thr
