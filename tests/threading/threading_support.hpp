@@ -213,13 +213,38 @@ struct rig_t {
   Unit unit;
 };
 
+// Waits as the default callback does, after opening `waiting`; opens `gone` when it goes.
+class test_wait_t : public default_scheduler_wait_callback_t {
+ public:
+  test_wait_t(latch_t& waiting, latch_t& gone) : m_waiting(waiting), m_gone(gone) {}
+  ~test_wait_t() override { m_gone.open(); }
+  void wait(boost::weak_ptr<scheduler_operation_status_t> status) override {
+    auto const held = status.lock();
+    first_answer = !held || held->is_finished();
+    m_waiting.open();
+    default_scheduler_wait_callback_t::wait(status);
+  }
+  bool first_answer = true;
+
+ private:
+  latch_t& m_waiting;
+  latch_t& m_gone;
+};
+
+// A task with the stages given, and a finalization stage if one is given.
+inline boost::shared_ptr<default_task_t> task_of(std::vector<stage_ptr> const& stages,
+                                                 stage_ptr const& final = {}) {
+  auto task = make_task();
+  for (auto const& stage : stages) task->push_stage(stage);
+  if (final) task->push_finalization_stage(final);
+  return task;
+}
+
 class scheduler_test : public ::testing::Test {
  protected:
   void SetUp() override {
-    recorder = boost::make_shared<recorder_t>();
-    scheduler = create_default_scheduler(
-        recorder, boost::make_shared<default_scheduler_wait_callback_t>(), false);
-    main_queue = boost::make_shared<queue_unit_t>();
+    scheduler =
+        create_default_scheduler(recorder, boost::make_shared<test_wait_t>(waiting, gone), false);
     ASSERT_EQ(seOk, scheduler->add_unit(unit_main, main_queue));
   }
   // Whatever still waits in the queue must run, or the teardown would wait for it.
@@ -230,19 +255,23 @@ class scheduler_test : public ::testing::Test {
   void run_main() {
     while (main_queue->has_tasks()) main_queue->process_queue(0);
   }
-  // A task with one stage on "main" for each function given, added to `group`.
-  boost::shared_ptr<default_task_t> queued(std::wstring const& group,
-                                           std::vector<std::function<void(task_ptr const&)>> fns = {
-                                               {}}) {
+  // A stage that writes `c` to `ran`, or '-' when its task has been canceled.
+  stage_ptr note(char c, std::wstring const& unit = unit_main) {
+    return works.stage(unit, [this, c](task_ptr const& t) { ran += t->is_canceled() ? '-' : c; });
+  }
+  // A task with a note on "main" for each character of `notes`, added to `group`.
+  boost::shared_ptr<default_task_t> queued(std::wstring const& group, std::string notes = "q") {
     auto task = make_task();
-    for (auto& fn : fns) task->push_stage(works.stage(unit_main, std::move(fn)));
+    for (char c : notes) task->push_stage(note(c));
     EXPECT_EQ(seOk, scheduler->add_task(task, group));
     return task;
   }
 
   works_t works;  // outlives the scheduler and every stage
-  boost::shared_ptr<recorder_t> recorder;
-  boost::shared_ptr<queue_unit_t> main_queue;
+  std::string ran;
+  latch_t waiting, gone;  // the scheduler has begun to wait; its wait callback has gone
+  boost::shared_ptr<recorder_t> recorder = boost::make_shared<recorder_t>();
+  boost::shared_ptr<queue_unit_t> main_queue = boost::make_shared<queue_unit_t>();
   boost::shared_ptr<scheduler_t> scheduler;
 };
 
