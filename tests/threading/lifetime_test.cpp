@@ -34,19 +34,15 @@ struct on_completed_t : subscriber_base_t {
   latch_t arrived;
 };
 
-TEST(scheduler_slot, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
-  works_t works;
+TEST_F(scheduler_test, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
   latch_t entered;
-  auto scheduler =
-      create_default_scheduler(nullptr, boost::make_shared<default_scheduler_wait_callback_t>());
-  auto task = make_task();
+  set_scheduler(scheduler);
   // The teardown waits for this stage, which ends once the slot is seen empty.
-  task->push_stage(works.stage(unit_service, [&](task_ptr const&) {
+  auto const until_empty = [&](task_ptr const&) {
     entered.open();
     while (get_scheduler()) std::this_thread::yield();
-  }));
-  set_scheduler(scheduler);
-  ASSERT_EQ(seOk, scheduler->add_task(task, L""));
+  };
+  ASSERT_EQ(seOk, scheduler->add_task(task_of({works.stage(unit_service, until_empty)}), L""));
   boost::weak_ptr<scheduler_t> const watch(scheduler);
   scheduler.reset();
   ASSERT_TRUE(entered.wait());
@@ -54,20 +50,15 @@ TEST(scheduler_slot, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
   EXPECT_TRUE(watch.expired());
 }
 
-TEST(scheduler_teardown, LastOwnerLettingGoWhileItsQueueIsDrainedEndsTheTaskThere) {
-  works_t works;
-  auto recorder = boost::make_shared<recorder_t>();
-  auto queue = boost::make_shared<queue_unit_t>();
-  auto owner = boost::make_shared<boost::shared_ptr<scheduler_t>>(create_default_scheduler(
-      recorder, boost::make_shared<default_scheduler_wait_callback_t>(), false));
-  ASSERT_EQ(seOk, (*owner)->add_unit(unit_main, queue));
-  auto task = make_task();
-  task->push_stage(works.stage(unit_main, [owner](task_ptr const&) { owner->reset(); }));
-  task->push_stage(works.stage(unit_main, [](task_ptr const&) { ADD_FAILURE(); }));
+TEST_F(scheduler_test, LastOwnerLettingGoWhileItsQueueIsDrainedEndsTheTaskThere) {
+  auto owner = boost::make_shared<boost::shared_ptr<scheduler_t>>(std::move(scheduler));
+  auto task =
+      task_of({works.stage(unit_main, [owner](task_ptr const&) { owner->reset(); }), note('X')});
   ASSERT_EQ(seOk, (*owner)->add_task(task, L""));
-  EXPECT_TRUE(returns([&] { queue->process_queue(0); }));
+  EXPECT_TRUE(returns([&] { main_queue->process_queue(0); }));
   EXPECT_EQ("ac", recorder->of(task));
-  EXPECT_FALSE(queue->has_tasks());
+  EXPECT_EQ("", ran);
+  EXPECT_FALSE(main_queue->has_tasks());
 }
 
 TEST_F(scheduler_test, UnitsGetTheClientsObserversAndMayReachTheSchedulerMeanwhile) {
@@ -106,11 +97,10 @@ TEST_F(scheduler_test, ObserversAreCalledWithoutTheSchedulersLock) {
 
 TEST_F(scheduler_test, BatchWhoseClientLetsGoAfterExecuteStillCompletes) {
   latch_t entered, release;
-  auto task = make_task();
-  task->push_stage(works.stage(unit_service, [&](task_ptr const&) {
+  auto task = task_of({works.stage(unit_service, [&](task_ptr const&) {
     entered.open();
     release.wait();
-  }));
+  })});
   ASSERT_EQ(seOk, scheduler->add_task(task, L"long"));
   ASSERT_TRUE(entered.wait());
   on_completed_t done;
@@ -128,7 +118,7 @@ TEST(unit_lifetime, ObserversOfAUnitAreCalledWithoutItsLock) {
   auto pool = boost::make_shared<thread_pool_unit_t>(1u);
   auto blocking = boost::make_shared<blocking_t>();
   pool->set_status_callbacks(status_callbacks_t{blocking});
-  ASSERT_EQ(seOk, pool->execute(make_task(), works.stage(L"pool")));
+  ASSERT_EQ(seOk, pool->execute(make_task(), works.stage(L"")));
   ASSERT_TRUE(blocking->inside.wait());
   EXPECT_TRUE(returns([&] { pool->set_status_callbacks(status_callbacks_t()); }));
   blocking->go_on.open();
@@ -141,9 +131,9 @@ TEST(unit_lifetime, APoolBeingTerminatedStartsNoWorkerBeyondItsLimit) {
   auto pool = boost::make_shared<thread_pool_unit_t>(1u);
   auto recorder = boost::make_shared<recorder_t>();
   pool->set_status_callbacks(status_callbacks_t{recorder});
-  stage_ptr const later = works.stage(L"pool");
+  stage_ptr const later = works.stage(L"");
   // Interrupted by terminate, the stage hands the pool a job while its worker is joined.
-  stage_ptr const first = works.stage(L"pool", [&](task_ptr const&) {
+  stage_ptr const first = works.stage(L"", [&](task_ptr const&) {
     entered.open();
     try {
       boost::this_thread::sleep_for(boost::chrono::hours(1));
