@@ -36,6 +36,7 @@ TEST_F(scheduler_test, StagesRunOneAtATimeAndTheTablesFollowTheTask) {
                              boost::static_pointer_cast<default_task_t>(t)->push_stage(note('3'));
                            }),
                note('2')});
+  EXPECT_EQ(seOk, task->push_stage(nullptr));  // ignored: it would read as the end
   ASSERT_EQ(seOk, scheduler->add_task(task, L"g"));
   std::wstring group;
   EXPECT_TRUE(scheduler->find_group(task, group));

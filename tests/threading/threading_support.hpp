@@ -32,8 +32,7 @@ using stage_ptr = boost::shared_ptr<stage_t>;
 constexpr std::chrono::seconds patience{20};  // a broken test fails instead of hanging
 
 // Opens once `open` has been called `count` times.
-class latch_t {
- public:
+struct latch_t {
   explicit latch_t(int count = 1) : m_count(count) {}
   void open() {
     std::lock_guard<std::mutex> guard(m_mutex);
@@ -43,8 +42,6 @@ class latch_t {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_cv.wait_for(lock, patience, [this] { return m_count == 0; });
   }
-
- private:
   std::mutex m_mutex;
   std::condition_variable m_cv;
   int m_count;
@@ -54,11 +51,8 @@ class latch_t {
 template <class Predicate>
 bool eventually(Predicate predicate) {
   auto const deadline = std::chrono::steady_clock::now() + patience;
-  while (!predicate()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
+  while (!predicate() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  return predicate();
 }
 
 // Runs `action` on a thread of its own; false when it has not returned in time (it is
@@ -69,36 +63,30 @@ inline bool returns(std::function<void()> action) {
     action();
     done->open();
   });
-  if (!done->wait()) {
-    runner.detach();
-    return false;
-  }
-  runner.join();
-  return true;
+  bool const returned = done->wait();
+  returned ? runner.join() : runner.detach();
+  return returned;
 }
 
-// The work of a stage: a function called with the task.
-class work_t : public subscriber_base_t {
- public:
-  explicit work_t(std::function<void(task_ptr const&)> fn) : m_fn(std::move(fn)) {}
-  ~work_t() override { disconnect_all_signals(); }
-  void run(task_ptr task) {
-    if (m_fn) m_fn(task);
-  }
+using work_fn = std::function<void(task_ptr const&)>;
 
- private:
-  std::function<void(task_ptr const&)> m_fn;
+// The work of a stage: a function called with the task.
+struct work_t : subscriber_base_t {
+  explicit work_t(work_fn fn) : fn(std::move(fn)) {}
+  ~work_t() override { disconnect_all_signals(); }
+  void run(task_ptr task) { fn(task); }
+  work_fn fn;
 };
 
 // Makes stages and keeps their work alive as long as itself.
 class works_t {
  public:
-  stage_ptr stage(std::wstring const& unit, std::function<void(task_ptr const&)> fn = {}) {
+  stage_ptr stage(
+      std::wstring const& unit, work_fn fn = [](task_ptr const&) {}) {
     work_t* work = nullptr;
     {
       std::lock_guard<std::mutex> guard(m_mutex);
-      m_works.push_back(std::make_unique<work_t>(std::move(fn)));
-      work = m_works.back().get();
+      work = m_works.emplace_back(std::make_unique<work_t>(std::move(fn))).get();
     }
     signal_t<task_ptr> handler;  // connected outside the lock: stages make stages
     handler.connect(work, &work_t::run);
@@ -214,21 +202,17 @@ struct rig_t {
 };
 
 // Waits as the default callback does, after opening `waiting`; opens `gone` when it goes.
-class test_wait_t : public default_scheduler_wait_callback_t {
- public:
-  test_wait_t(latch_t& waiting, latch_t& gone) : m_waiting(waiting), m_gone(gone) {}
-  ~test_wait_t() override { m_gone.open(); }
+struct test_wait_t : default_scheduler_wait_callback_t {
+  test_wait_t(latch_t& waiting, latch_t& gone) : waiting(waiting), gone(gone) {}
+  ~test_wait_t() override { gone.open(); }
   void wait(boost::weak_ptr<scheduler_operation_status_t> status) override {
     auto const held = status.lock();
     first_answer = !held || held->is_finished();
-    m_waiting.open();
+    waiting.open();
     default_scheduler_wait_callback_t::wait(status);
   }
+  latch_t &waiting, &gone;
   bool first_answer = true;
-
- private:
-  latch_t& m_waiting;
-  latch_t& m_gone;
 };
 
 // A task with the stages given, and a finalization stage if one is given.
