@@ -1,6 +1,5 @@
 // Lifetimes and locks across threads: owners that let go inside jobs, observers that
 // call back while other threads change the scheduler, units stopped under their jobs.
-#include <climits>
 #include <thread>
 
 #include <boost/thread/thread.hpp>
@@ -165,17 +164,6 @@ TEST(unit_lifetime, ADelayUnitReleasedForGoodOnItsTimerThreadEndsThatThread) {
   ASSERT_EQ(seOk, unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, 1)));
   unit.reset();
   EXPECT_TRUE(recorder->wait('f'));
-}
-
-TEST(unit_lifetime, TheDelayClockReachesTheLongestDelayAStageHolds) {
-  // The process is at least this old, so a clock that counts from its start in 32 bits
-  // could no longer reach the longest delay.
-  std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  auto unit = boost::make_shared<delayed_tasks_unit_t>();
-  unit->on_registered();
-  EXPECT_EQ(seOk,
-            unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, INT_MAX)));
-  unit->terminate();
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// Task and thread names and the default wait, each on its own.
+// The names of tasks and threads.
 #include <pthread.h>
 
-#include <chrono>
 #include <string>
 #include <thread>
 
@@ -43,19 +42,6 @@ TEST(ThreadName, KeepsThirtyOneCharactersAndTheKernelTheFirstFifteenBytes) {
     set_thread_name("short", false);
     EXPECT_EQ("short", kernel_thread_name());
   }).join();
-}
-
-TEST(DefaultWaitCallback, PollsWithRisingPausesUntilFinished) {
-  struct status_t : scheduler_operation_status_t {
-    int asked = 0;
-    bool is_finished() override { return ++asked > 3; }
-  };
-  auto status = boost::make_shared<status_t>();
-  auto const start = std::chrono::steady_clock::now();
-  default_scheduler_wait_callback_t().wait(status);
-  EXPECT_EQ(4, status->asked);  // after pauses of 0, 10 and 20 ms
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
-  default_scheduler_wait_callback_t().wait(boost::weak_ptr<status_t>());  // gone: done
 }
 
 }  // namespace
