@@ -1,12 +1,7 @@
 // batch_cancel_t through its public interface, on the scheduler of the fixture.
-#include <functional>
-#include <string>
-#include <thread>
-
 #include "threading_support.hpp"
 
 namespace q2thr {
-namespace {
 
 // Listens to the batch's `completed` and remembers how often, where and in which state.
 class batch_cancel_test : public scheduler_test, public subscriber_base_t {
@@ -136,5 +131,4 @@ TEST_F(batch_cancel_test, CompletedHandlerMayStartTheNextOperation) {
   EXPECT_EQ(1, recorder->canceled(L"later"));
 }
 
-}  // namespace
 }  // namespace q2thr

@@ -1,16 +1,8 @@
 // Lifetimes and locks across threads: owners that let go inside jobs, observers that
 // call back while other threads change the scheduler, units stopped under their jobs.
-#include <thread>
-
-#include <boost/thread/thread.hpp>
-
-#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
-#include <quillon2/core/threading/units/thread_pool_unit.hpp>
-
 #include "threading_support.hpp"
 
 namespace q2thr {
-namespace {
 
 // Blocks in the first notification it gets until the test lets it go.
 struct blocking_t : scheduler_status_callback_t {
@@ -166,5 +158,4 @@ TEST(unit_lifetime, ADelayUnitReleasedForGoodOnItsTimerThreadEndsThatThread) {
   EXPECT_TRUE(recorder->wait('f'));
 }
 
-}  // namespace
 }  // namespace q2thr

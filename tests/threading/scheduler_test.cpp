@@ -1,14 +1,9 @@
 // The scheduler core through its public interface: the road of a task, sequences,
 // groups and their cancellation, waiting, observers and teardown.
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "support/assert_recorder.hpp"
 #include "threading_support.hpp"
 
 namespace q2thr {
-namespace {
 
 TEST_F(scheduler_test, TaskRoadThroughServiceEndsOnTheWorkerThatRanTheLastStage) {
   latch_t added;
@@ -277,5 +272,4 @@ TEST_F(scheduler_test, LastOwnerLettingGoInsideAStageDoesNotStopTheUnitUnderItse
   EXPECT_EQ("ac", recorder->of(task));
 }
 
-}  // namespace
 }  // namespace q2thr

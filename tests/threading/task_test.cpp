@@ -1,11 +1,6 @@
 // The names of tasks and threads.
 #include <pthread.h>
 
-#include <string>
-#include <thread>
-
-#include <quillon2/core/threading/thread_name.hpp>
-
 #include "threading_support.hpp"
 
 namespace {

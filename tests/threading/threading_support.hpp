@@ -4,6 +4,7 @@
 // "main" unit is a queue that the test drains itself, so that stage order is fixed.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -14,12 +15,17 @@
 #include <vector>
 
 #include <boost/make_shared.hpp>
+#include <boost/thread/thread.hpp>
 #include <gtest/gtest.h>
 
 #include <quillon2/core/threading/batch_cancel.hpp>
 #include <quillon2/core/threading/scheduler_impl.hpp>
 #include <quillon2/core/threading/stage.hpp>
+#include <quillon2/core/threading/thread_name.hpp>
+#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
 #include <quillon2/core/threading/units/queue_unit.hpp>
+#include <quillon2/core/threading/units/thread_pool_unit.hpp>
+#include <quillon2/core/threading/units/threads_unit.hpp>
 
 namespace q2thr {
 

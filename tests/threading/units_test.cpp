@@ -1,18 +1,7 @@
 // The four units on their own, wired to a recorder as a scheduler would wire them.
-#include <atomic>
 #include <climits>
 #include <set>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <boost/thread/thread.hpp>
-
-#include <quillon2/core/threading/thread_name.hpp>
-#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
-#include <quillon2/core/threading/units/thread_pool_unit.hpp>
-#include <quillon2/core/threading/units/threads_unit.hpp>
 
 #include "threading_support.hpp"
 
