@@ -204,7 +204,6 @@ TEST_F(scheduler_test, UnitsAndObserversRegisterOnceAndObserversMayCallBack) {
   auto gui = boost::make_shared<queue_unit_t>();
   EXPECT_EQ(seOk, scheduler->add_unit(L"gui", gui));
   EXPECT_EQ(seAlreadyExists, scheduler->add_unit(L"gui", boost::make_shared<queue_unit_t>()));
-  EXPECT_EQ(seInvalidArgument, scheduler->add_unit(L"", gui));
   EXPECT_EQ(seAlreadyExists, scheduler->add_status_callback(recorder));
   EXPECT_EQ(seNotFound, scheduler->remove_status_callback(boost::make_shared<recorder_t>()));
 

@@ -120,41 +120,38 @@ struct event_t {
   std::thread::id thread;
 };
 
-class recorder_t : public scheduler_status_callback_t, public subscriber_base_t {
- public:
+struct recorder_t : scheduler_status_callback_t, subscriber_base_t {
   ~recorder_t() override { disconnect_all_signals(); }
-  void thread_started() override { push({'s', {}, {}, seOk, {}}); }
-  void thread_finished() override { push({'f', {}, {}, seOk, {}}); }
-  void task_added(task_ptr task) override { push({'a', task, {}, seOk, {}}); }
-  void task_completed(task_ptr task) override { push({'c', task, {}, seOk, {}}); }
-  void task_exception(task_ptr task) override { push({'x', task, {}, seOk, {}}); }
-  void stage_rejected(task_ptr task, stage_ptr, scheduler_error_t error) override {
-    push({'r', task, {}, error, {}});
-  }
-  void group_canceled(std::wstring const& group) override { push({'g', {}, group, seOk, {}}); }
-
+  void thread_started() override { push('s'); }
+  void thread_finished() override { push('f'); }
+  void task_added(task_ptr task) override { push('a', task); }
+  void task_completed(task_ptr task) override { push('c', task); }
+  void task_exception(task_ptr task) override { push('x', task); }
+  void stage_rejected(task_ptr t, stage_ptr, scheduler_error_t e) override { push('r', t, {}, e); }
+  void group_canceled(std::wstring const& group) override { push('g', {}, group); }
   // Listens to the unit's stage_completed as a scheduler would.
   void attach(unit_t& unit) { unit.stage_completed.connect(this, &recorder_t::stage_done); }
   void stage_done(task_ptr task) {
-    push({'d', task, {}, seOk, {}});
+    push('d', task);
     if (then) then(task);
   }
   std::function<void(task_ptr)> then;  // runs on the unit's thread after each 'd'
 
-  std::vector<event_t> events(char kind = 0) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    std::vector<event_t> found;
-    for (auto const& e : m_events) {
-      if (!kind || e.kind == kind) found.push_back(e);
-    }
-    return found;
+  void push(char kind, task_ptr task = {}, std::wstring group = {}, scheduler_error_t e = seOk) {
+    std::lock_guard<std::mutex> guard(mutex);
+    all.push_back({kind, std::move(task), std::move(group), e, std::this_thread::get_id()});
+    cv.notify_all();
   }
+  // The notifications of `kind` (of any kind for 0), about `task` if one is given.
+  std::vector<event_t> events(char kind = 0, task_ptr const& task = {}) {
+    std::lock_guard<std::mutex> guard(mutex);
+    return select(kind, task);
+  }
+  std::size_t count(char kind, task_ptr const& task = {}) { return events(kind, task).size(); }
   // The kinds of the notifications about one task, in order, as "ac" and the like.
   std::string of(task_ptr const& task) {
     std::string kinds;
-    for (auto const& e : events()) {
-      if (e.task == task) kinds += e.kind;
-    }
+    for (auto const& e : events(0, task)) kinds += e.kind;
     return kinds;
   }
   int canceled(std::wstring const& group) {
@@ -162,34 +159,23 @@ class recorder_t : public scheduler_status_callback_t, public subscriber_base_t 
     for (auto const& e : events('g')) n += e.group == group;
     return n;
   }
-  std::size_t count(char kind, task_ptr const& task = {}) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return count_locked(kind, task);
-  }
   // Waits until there are `n` notifications of `kind` (about `task` if one is given).
   bool wait(char kind, std::size_t n = 1, task_ptr const& task = {}) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, patience, [&] { return count_locked(kind, task) >= n; });
+    std::unique_lock<std::mutex> lock(mutex);
+    return cv.wait_for(lock, patience, [&] { return select(kind, task).size() >= n; });
   }
   bool wait(task_ptr const& task) { return wait('c', 1, task); }
-
- private:
-  void push(event_t e) {
-    e.thread = std::this_thread::get_id();
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_events.push_back(std::move(e));
-    m_cv.notify_all();
+  std::vector<event_t> select(char kind, task_ptr const& task) const {
+    std::vector<event_t> found;
+    for (auto const& e : all) {
+      if ((!kind || e.kind == kind) && (!task || e.task == task)) found.push_back(e);
+    }
+    return found;
   }
 
-  std::size_t count_locked(char kind, task_ptr const& task) const {
-    std::size_t n = 0;
-    for (auto const& e : m_events) n += e.kind == kind && (!task || e.task == task);
-    return n;
-  }
-
-  std::mutex m_mutex;
-  std::condition_variable m_cv;
-  std::vector<event_t> m_events;
+  std::mutex mutex;
+  std::condition_variable cv;
+  std::vector<event_t> all;
 };
 
 // A unit wired as a scheduler would wire it, with a recorder; terminated at the end.
