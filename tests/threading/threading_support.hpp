@@ -131,16 +131,16 @@ struct recorder_t : scheduler_status_callback_t, subscriber_base_t {
   void group_canceled(std::wstring const& group) override { push('g', {}, group); }
   // Listens to the unit's stage_completed as a scheduler would.
   void attach(unit_t& unit) { unit.stage_completed.connect(this, &recorder_t::stage_done); }
-  void stage_done(task_ptr task) {
-    push('d', task);
-    if (then) then(task);
-  }
-  std::function<void(task_ptr)> then;  // runs on the unit's thread after each 'd'
+  void stage_done(task_ptr task) { push('d', task); }
+  std::function<void(task_ptr)> then;  // runs after each 'c' and 'd', on the same thread
 
   void push(char kind, task_ptr task = {}, std::wstring group = {}, scheduler_error_t e = seOk) {
-    std::lock_guard<std::mutex> guard(mutex);
-    all.push_back({kind, std::move(task), std::move(group), e, std::this_thread::get_id()});
-    cv.notify_all();
+    {
+      std::lock_guard<std::mutex> guard(mutex);
+      all.push_back({kind, task, std::move(group), e, std::this_thread::get_id()});
+      cv.notify_all();
+    }
+    if (then && (kind == 'c' || kind == 'd')) then(task);
   }
   // The notifications of `kind` (of any kind for 0), about `task` if one is given.
   std::vector<event_t> events(char kind = 0, task_ptr const& task = {}) {
