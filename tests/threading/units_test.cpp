@@ -53,30 +53,24 @@ TEST_F(DelayedTasksUnit, RefusesBadDelaysAFullTableAndJobsWhileItsTimerDoesNotRu
   EXPECT_EQ(100001u, unit.pending_jobs());  // left pending; nobody completes them
 }
 
-TEST_F(DelayedTasksUnit, CompletesAWaitOnTheTimerThreadNeverEarlyAndWithoutItsWork) {
+TEST_F(DelayedTasksUnit, CompletesWaitsOnTheTimerThreadNeverEarlyWithoutWorkAndTakesFollowUps) {
   unit.on_registered();
   auto stage = works.stage(unit_delay_tasks, [](task_ptr const&) { ADD_FAILURE(); });
   stage->delay = 30;
   std::string thread_name;
-  recorder->then = [&](task_ptr) { thread_name = get_thread_name(); };
-  auto const start = std::chrono::steady_clock::now();
-  ASSERT_EQ(seOk, unit.execute(make_task(), stage));
-  ASSERT_TRUE(recorder->wait('d'));
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
-  unit.terminate();  // joins the timer thread, which wrote the name
-  EXPECT_EQ("Sh(D): processing timers", thread_name);
-}
-
-TEST_F(DelayedTasksUnit, AWaitThatFollowsAWaitOnTheSameUnitIsAccepted) {
-  unit.on_registered();
-  std::atomic<int> accepted{0};
+  int followed = 0;
   // What follows a finished wait runs on the timer thread and asks for another wait.
   recorder->then = [&](task_ptr task) {
-    if (accepted.load() < 3 && unit.execute(task, wait_stage(1)) == seOk) ++accepted;
+    thread_name = get_thread_name();
+    if (followed < 3 && unit.execute(task, wait_stage(1)) == seOk) ++followed;
   };
-  unit.execute(make_task(), wait_stage(1));
+  auto const start = std::chrono::steady_clock::now();
+  ASSERT_EQ(seOk, unit.execute(make_task(), stage));
   ASSERT_TRUE(recorder->wait('d', 4));
-  EXPECT_EQ(3, accepted.load());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+  unit.terminate();  // joins the timer thread, which wrote both
+  EXPECT_EQ("Sh(D): processing timers", thread_name);
+  EXPECT_EQ(3, followed);
 }
 
 TEST_F(QueueUnit, AnnouncesJobsOnTheCallersThreadAndRunsWhatWasQueuedAtTheCall) {
@@ -141,43 +135,32 @@ TEST(ThreadPoolUnit, WithOneWorkerRunsJobsInOrderAndGoesOnAfterAThrowingStage) {
   for (auto const& e : pool.recorder->events()) EXPECT_EQ(worker, e.thread) << e.kind;
 }
 
-TEST(ThreadPoolUnit, StartsWorkersForBusyJobsUpToItsLimit) {
-  pool_t pool(4u);
-  latch_t all_busy(4), release;
-  auto blocking = [&](task_ptr const&) {  // a stage each: a signal runs one call at a time
-    all_busy.open();
-    release.wait();
-  };
-  for (int i = 0; i < 6; ++i) pool.unit.execute(make_task(), pool.works.stage(L"", blocking));
-  ASSERT_TRUE(all_busy.wait());
-  EXPECT_EQ(4u, pool.unit.get_active_threads());
-  release.open();
-  ASSERT_TRUE(pool.recorder->wait('d', 6));
-  EXPECT_EQ(4u, pool.recorder->count('s'));  // the two others waited in the queue
-  EXPECT_TRUE(eventually([&] { return pool.unit.get_active_threads() == 0; }));  // idle
+TEST(ThreadPoolUnit, HoldsAtMost100001Jobs) {
+  pool_t empty(0u);  // never starts a worker
+  fill(empty.unit, empty.works.stage(L"", [](task_ptr const&) { ADD_FAILURE(); }));
+  EXPECT_EQ(0u, empty.recorder->count('s'));
 }
 
-TEST(ThreadPoolUnit, HoldsAtMost100001JobsAndTerminateStopsTheWorkersBeforeTheirNext) {
-  pool_t empty(0u);  // never starts a worker
-  fill(empty.unit, empty.works.stage(unit_service, [](task_ptr const&) { ADD_FAILURE(); }));
-  EXPECT_EQ(0u, empty.recorder->count('s'));
-
-  pool_t pool(1u);
+TEST(ThreadPoolUnit, StartsWorkersUpToItsLimitAndTerminateStopsThemBeforeTheirNextJob) {
+  pool_t pool(4u);
+  latch_t all_busy(4);
   std::atomic<int> ran{0};
-  auto rest = pool.works.stage(unit_service, [&](task_ptr const&) { ++ran; });
-  pool.unit.execute(make_task(), pool.works.stage(unit_service, [&](task_ptr const&) {
-    ++ran;
+  auto busy = [&](task_ptr const&) {  // a stage each: a signal runs one call at a time
+    if (++ran > 4) return;
+    all_busy.open();
     while (!boost::this_thread::interruption_requested()) std::this_thread::yield();
-  }));
-  for (int i = 0; i < 10; ++i) pool.unit.execute(make_task(), rest);
-  ASSERT_TRUE(eventually([&] { return ran.load() == 1; }));
-  pool.unit.terminate();  // the worker ends before its next job
-  EXPECT_EQ(1, ran.load());
-  EXPECT_EQ(1u, pool.recorder->count('f'));
+  };
+  for (int i = 0; i < 6; ++i) pool.unit.execute(make_task(), pool.works.stage(L"", busy));
+  ASSERT_TRUE(all_busy.wait());
+  EXPECT_EQ(4u, pool.unit.get_active_threads());
+  EXPECT_EQ(4u, pool.recorder->count('s'));  // the two others wait in the queue
+  pool.unit.terminate();                     // the workers end before their next job
+  EXPECT_EQ(4, ran.load());
+  EXPECT_EQ(4u, pool.recorder->count('f'));
   // The jobs stayed; the next execute starts a new worker that takes them.
-  pool.unit.execute(make_task(), rest);
-  ASSERT_TRUE(pool.recorder->wait('d', 12));
-  EXPECT_EQ(2u, pool.recorder->count('s'));
+  pool.unit.execute(make_task(), pool.works.stage(L""));
+  ASSERT_TRUE(pool.recorder->wait('d', 7));
+  EXPECT_EQ(5u, pool.recorder->count('s'));
 }
 
 TEST_F(ThreadsUnit, RunsEveryStageOnANewThreadNamedAfterItsTask) {
@@ -207,34 +190,22 @@ TEST_F(ThreadsUnit, RunsEveryStageOnANewThreadNamedAfterItsTask) {
   EXPECT_EQ("x", recorder->of(bad));
 }
 
-TEST_F(ThreadsUnit, RefusesThe65thConcurrentStage) {
-  latch_t all_running(64), release;
-  auto blocking = [&](task_ptr const&) {
-    all_running.open();
-    release.wait();
-  };
-  for (int i = 0; i < 64; ++i)
-    ASSERT_EQ(seOk, unit.execute(make_task(), works.stage(L"", blocking)));
-  ASSERT_TRUE(all_running.wait());
-  EXPECT_EQ(64u, unit.get_active_threads());
-  auto const last = works.stage(L"", blocking);
-  EXPECT_EQ(seQueueFull, unit.execute(make_task(), last));
-  EXPECT_EQ(seInvalidArgument, unit.execute(nullptr, last));
-  release.open();
-  ASSERT_TRUE(recorder->wait('d', 64));
-}
-
-TEST_F(ThreadsUnit, TerminateInterruptsAndJoinsTheRunningStages) {
-  latch_t all_running(3);
+TEST_F(ThreadsUnit, RefusesThe65thConcurrentStageAndTerminateInterruptsAndJoinsThemAll) {
+  latch_t all_running(64);
   auto sleeper = [&](task_ptr const&) {
     all_running.open();
     boost::this_thread::sleep_for(boost::chrono::hours(1));  // an interruption point
   };
-  for (int i = 0; i < 3; ++i) unit.execute(make_task(), works.stage(L"", sleeper));
+  for (int i = 0; i < 64; ++i) {
+    ASSERT_EQ(seOk, unit.execute(make_task(), works.stage(L"", sleeper)));
+  }
   ASSERT_TRUE(all_running.wait());
+  EXPECT_EQ(64u, unit.get_active_threads());
+  EXPECT_EQ(seQueueFull, unit.execute(make_task(), works.stage(L"", sleeper)));
+  EXPECT_EQ(seInvalidArgument, unit.execute(nullptr, works.stage(L"", sleeper)));
   unit.terminate();
   EXPECT_EQ(0u, unit.get_active_threads());
-  EXPECT_EQ(3u, recorder->count('f'));
+  EXPECT_EQ(64u, recorder->count('f'));
   EXPECT_EQ(0u, recorder->count('d') + recorder->count('x'));
 }
 
