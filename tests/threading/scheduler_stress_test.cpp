@@ -1,6 +1,6 @@
 // Load on the default scheduler: 100,000 tasks of one to three stages spread over all
-// four default units, about a tenth of them canceled at random moments by a thread of
-// its own, through the task or through its group. Every task must be announced and
+// four default units from two threads, which cancel about a tenth of them, through the
+// task or through its group, while the units run them. Every task must be announced and
 // completed exactly once, every accepted group cancellation must end exactly once, and
 // the tables must be empty at the end.
 #include <map>
@@ -28,7 +28,6 @@ struct load_task_t : default_task_t, subscriber_base_t {
   int signal_stages = 0;
   int fate = 0;  // below 5: canceled through its group, below 10: through the task
   std::wstring group;
-  std::atomic<bool> submitted{false};
   std::atomic<int> stages_run{0}, added{0}, completed{0}, rejected{0};
 };
 
@@ -85,33 +84,24 @@ TEST(scheduler_load, EveryTaskAndEveryNotificationArrivesExactlyOnce) {
   auto observer = boost::make_shared<load_observer_t>();
   auto scheduler = create_default_scheduler(
       observer, boost::make_shared<default_scheduler_wait_callback_t>(), true);
-  std::thread canceler([&] {
-    for (auto const& task : tasks) {
-      if (task->fate >= 10) continue;
-      while (!task->submitted) std::this_thread::yield();
-      if (task->fate < 5) {
-        EXPECT_EQ(seOk, scheduler->cancel(task->group));
-      } else {
-        task->cancel();
-      }
-    }
-  });
   std::atomic<int> submitted{0};
   std::atomic<bool> failed{false};
   std::vector<std::thread> threads;
   for (int p = 0; p < producers; ++p) {
     threads.emplace_back([&, p] {
       for (int i = p; i < task_count; i += producers) {
-        if (!failed) {
-          failed = !observer->wait_completed(++submitted - window) ||
-                   scheduler->add_task(tasks[i], tasks[i]->group) != seOk;
+        auto& task = *tasks[i];
+        failed = failed || !observer->wait_completed(++submitted - window) ||
+                 scheduler->add_task(tasks[i], task.group) != seOk;
+        if (task.fate < 5) {
+          EXPECT_EQ(seOk, scheduler->cancel(task.group));
+        } else if (task.fate < 10) {
+          task.cancel();
         }
-        tasks[i]->submitted = true;  // the canceler must not wait for it in any case
       }
     });
   }
   for (auto& t : threads) t.join();
-  canceler.join();
   ASSERT_FALSE(failed);
   ASSERT_TRUE(observer->wait_completed(task_count, std::chrono::minutes(10)));
   EXPECT_TRUE(scheduler->find_tasks(L"").empty());
