@@ -3,28 +3,17 @@
 
 namespace q2thr {
 
-// Listens to the batch's `completed` and remembers how often, where and in which state.
-class batch_cancel_test : public scheduler_test, public subscriber_base_t {
+// The fixture's recorder notes the batch's `completed` as 'e'.
+class batch_cancel_test : public scheduler_test {
  protected:
-  batch_cancel_test() { batch->completed.connect(this, &batch_cancel_test::on_completed); }
+  batch_cancel_test() {
+    batch->completed.connect(recorder.get(), &recorder_t::ended);
+    recorder->then_on = 'e';
+  }
   // Disconnected from the signal's side, in the order in which connect locks.
-  ~batch_cancel_test() override {
-    batch->completed.disconnect(this, &batch_cancel_test::on_completed);
-  }
-  void on_completed() {
-    in_progress_seen = in_progress_seen || batch->is_in_progress();
-    thread = std::this_thread::get_id();
-    ++count;
-    if (then) std::exchange(then, nullptr)();
-    arrived.open();
-  }
+  ~batch_cancel_test() override { batch->completed.disconnect(recorder.get(), &recorder_t::ended); }
 
   boost::shared_ptr<batch_cancel_t> batch = batch_cancel_t::create();
-  int count = 0;
-  bool in_progress_seen = false;
-  std::thread::id thread;
-  std::function<void()> then;  // runs inside the next emission
-  latch_t arrived;
 };
 
 TEST_F(batch_cancel_test, FillingRefusesDuplicatesBadArgumentsAndChangesWhileRunning) {
@@ -35,14 +24,16 @@ TEST_F(batch_cancel_test, FillingRefusesDuplicatesBadArgumentsAndChangesWhileRun
   EXPECT_EQ(seAlreadyExists, batch->add_task(task));
   EXPECT_EQ(seInvalidArgument, batch->add_task(nullptr));
   EXPECT_EQ(seInvalidArgument, batch->execute(scheduler, L""));
+  bool in_progress_seen = true;
+  recorder->then = [&](task_ptr) { in_progress_seen = batch->is_in_progress(); };
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
   EXPECT_TRUE(task->is_canceled());
   EXPECT_TRUE(batch->is_in_progress());
   EXPECT_EQ(seInProgress, batch->add_group(L"b"));
   EXPECT_EQ(seInProgress, batch->execute(scheduler, unit_main));
-  EXPECT_EQ(0, count);  // unknown task and empty groups: only the unit is awaited
+  EXPECT_EQ(0u, recorder->count('e'));  // unknown task and empty groups: only the unit is awaited
   run_main();
-  EXPECT_EQ(1, count);
+  EXPECT_EQ(1u, recorder->count('e'));
   EXPECT_EQ(1, recorder->canceled(L"a"));
   EXPECT_FALSE(in_progress_seen);
   EXPECT_FALSE(batch->is_in_progress());
@@ -62,14 +53,14 @@ TEST_F(batch_cancel_test, WaitsForALongStageAndItsFinalizationButNotForOthers) {
   auto listed = queued(L"images"), untouched = queued(L"docsx");
   ASSERT_EQ(seOk, batch->add_group(L"docs"));
   ASSERT_EQ(seOk, batch->add_task(listed));
-  then = [&] { ran += 'c'; };
+  recorder->then = [&](task_ptr) { ran += 'c'; };
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_service));
   run_main();  // listed and the others end; the long stage still holds the batch back
-  EXPECT_EQ(0, count);
+  EXPECT_EQ(0u, recorder->count('e'));
   release.open();
-  ASSERT_TRUE(arrived.wait());
+  ASSERT_TRUE(recorder->wait('e'));
   EXPECT_EQ("-qfc", ran);
-  EXPECT_NE(std::this_thread::get_id(), thread);  // told on the named unit
+  EXPECT_NE(std::this_thread::get_id(), recorder->events('e').at(0).thread);  // on the unit
 }
 
 TEST_F(batch_cancel_test, NotificationsAfterTheEndDoNotSendASecondCompletion) {
@@ -79,7 +70,7 @@ TEST_F(batch_cancel_test, NotificationsAfterTheEndDoNotSendASecondCompletion) {
   // The listed task ends first; the end of "two" reaches the batch while its own end
   // waits in the queue.
   run_main();
-  EXPECT_EQ(1, count);
+  EXPECT_EQ(1u, recorder->count('e'));
   EXPECT_EQ(3u, recorder->count('a'));  // the two tasks and a single completion task
 }
 
@@ -90,7 +81,7 @@ TEST_F(batch_cancel_test, GroupUnderAWiderRunningCancellationEndsWithIt) {
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
   run_main();
   EXPECT_EQ(0, recorder->canceled(L"a/b"));
-  EXPECT_EQ(1, count);
+  EXPECT_EQ(1u, recorder->count('e'));
 }
 
 TEST_F(batch_cancel_test, EndWaitsWhileSomeoneElseCancelsEverything) {
@@ -102,27 +93,29 @@ TEST_F(batch_cancel_test, EndWaitsWhileSomeoneElseCancelsEverything) {
   EXPECT_TRUE(batch->is_in_progress());
   run_main();
   EXPECT_EQ(1, recorder->canceled(L""));
-  EXPECT_EQ(1, count);
+  EXPECT_EQ(1u, recorder->count('e'));
 }
 
 TEST_F(batch_cancel_test, UnitThatNeverRunsTheEndLeavesTheBatchWithoutHoldingAnything) {
   ASSERT_EQ(seOk, batch->add_task(make_task()));
   ASSERT_EQ(seOk, batch->execute(scheduler, L"nowhere"));
-  EXPECT_EQ(0, count);
+  EXPECT_EQ(0u, recorder->count('e'));
   EXPECT_TRUE(batch->is_in_progress());
   EXPECT_EQ(1, scheduler.use_count());  // the batch let the scheduler go,
   EXPECT_EQ(1, batch.use_count());      // and the scheduler the batch
 }
 
 TEST_F(batch_cancel_test, CompletedHandlerMayStartTheNextOperation) {
-  then = [&] {
+  bool first = true;
+  recorder->then = [&](task_ptr) {
+    if (!std::exchange(first, false)) return;
     EXPECT_EQ(seOk, batch->add_group(L"later"));
     EXPECT_EQ(seOk, batch->execute(scheduler, unit_main));
   };
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
   auto second_round = queued(L"later");  // behind the first end in the queue
   run_main();
-  EXPECT_EQ(2, count);
+  EXPECT_EQ(2u, recorder->count('e'));
   EXPECT_TRUE(second_round->is_canceled());
   EXPECT_EQ(1, recorder->canceled(L"later"));
 }

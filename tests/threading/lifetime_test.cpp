@@ -18,13 +18,6 @@ struct blocking_t : scheduler_status_callback_t {
   latch_t inside, go_on;
 };
 
-// Opens a latch when `completed` comes; holds nothing of the batch.
-struct on_completed_t : subscriber_base_t {
-  ~on_completed_t() override { disconnect_all_signals(); }
-  void run() { arrived.open(); }
-  latch_t arrived;
-};
-
 TEST_F(scheduler_test, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
   latch_t entered;
   set_scheduler(scheduler);
@@ -87,14 +80,13 @@ TEST_F(scheduler_test, ObserversAreCalledWithoutTheSchedulersLock) {
 }
 
 TEST_F(scheduler_test, BatchWhoseClientLetsGoAfterExecuteStillCompletes) {
-  on_completed_t done;
   auto batch = batch_cancel_t::create();
-  batch->completed.connect(&done, &on_completed_t::run);
+  batch->completed.connect(recorder.get(), &recorder_t::ended);
   ASSERT_EQ(seOk, batch->add_task(queued(L"long")));
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_service));
   batch.reset();
   run_main();  // the task ends here; the batch ends, and goes, on a worker of "service"
-  EXPECT_TRUE(done.arrived.wait());
+  EXPECT_TRUE(recorder->wait('e'));
 }
 
 TEST(unit_lifetime, ObserversOfAUnitAreCalledWithoutItsLock) {

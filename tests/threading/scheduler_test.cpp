@@ -189,6 +189,7 @@ TEST_F(scheduler_test, UnitsAndObserversRegisterOnceAndObserversMayCallBack) {
   scheduler_error_t added = seInvalidArgument, removed = seInvalidArgument;
   latch_t done;
   // Adds a task from inside the completion of another one, then removes itself.
+  chaining->then_on = 'c';
   chaining->then = [&](task_ptr task) {
     if (task != first) return;
     added = scheduler->add_task(next, L"chained");

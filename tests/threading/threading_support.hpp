@@ -53,14 +53,6 @@ struct latch_t {
   int m_count;
 };
 
-// Waits for a state that other threads reach without telling anyone.
-template <class Predicate>
-bool eventually(Predicate predicate) {
-  auto const deadline = std::chrono::steady_clock::now() + patience;
-  while (!predicate() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-  return predicate();
-}
-
 // Runs `action` on a thread of its own; false when it has not returned in time (it is
 // then left behind: the test has failed).
 inline bool returns(std::function<void()> action) {
@@ -111,7 +103,8 @@ inline boost::shared_ptr<default_task_t> make_task(std::string const& name = "")
 }
 
 // A notification: 'a'dded, 'c'ompleted, 'r'ejected (with its error), 'g'roup canceled,
-// thread 's'tarted, thread 'f'inished, e'x'ception; 'd' a stage_completed of a unit.
+// thread 's'tarted, thread 'f'inished, e'x'ception; 'd' a stage_completed of a unit,
+// 'e' the end of a batch.
 struct event_t {
   char kind;
   task_ptr task;
@@ -132,15 +125,17 @@ struct recorder_t : scheduler_status_callback_t, subscriber_base_t {
   // Listens to the unit's stage_completed as a scheduler would.
   void attach(unit_t& unit) { unit.stage_completed.connect(this, &recorder_t::stage_done); }
   void stage_done(task_ptr task) { push('d', task); }
-  std::function<void(task_ptr)> then;  // runs after each 'c' and 'd', on the same thread
+  void ended() { push('e'); }  // for a batch's `completed`
+  // Runs on the notifying thread before each notification of kind `then_on` is recorded,
+  // so that a test that waits for the notification sees what it did.
+  std::function<void(task_ptr)> then;
+  char then_on = 'd';
 
   void push(char kind, task_ptr task = {}, std::wstring group = {}, scheduler_error_t e = seOk) {
-    {
-      std::lock_guard<std::mutex> guard(mutex);
-      all.push_back({kind, task, std::move(group), e, std::this_thread::get_id()});
-      cv.notify_all();
-    }
-    if (then && (kind == 'c' || kind == 'd')) then(task);
+    if (then && kind == then_on) then(task);
+    std::lock_guard<std::mutex> guard(mutex);
+    all.push_back({kind, task, std::move(group), e, std::this_thread::get_id()});
+    cv.notify_all();
   }
   // The notifications of `kind` (of any kind for 0), about `task` if one is given.
   std::vector<event_t> events(char kind = 0, task_ptr const& task = {}) {
