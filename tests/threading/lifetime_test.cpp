@@ -126,18 +126,13 @@ TEST(unit_lifetime, APoolBeingTerminatedStartsNoWorkerBeyondItsLimit) {
 }
 
 TEST(unit_lifetime, ADelayUnitReleasedForGoodOnItsTimerThreadEndsThatThread) {
-  struct dropper_t : subscriber_base_t {
-    ~dropper_t() override { disconnect_all_signals(); }
-    void drop(task_ptr) { held.reset(); }
-    boost::shared_ptr<delayed_tasks_unit_t> held;
-  };
   auto unit = boost::make_shared<delayed_tasks_unit_t>();
   auto recorder = boost::make_shared<recorder_t>();
   unit->set_status_callbacks(status_callbacks_t{recorder});
   unit->on_registered();
-  dropper_t dropper;
-  dropper.held = unit;
-  unit->stage_completed.connect(&dropper, &dropper_t::drop);
+  recorder->attach(*unit);
+  auto held = unit;
+  recorder->then = [&held](task_ptr) { held.reset(); };  // on the timer thread
   ASSERT_EQ(seOk, unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, 1)));
   unit.reset();
   EXPECT_TRUE(recorder->wait('f'));

@@ -115,9 +115,7 @@ TEST(scheduler_load, EveryTaskAndEveryNotificationArrivesExactlyOnce) {
     canceled += task.is_canceled();
     rejected += task.rejected.load() != 0;
     // Every stage runs unless the task was canceled or one of its stages refused.
-    if (task.is_canceled() || task.rejected.load() != 0) {
-      ASSERT_LE(task.stages_run.load(), task.signal_stages) << i;
-    } else {
+    if (!task.is_canceled() && task.rejected.load() == 0) {
       ASSERT_EQ(task.signal_stages, task.stages_run.load()) << i;
     }
     // Each accepted cancel ends once, whether it found the task still running or not.

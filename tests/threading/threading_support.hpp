@@ -67,6 +67,7 @@ inline bool returns(std::function<void()> action) {
 }
 
 using work_fn = std::function<void(task_ptr const&)>;
+inline void nothing(task_ptr const&) {}
 
 // The work of a stage: a function called with the task.
 struct work_t : subscriber_base_t {
@@ -77,10 +78,8 @@ struct work_t : subscriber_base_t {
 };
 
 // Makes stages and keeps their work alive as long as itself.
-class works_t {
- public:
-  stage_ptr stage(
-      std::wstring const& unit, work_fn fn = [](task_ptr const&) {}) {
+struct works_t {
+  stage_ptr stage(std::wstring const& unit, work_fn fn = nothing) {
     work_t* work = nullptr;
     {
       std::lock_guard<std::mutex> guard(m_mutex);
@@ -90,8 +89,6 @@ class works_t {
     handler.connect(work, &work_t::run);
     return boost::make_shared<stage_t>(unit, handler);
   }
-
- private:
   std::mutex m_mutex;
   std::vector<std::unique_ptr<work_t>> m_works;
 };
