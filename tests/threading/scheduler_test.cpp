@@ -18,7 +18,6 @@ TEST_F(scheduler_test, TaskRoadThroughServiceEndsOnTheWorkerThatRanTheLastStage)
   added.open();
   ASSERT_TRUE(recorder->wait(task));
   EXPECT_EQ("12f", ran);  // one stage at a time, each on whichever worker is free
-  EXPECT_EQ("ac", recorder->of(task));
   EXPECT_EQ(last_stage, recorder->events('c').at(0).thread);
 }
 
@@ -108,7 +107,6 @@ TEST_F(scheduler_test, CancelingAGroupCancelsEverythingAtOrBelowIt) {
   // The queued stages still run, and see the flag; nothing after them does.
   run_main();
   EXPECT_EQ("--oO", ran);
-  EXPECT_EQ(1, recorder->canceled(L"a"));
   std::string told;  // the end is told after the last task's end
   for (auto const& e : recorder->events()) {
     if (e.kind == 'c') told += e.task == a ? 'a' : e.task == ab ? 'b' : 'o';
@@ -206,7 +204,7 @@ TEST_F(scheduler_test, UnitsAndObserversRegisterOnceAndObserversMayCallBack) {
 }
 
 TEST(scheduler_teardown, DestroyingWithTasksAndNoWaitCallbackReportsAndStopsTheUnits) {
-  works_t works;
+  works_t works;  // outlives the scheduler
   q2test::assert_recorder_t asserts;
   auto scheduler = create_default_scheduler(nullptr, nullptr, false);
   auto queue = boost::make_shared<queue_unit_t>();

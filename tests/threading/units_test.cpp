@@ -1,4 +1,7 @@
-// The four units on their own, wired to a recorder as a scheduler would wire them.
+// The four units on their own, wired to a recorder as a scheduler would wire them, and
+// the names of tasks and threads.
+#include <pthread.h>
+
 #include <climits>
 #include <set>
 #include <stdexcept>
@@ -6,6 +9,7 @@
 #include "threading_support.hpp"
 
 namespace {
+class my_task_t : public quillon2::threading::default_task_t {};
 class nameless_task_t : public quillon2::threading::default_task_t {
   KESMET_2_18::strings::ustring8 get_display_name() const override { return ""; }
 };
@@ -40,7 +44,6 @@ using pool_t = rig_t<thread_pool_unit_t>;
 TEST_F(DelayedTasksUnit, RefusesBadDelaysAFullTableAndJobsWhileItsTimerDoesNotRun) {
   EXPECT_EQ(seUnitNotStarted, unit.execute(make_task(), wait_stage(10)));
   unit.on_registered();
-  EXPECT_EQ(seDelayOutOfRange, unit.execute(make_task(), wait_stage(-5)));
   // A stage built with work has a delay of 0.
   EXPECT_EQ(seDelayOutOfRange, unit.execute(make_task(), works.stage(unit_delay_tasks)));
   // The process is older than this, so a clock that counted from its start in 32 bits
@@ -84,11 +87,9 @@ TEST_F(QueueUnit, AnnouncesJobsOnTheCallersThreadAndRunsWhatWasQueuedAtTheCall) 
   unit.execute(make_task(), works.stage(unit_main, [&](task_ptr const&) {
     unit.execute(make_task("late"), note);
   }));
-  std::thread drainer([&] { unit.process_queue(1); });
-  std::thread::id const drainer_id = drainer.get_id();
-  drainer.join();
+  std::thread([&] { unit.process_queue(1); }).join();
   EXPECT_EQ((std::vector<std::string>{"a"}), ran);
-  EXPECT_EQ(drainer_id, recorder->events('d').at(0).thread);
+  EXPECT_NE(std::this_thread::get_id(), recorder->events('d').at(0).thread);  // the drainer's
   unit.process_queue(-1);
   EXPECT_EQ((std::vector<std::string>{"a", "b", "c"}), ran);
   EXPECT_TRUE(unit.has_tasks());
@@ -201,6 +202,35 @@ TEST_F(ThreadsUnit, RefusesThe65thConcurrentStageAndTerminateInterruptsAndJoinsT
   EXPECT_EQ(0u, unit.get_active_threads());
   EXPECT_EQ(64u, recorder->count('f'));
   EXPECT_EQ(0u, recorder->count('d') + recorder->count('x'));
+}
+
+std::string kernel_thread_name() {
+  char name[32] = {};
+  pthread_getname_np(pthread_self(), name, sizeof name);
+  return name;
+}
+
+TEST(DefaultTask, IsNamedAfterItsClassUntilGivenAName) {
+  my_task_t task;
+  EXPECT_EQ("quillon2::threading::default_task_t", default_task_t().get_display_name());
+  EXPECT_EQ("(anonymous namespace)::my_task_t", task.get_display_name());
+  task.set_display_name("copying files");
+  EXPECT_EQ("copying files", task.get_display_name());
+}
+
+TEST(ThreadName, KeepsThirtyOneCharactersAndTheKernelTheFirstFifteenBytes) {
+  std::thread([] {
+    std::string const exact31 = "Sh(T): abcdefghijklmnopqrstuvwx";
+    set_thread_name(exact31.c_str(), true);  // 31: not abbreviated
+    EXPECT_EQ(exact31, get_thread_name());
+    EXPECT_EQ(exact31.substr(0, 15), kernel_thread_name());
+    set_thread_name((exact31 + "Y").c_str(), true);  // 32: abbreviated
+    EXPECT_EQ("Sh(T):bcdfghjklmnpqrstvwxY", get_thread_name());
+    set_thread_name("Sh(TP): copying_every file you own", false);
+    EXPECT_EQ("Sh(TP): copying_every file you ", get_thread_name());
+    set_thread_name("short", false);
+    EXPECT_EQ("short", kernel_thread_name());
+  }).join();
 }
 
 }  // namespace
