@@ -1,119 +1,77 @@
-// batch_cancel_t through its public interface, on a default scheduler whose "main" unit
-// is a queue drained by the test.
-#include <functional>
-#include <string>
-#include <thread>
+// batch_cancel_t through its public interface, on the scheduler of the fixture.
+#include "threading_support.hpp"
 
-#include "scheduler_fixture.hpp"
+namespace q2thr {
 
-namespace q2sched {
-namespace {
-
-// Listens to `completed` and remembers how often, where and in which state it came.
-class completion_t : public quillon2::_internal::subscriber_base_t {
- public:
-  explicit completion_t(batch_cancel_t& batch) : m_batch(batch) {
-    batch.completed.connect(this, &completion_t::on_completed);
-  }
-  // Disconnected from the signal's side, in the order in which connect locks.
-  ~completion_t() override { m_batch.completed.disconnect(this, &completion_t::on_completed); }
-  void on_completed() {
-    in_progress_seen = in_progress_seen || m_batch.is_in_progress();
-    thread = std::this_thread::get_id();
-    ++count;
-    if (then) std::exchange(then, nullptr)();
-    arrived.open();
-  }
-
-  int count = 0;
-  bool in_progress_seen = false;
-  std::thread::id thread;
-  std::function<void()> then;  // runs inside the next emission
-  latch_t arrived;
-
- private:
-  batch_cancel_t& m_batch;
-};
-
+// The fixture's recorder notes the batch's `completed` as 'e'.
 class batch_cancel_test : public scheduler_test {
  protected:
+  batch_cancel_test() {
+    batch->completed.connect(recorder.get(), &recorder_t::ended);
+    recorder->then_on = 'e';
+  }
+  // Disconnected from the signal's side, in the order in which connect locks.
+  ~batch_cancel_test() override { batch->completed.disconnect(recorder.get(), &recorder_t::ended); }
+
   boost::shared_ptr<batch_cancel_t> batch = batch_cancel_t::create();
-  completion_t done{*batch};
 };
 
 TEST_F(batch_cancel_test, FillingRefusesDuplicatesBadArgumentsAndChangesWhileRunning) {
   auto task = make_task();
   EXPECT_EQ(seOk, batch->add_group(L"a"));
   EXPECT_EQ(seAlreadyExists, batch->add_group(L"a"));
-  EXPECT_EQ(seOk, batch->add_group(L"A"));
   EXPECT_EQ(seOk, batch->add_task(task));
   EXPECT_EQ(seAlreadyExists, batch->add_task(task));
   EXPECT_EQ(seInvalidArgument, batch->add_task(nullptr));
-  EXPECT_EQ(seInvalidArgument, batch->execute(nullptr, unit_main));
   EXPECT_EQ(seInvalidArgument, batch->execute(scheduler, L""));
-  EXPECT_FALSE(batch->is_in_progress());
-
+  bool in_progress_seen = true;
+  recorder->then = [&](task_ptr) { in_progress_seen = batch->is_in_progress(); };
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
   EXPECT_TRUE(task->is_canceled());
   EXPECT_TRUE(batch->is_in_progress());
   EXPECT_EQ(seInProgress, batch->add_group(L"b"));
-  EXPECT_EQ(seInProgress, batch->add_task(make_task()));
   EXPECT_EQ(seInProgress, batch->execute(scheduler, unit_main));
-  EXPECT_EQ(0, done.count);  // unknown task and empty groups: only the unit is awaited
+  EXPECT_EQ(0u, recorder->count('e'));  // unknown task and empty groups: only the unit is awaited
   run_main();
-  EXPECT_EQ(1, done.count);
+  EXPECT_EQ(1u, recorder->count('e'));
   EXPECT_EQ(1, recorder->canceled(L"a"));
-  EXPECT_FALSE(done.in_progress_seen);
+  EXPECT_FALSE(in_progress_seen);
   EXPECT_FALSE(batch->is_in_progress());
-}
-
-TEST_F(batch_cancel_test, EmptyBatchCompletesOnceOnTheNamedUnitsThread) {
-  ASSERT_EQ(seOk, batch->execute(scheduler, unit_service));
-  ASSERT_TRUE(done.arrived.wait());
-  EXPECT_NE(std::this_thread::get_id(), done.thread);
-  EXPECT_EQ(1, done.count);
 }
 
 TEST_F(batch_cancel_test, WaitsForALongStageAndItsFinalizationButNotForOthers) {
   latch_t release, entered;
-  std::string order;
-  auto long_task = make_task();
-  long_task->push_stage(works.stage(unit_service, [&](task_ptr const&) {
-    entered.open();
-    release.wait();
-  }));
-  long_task->push_stage(works.stage(unit_service, [&](task_ptr const&) { order += 'X'; }));
-  long_task->push_finalization_stage(
-      works.stage(unit_service, [&](task_ptr const&) { order += 'f'; }));
+  auto long_task = task_of({works.stage(unit_service,
+                                        [&](task_ptr const&) {
+                                          entered.open();
+                                          release.wait();
+                                        }),
+                            note('X', unit_service)},
+                           works.stage(unit_service, [&](task_ptr const&) { ran += 'f'; }));
   ASSERT_EQ(seOk, scheduler->add_task(long_task, L"docs/long"));
   ASSERT_TRUE(entered.wait());
   auto listed = queued(L"images"), untouched = queued(L"docsx");
-
   ASSERT_EQ(seOk, batch->add_group(L"docs"));
   ASSERT_EQ(seOk, batch->add_task(listed));
-  done.then = [&] { order += 'c'; };
+  recorder->then = [&](task_ptr) { ran += 'c'; };
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_service));
-  EXPECT_TRUE(long_task->is_canceled());
-  EXPECT_FALSE(untouched->is_canceled());
   run_main();  // listed and the others end; the long stage still holds the batch back
-  EXPECT_EQ(0, done.count);
+  EXPECT_EQ(0u, recorder->count('e'));
   release.open();
-  ASSERT_TRUE(done.arrived.wait());
-  EXPECT_EQ("fc", order);
+  ASSERT_TRUE(recorder->wait('e'));
+  EXPECT_EQ("-qfc", ran);
+  EXPECT_NE(std::this_thread::get_id(), recorder->events('e').at(0).thread);  // on the unit
 }
 
 TEST_F(batch_cancel_test, NotificationsAfterTheEndDoNotSendASecondCompletion) {
-  auto listed = queued(L"one");
+  ASSERT_EQ(seOk, batch->add_task(queued(L"one")));
   queued(L"two");
-  ASSERT_EQ(seOk, batch->add_task(listed));
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
-  // listed ends first; the end of "two" reaches the batch while its own end waits in
-  // the queue.
+  // The listed task ends first; the end of "two" reaches the batch while its own end
+  // waits in the queue.
   run_main();
-  EXPECT_EQ(1, done.count);
-  int added = 0;
-  for (auto const& e : recorder->events()) added += e.kind == 'a';
-  EXPECT_EQ(3, added);  // the two tasks and a single completion task
+  EXPECT_EQ(1u, recorder->count('e'));
+  EXPECT_EQ(3u, recorder->count('a'));  // the two tasks and a single completion task
 }
 
 TEST_F(batch_cancel_test, GroupUnderAWiderRunningCancellationEndsWithIt) {
@@ -123,7 +81,7 @@ TEST_F(batch_cancel_test, GroupUnderAWiderRunningCancellationEndsWithIt) {
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
   run_main();
   EXPECT_EQ(0, recorder->canceled(L"a/b"));
-  EXPECT_EQ(1, done.count);
+  EXPECT_EQ(1u, recorder->count('e'));
 }
 
 TEST_F(batch_cancel_test, EndWaitsWhileSomeoneElseCancelsEverything) {
@@ -135,30 +93,31 @@ TEST_F(batch_cancel_test, EndWaitsWhileSomeoneElseCancelsEverything) {
   EXPECT_TRUE(batch->is_in_progress());
   run_main();
   EXPECT_EQ(1, recorder->canceled(L""));
-  EXPECT_EQ(1, done.count);
+  EXPECT_EQ(1u, recorder->count('e'));
 }
 
 TEST_F(batch_cancel_test, UnitThatNeverRunsTheEndLeavesTheBatchWithoutHoldingAnything) {
   ASSERT_EQ(seOk, batch->add_task(make_task()));
   ASSERT_EQ(seOk, batch->execute(scheduler, L"nowhere"));
-  EXPECT_EQ(0, done.count);
+  EXPECT_EQ(0u, recorder->count('e'));
   EXPECT_TRUE(batch->is_in_progress());
   EXPECT_EQ(1, scheduler.use_count());  // the batch let the scheduler go,
   EXPECT_EQ(1, batch.use_count());      // and the scheduler the batch
 }
 
 TEST_F(batch_cancel_test, CompletedHandlerMayStartTheNextOperation) {
-  done.then = [&] {
+  bool first = true;
+  recorder->then = [&](task_ptr) {
+    if (!std::exchange(first, false)) return;
     EXPECT_EQ(seOk, batch->add_group(L"later"));
     EXPECT_EQ(seOk, batch->execute(scheduler, unit_main));
   };
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_main));
   auto second_round = queued(L"later");  // behind the first end in the queue
   run_main();
-  EXPECT_EQ(2, done.count);
+  EXPECT_EQ(2u, recorder->count('e'));
   EXPECT_TRUE(second_round->is_canceled());
   EXPECT_EQ(1, recorder->canceled(L"later"));
 }
 
-}  // namespace
-}  // namespace q2sched
+}  // namespace q2thr

@@ -1,175 +1,99 @@
 // Lifetimes and locks across threads: owners that let go inside jobs, observers that
 // call back while other threads change the scheduler, units stopped under their jobs.
-#include <climits>
-#include <functional>
-#include <memory>
-#include <thread>
+#include "threading_support.hpp"
 
-#include <boost/thread/thread.hpp>
+namespace q2thr {
 
-#include <quillon2/core/threading/units/delayed_tasks_unit.hpp>
-#include <quillon2/core/threading/units/thread_pool_unit.hpp>
-
-#include "scheduler_fixture.hpp"
-
-namespace q2sched {
-namespace {
-
-// Runs `action` on a thread of its own; false when it has not returned within the
-// patience of these tests (it is then left behind: the test has failed).
-bool returns(std::function<void()> action) {
-  auto done = std::make_shared<latch_t>();
-  std::thread runner([action, done] {
-    action();
-    done->open();
-  });
-  if (done->wait()) {
-    runner.join();
-    return true;
+// Blocks in the first notification it gets until the test lets it go.
+struct blocking_t : scheduler_status_callback_t {
+  void thread_started() override { block(); }
+  void task_completed(task_ptr) override { block(); }
+  void block() {
+    if (blocked.exchange(true)) return;
+    inside.open();
+    while (!go_on.wait()) {
+    }  // opened by the test in any case
   }
-  runner.detach();
-  return false;
-}
-
-// Counts the unit threads it is told about, and opens a latch when one has finished.
-struct thread_counter_t : scheduler_status_callback_t {
-  void thread_started() override { ++started; }
-  void thread_finished() override { finished.open(); }
-  std::atomic<int> started{0};
-  latch_t finished;
+  std::atomic<bool> blocked{false};
+  latch_t inside, go_on;
 };
 
-// Calls a function when `completed` comes; holds nothing of the batch.
-struct on_completed_t : quillon2::_internal::subscriber_base_t {
-  ~on_completed_t() override { disconnect_all_signals(); }
-  void run() { arrived.open(); }
-  latch_t arrived;
-};
-
-TEST(scheduler_slot, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
-  works_t works;
+TEST_F(scheduler_test, ThePreviousSchedulerIsReleasedWithTheSlotUnlocked) {
   latch_t entered;
-  auto scheduler =
-      create_default_scheduler(nullptr, boost::make_shared<default_scheduler_wait_callback_t>());
-  auto task = make_task();
+  set_scheduler(scheduler);
   // The teardown waits for this stage, which ends once the slot is seen empty.
-  task->push_stage(works.stage(unit_service, [&](task_ptr const&) {
+  auto const until_empty = [&](task_ptr const&) {
     entered.open();
     while (get_scheduler()) std::this_thread::yield();
-  }));
-  set_scheduler(scheduler);
-  ASSERT_EQ(seOk, scheduler->add_task(task, L""));
+  };
+  ASSERT_EQ(seOk, scheduler->add_task(task_of({works.stage(unit_service, until_empty)}), L""));
+  boost::weak_ptr<scheduler_t> const watch(scheduler);
   scheduler.reset();
   ASSERT_TRUE(entered.wait());
   EXPECT_TRUE(returns([] { set_scheduler(nullptr); }));
+  EXPECT_TRUE(watch.expired());
 }
 
-TEST(scheduler_teardown, LastOwnerLettingGoWhileItsQueueIsDrainedEndsTheTaskThere) {
-  works_t works;
-  auto recorder = boost::make_shared<recorder_t>();
-  auto queue = boost::make_shared<queue_unit_t>();
-  auto owner = boost::make_shared<boost::shared_ptr<scheduler_t>>(create_default_scheduler(
-      recorder, boost::make_shared<default_scheduler_wait_callback_t>(), false));
-  ASSERT_EQ(seOk, (*owner)->add_unit(unit_main, queue));
-  auto task = make_task();
-  task->push_stage(works.stage(unit_main, [owner](task_ptr const&) { owner->reset(); }));
-  task->push_stage(works.stage(unit_main, [](task_ptr const&) { ADD_FAILURE(); }));
+TEST_F(scheduler_test, LastOwnerLettingGoWhileItsQueueIsDrainedEndsTheTaskThere) {
+  auto owner = boost::make_shared<boost::shared_ptr<scheduler_t>>(std::move(scheduler));
+  auto task =
+      task_of({works.stage(unit_main, [owner](task_ptr const&) { owner->reset(); }), note('X')});
   ASSERT_EQ(seOk, (*owner)->add_task(task, L""));
-  EXPECT_TRUE(returns([&] { queue->process_queue(0); }));
+  EXPECT_TRUE(returns([&] { main_queue->process_queue(0); }));
   EXPECT_EQ("ac", recorder->of(task));
-  EXPECT_FALSE(queue->has_tasks());
+  EXPECT_EQ("", ran);
 }
 
-TEST_F(scheduler_test, UnitsGetExactlyTheObserversOfTheClient) {
+TEST_F(scheduler_test, UnitsGetTheClientsObserversAndMayReachTheSchedulerMeanwhile) {
   struct spy_unit_t : queue_unit_t {
     void set_status_callbacks(status_callbacks_t const& callbacks) override {
-      seen = callbacks;
-      queue_unit_t::set_status_callbacks(callbacks);
-    }
-    status_callbacks_t seen;
-  };
-  auto spy = boost::make_shared<spy_unit_t>();
-  ASSERT_EQ(seOk, scheduler->add_unit(L"spy", spy));
-  EXPECT_EQ(status_callbacks_t{recorder}, spy->seen);
-  ASSERT_EQ(seOk, scheduler->remove_status_callback(recorder));
-  EXPECT_TRUE(spy->seen.empty());
-}
-
-TEST_F(scheduler_test, AUnitMayReachTheSchedulerWhileItTakesItsObservers) {
-  struct reaching_unit_t : queue_unit_t {
-    void set_status_callbacks(status_callbacks_t const& callbacks) override {
-      queue_unit_t::set_status_callbacks(callbacks);
+      queue_unit_t::set_status_callbacks(seen = callbacks);
       if (++calls == 2) added = owner->add_unit(L"extra", boost::make_shared<queue_unit_t>());
     }
+    status_callbacks_t seen;
     scheduler_t* owner = nullptr;
     int calls = 0;
     scheduler_error_t added = seNotFound;
   };
-  auto unit = boost::make_shared<reaching_unit_t>();
-  unit->owner = scheduler.get();
-  ASSERT_EQ(seOk, scheduler->add_unit(L"reaching", unit));
-  EXPECT_TRUE(returns([&] {
-    scheduler->add_status_callback(boost::make_shared<scheduler_status_callback_t>());
-  }));
-  EXPECT_EQ(seOk, unit->added);
+  auto spy = boost::make_shared<spy_unit_t>();
+  spy->owner = scheduler.get();
+  ASSERT_EQ(seOk, scheduler->add_unit(L"spy", spy));
+  EXPECT_EQ(status_callbacks_t{recorder}, spy->seen);
+  auto other = boost::make_shared<scheduler_status_callback_t>();
+  EXPECT_TRUE(returns([&] { scheduler->add_status_callback(other); }));
+  EXPECT_EQ(seOk, spy->added);
+  ASSERT_EQ(seOk, scheduler->remove_status_callback(recorder));
+  EXPECT_EQ(status_callbacks_t{other}, spy->seen);
 }
 
 TEST_F(scheduler_test, ObserversAreCalledWithoutTheSchedulersLock) {
-  struct blocking_t : scheduler_status_callback_t {
-    void task_completed(task_ptr) override {
-      if (blocked.exchange(true)) return;
-      inside.open();
-      while (!go_on.wait()) {
-      }  // opened by the test in any case
-    }
-    std::atomic<bool> blocked{false};
-    latch_t inside, go_on;
-  };
   auto blocking = boost::make_shared<blocking_t>();
   ASSERT_EQ(seOk, scheduler->add_status_callback(blocking));
   queued(L"");
   std::thread drain([&] { run_main(); });
   ASSERT_TRUE(blocking->inside.wait());
-  EXPECT_TRUE(returns([&] {
-    scheduler->add_status_callback(boost::make_shared<scheduler_status_callback_t>());
-  }));
+  EXPECT_TRUE(returns(
+      [&] { scheduler->add_status_callback(boost::make_shared<scheduler_status_callback_t>()); }));
   blocking->go_on.open();
   drain.join();
 }
 
 TEST_F(scheduler_test, BatchWhoseClientLetsGoAfterExecuteStillCompletes) {
-  latch_t entered, release;
-  auto task = make_task();
-  task->push_stage(works.stage(unit_service, [&](task_ptr const&) {
-    entered.open();
-    release.wait();
-  }));
-  ASSERT_EQ(seOk, scheduler->add_task(task, L"long"));
-  ASSERT_TRUE(entered.wait());
-  on_completed_t done;
   auto batch = batch_cancel_t::create();
-  batch->completed.connect(&done, &on_completed_t::run);
-  ASSERT_EQ(seOk, batch->add_task(task));
+  batch->completed.connect(recorder.get(), &recorder_t::ended);
+  ASSERT_EQ(seOk, batch->add_task(queued(L"long")));
   ASSERT_EQ(seOk, batch->execute(scheduler, unit_service));
   batch.reset();
-  release.open();
-  EXPECT_TRUE(done.arrived.wait());
+  run_main();  // the task ends here; the batch ends, and goes, on a worker of "service"
+  EXPECT_TRUE(recorder->wait('e'));
 }
 
 TEST(unit_lifetime, ObserversOfAUnitAreCalledWithoutItsLock) {
-  struct blocking_t : scheduler_status_callback_t {
-    void thread_started() override {
-      inside.open();
-      while (!go_on.wait()) {
-      }  // opened by the test in any case
-    }
-    latch_t inside, go_on;
-  };
   works_t works;
   auto pool = boost::make_shared<thread_pool_unit_t>(1u);
   auto blocking = boost::make_shared<blocking_t>();
   pool->set_status_callbacks(status_callbacks_t{blocking});
-  ASSERT_EQ(seOk, pool->execute(make_task(), works.stage(L"pool")));
+  ASSERT_EQ(seOk, pool->execute(make_task(), works.stage(L"")));
   ASSERT_TRUE(blocking->inside.wait());
   EXPECT_TRUE(returns([&] { pool->set_status_callbacks(status_callbacks_t()); }));
   blocking->go_on.open();
@@ -180,11 +104,11 @@ TEST(unit_lifetime, APoolBeingTerminatedStartsNoWorkerBeyondItsLimit) {
   works_t works;
   latch_t entered;
   auto pool = boost::make_shared<thread_pool_unit_t>(1u);
-  auto counter = boost::make_shared<thread_counter_t>();
-  pool->set_status_callbacks(status_callbacks_t{counter});
-  stage_ptr const later = works.stage(L"pool");
+  auto recorder = boost::make_shared<recorder_t>();
+  pool->set_status_callbacks(status_callbacks_t{recorder});
+  stage_ptr const later = works.stage(L"");
   // Interrupted by terminate, the stage hands the pool a job while its worker is joined.
-  stage_ptr const first = works.stage(L"pool", [&](task_ptr const&) {
+  stage_ptr const first = works.stage(L"", [&](task_ptr const&) {
     entered.open();
     try {
       boost::this_thread::sleep_for(boost::chrono::hours(1));
@@ -197,36 +121,20 @@ TEST(unit_lifetime, APoolBeingTerminatedStartsNoWorkerBeyondItsLimit) {
   ASSERT_TRUE(entered.wait());
   pool->terminate();
   pool.reset();  // joins whatever worker was started meanwhile
-  EXPECT_EQ(1, counter->started.load());
+  EXPECT_EQ(1u, recorder->count('s'));
 }
 
 TEST(unit_lifetime, ADelayUnitReleasedForGoodOnItsTimerThreadEndsThatThread) {
-  struct dropper_t : quillon2::_internal::subscriber_base_t {
-    ~dropper_t() override { disconnect_all_signals(); }
-    void drop(task_ptr) { held.reset(); }
-    boost::shared_ptr<delayed_tasks_unit_t> held;
-  };
   auto unit = boost::make_shared<delayed_tasks_unit_t>();
-  auto counter = boost::make_shared<thread_counter_t>();
-  unit->set_status_callbacks(status_callbacks_t{counter});
+  auto recorder = boost::make_shared<recorder_t>();
+  unit->set_status_callbacks(status_callbacks_t{recorder});
   unit->on_registered();
-  dropper_t dropper;
-  dropper.held = unit;
-  unit->stage_completed.connect(&dropper, &dropper_t::drop);
+  recorder->attach(*unit);
+  auto held = unit;
+  recorder->then = [&held](task_ptr) { held.reset(); };  // on the timer thread
   ASSERT_EQ(seOk, unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, 1)));
   unit.reset();
-  EXPECT_TRUE(counter->finished.wait());
+  EXPECT_TRUE(recorder->wait('f'));
 }
 
-TEST(unit_lifetime, TheDelayClockReachesTheLongestDelayAStageHolds) {
-  // The process is at least this old, so a clock that counts from its start in 32 bits
-  // could no longer reach the longest delay.
-  std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  auto unit = boost::make_shared<delayed_tasks_unit_t>();
-  unit->on_registered();
-  EXPECT_EQ(seOk, unit->execute(make_task(), boost::make_shared<stage_t>(unit_delay_tasks, INT_MAX)));
-  unit->terminate();
-}
-
-}  // namespace
-}  // namespace q2sched
+}  // namespace q2thr
