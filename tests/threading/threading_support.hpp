@@ -124,12 +124,27 @@ struct recorder_t : scheduler_status_callback_t, subscriber_base_t {
   void stage_done(task_ptr task) { push('d', task); }
   void ended() { push('e'); }  // for a batch's `completed`
   // Runs on the notifying thread before each notification of kind `then_on` is recorded,
-  // so that a test that waits for the notification sees what it did.
-  std::function<void(task_ptr)> then;
-  char then_on = 'd';
+  // so that a test that waits for the notification sees what it did. Set while unit
+  // threads already notify: both are read and written under a lock of their own.
+  struct hook_t {
+    hook_t& operator=(std::function<void(task_ptr)> fn) {
+      std::lock_guard<std::mutex> guard(mutex);
+      this->fn = std::move(fn);
+      return *this;
+    }
+    std::function<void(task_ptr)> get() {
+      std::lock_guard<std::mutex> guard(mutex);
+      return fn;
+    }
+    std::mutex mutex;
+    std::function<void(task_ptr)> fn;
+  } then;
+  std::atomic<char> then_on{'d'};
 
   void push(char kind, task_ptr task = {}, std::wstring group = {}, scheduler_error_t e = seOk) {
-    if (then && kind == then_on) then(task);
+    if (kind == then_on) {
+      if (auto const hook = then.get()) hook(task);
+    }
     std::lock_guard<std::mutex> guard(mutex);
     all.push_back({kind, task, std::move(group), e, std::this_thread::get_id()});
     cv.notify_all();

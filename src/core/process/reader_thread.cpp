@@ -64,8 +64,11 @@ sptr_t<IReaderThread> IReaderThread::create(sptr_t<ISharedFileHandle> const& han
 }
 
 BoostThread::~BoostThread() {
-  // A reader still running keeps its handle and callback and ends with its stream.
-  if (m_thread.joinable()) m_thread.detach();
+  // A reader that has ended is joined, so that its end is seen to come before this; one
+  // still running keeps its handle and callback and ends with its stream.
+  if (!m_thread.joinable()) return;
+  boost::this_thread::disable_interruption const no_interruption;
+  if (!m_thread.try_join_for(boost::chrono::milliseconds(0))) m_thread.detach();
 }
 
 error_code_t BoostThread::start() {
