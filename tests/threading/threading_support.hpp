@@ -230,10 +230,13 @@ class scheduler_test : public ::testing::Test {
         create_default_scheduler(recorder, boost::make_shared<test_wait_t>(waiting, gone), false);
     ASSERT_EQ(seOk, scheduler->add_unit(unit_main, main_queue));
   }
-  // Whatever still waits in the queue must run, or the teardown would wait for it.
+  // Whatever still waits in the queue must run, or the teardown would wait for it. The
+  // last reference may be a unit thread's, still finishing a chain: the fixture goes
+  // only once the scheduler has, which the end of its wait callback tells.
   void TearDown() override {
     run_main();
     scheduler.reset();
+    EXPECT_TRUE(gone.wait());
   }
   void run_main() {
     while (main_queue->has_tasks()) main_queue->process_queue(0);
