@@ -89,7 +89,7 @@ signal_base_t::~signal_base_t() {
   bool const emitting = m_is_valid_flag != nullptr;
   // Tells the running emission (on this thread: a handler is destroying us) to stop.
   if (emitting) *m_is_valid_flag = false;
-  erase_all();
+  erase_all_locked();
   free_all_nodes();
   core->signal = nullptr;
   core->mutex.release();
@@ -131,7 +131,11 @@ void signal_base_t::_insert(connection_t const& connection) {
   node_t* node = new node_t{nullptr, nullptr, connection};
   try {
     mutex_guard_t subscriber_guard(connection.subscriber->m_senders_mutex);
-    connection.subscriber->m_senders.push_back(m_core);
+    auto& senders = connection.subscriber->m_senders;
+    // Most subscribers are reached by a few signals (a task by its stage's handler and
+    // that handler's copies): room for those at once saves the regrowths.
+    if (senders.capacity() == 0) senders.reserve(4);
+    senders.push_back(m_core);
   } catch (...) {
     delete node;
     throw;
@@ -184,6 +188,10 @@ void signal_base_t::erase_subscriber(subscriber_base_t* subscriber) {
 
 void signal_base_t::erase_all() {
   mutex_guard_t guard(m_core->mutex);
+  erase_all_locked();
+}
+
+void signal_base_t::erase_all_locked() {
   for (node_t* node = m_head.next; node != &m_head; node = node->next) {
     connection_t& c = node->connection;
     if (c.subscriber == nullptr) continue;

@@ -168,19 +168,25 @@ scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> task,
              L"\tthe task is not added because the group is canceling.");
       return seGroupCanceling;
     }
-    if (m_tasks.count(task) != 0) {
-      Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
-      return seAlreadyExists;
-    }
+    bool inserted = false;
     if (m_spare_entries.empty()) {
-      m_tasks.emplace(task, task_entry_t{group, false});
+      inserted = m_tasks.emplace(task, task_entry_t{group, false}).second;
     } else {
       task_table::node_type entry = std::move(m_spare_entries.back());
       m_spare_entries.pop_back();
       entry.key() = task;
       entry.mapped().group.assign(group);
       entry.mapped().finalizing = false;
-      m_tasks.insert(std::move(entry));
+      auto result = m_tasks.insert(std::move(entry));
+      inserted = result.inserted;
+      if (!inserted) {
+        result.node.key().reset();
+        m_spare_entries.push_back(std::move(result.node));
+      }
+    }
+    if (!inserted) {
+      Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
+      return seAlreadyExists;
     }
   }
   {

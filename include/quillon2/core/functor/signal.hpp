@@ -251,6 +251,8 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   friend class subscriber_base_t;
 
   bool contains(connection_t const& connection) const;
+  // erase_all with the signal's mutex already held.
+  void erase_all_locked();
   // Takes a node out of the list, or, while an emission runs, clears its record for the
   // emission to remove.
   void discard(node_t* node) noexcept;

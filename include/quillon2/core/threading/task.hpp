@@ -8,8 +8,9 @@
 #pragma once
 
 #include <atomic>
-#include <list>
+#include <cstddef>
 
+#include <boost/container/small_vector.hpp>
 #include <boost/shared_ptr.hpp>
 
 #include <quillon2/core/threading/scheduler_error.hpp>
@@ -71,10 +72,20 @@ class QUILLON2_API default_task_t : public task_t {
   virtual void set_display_name(KESMET_2_18::strings::ustring8 const& name);
 
  private:
+  // First in, first out; the stages are taken from `head` on. A task's first two stages
+  // take no allocation of their own.
+  struct stage_queue_t {
+    boost::container::small_vector<boost::shared_ptr<stage_t>, 2> stages;
+    std::size_t head = 0;
+  };
+
   std::atomic<int> m_canceled{0};
-  std::list<boost::shared_ptr<stage_t>> m_stages;
+  stage_queue_t m_stages;
   mutable spin_lock_t m_lock;  // guards both queues and the name
-  std::list<boost::shared_ptr<stage_t>> m_finalization_stages;
+  stage_queue_t m_finalization_stages;
+
+  boost::shared_ptr<stage_t> take_first(stage_queue_t& queue);
+  void append(stage_queue_t& queue, boost::shared_ptr<stage_t> stage);
   KESMET_2_18::strings::ustring8 m_display_name;
 };
 

@@ -91,7 +91,7 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
   std::shared_ptr<idle_slot_t> wake;
   {
     std::lock_guard<std::mutex> guard(m_queue_mutex);
-    pending = m_queue.size();
+    pending = queued_jobs();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
     // Busy workers take the job when they come back to the queue. An idle one is woken
@@ -159,6 +159,19 @@ void thread_pool_unit_t::terminate() {
   internal::hand_over_thread(std::move(self));
 }
 
+thread_pool_unit_t::job_t thread_pool_unit_t::pop_job() {
+  job_t job = std::move(m_queue[m_queue_head++]);
+  if (m_queue_head == m_queue.size()) {
+    m_queue.clear();
+    m_queue_head = 0;
+  } else if (m_queue_head >= 64 && m_queue_head * 2 >= m_queue.size()) {
+    // A queue that never runs empty drops its taken half now and then.
+    m_queue.erase(m_queue.begin(), m_queue.begin() + static_cast<std::ptrdiff_t>(m_queue_head));
+    m_queue_head = 0;
+  }
+  return job;
+}
+
 std::shared_ptr<thread_pool_unit_t::idle_slot_t> thread_pool_unit_t::claim_idle_worker() {
   if (m_waking || m_idle.empty()) return {};
   std::shared_ptr<idle_slot_t> slot = std::move(m_idle.back());
@@ -181,7 +194,7 @@ void thread_pool_unit_t::wake_idle_workers() {
 
 void thread_pool_unit_t::wait_for_job(std::unique_lock<std::mutex>& lock,
                                       std::shared_ptr<idle_slot_t> const& slot) {
-  while (m_queue.empty()) {
+  while (queued_jobs() == 0) {
     // Checked with the queue locked: terminate interrupts first and then wakes every
     // worker registered as idle, so a worker either sees the request here or is woken.
     boost::this_thread::interruption_point();
@@ -215,17 +228,16 @@ bool thread_pool_unit_t::process_jobs_queue() {
     std::shared_ptr<idle_slot_t> next;
     {
       std::unique_lock<std::mutex> lock(m_queue_mutex);
-      if (m_queue.empty()) {
+      if (queued_jobs() == 0) {
         lock.unlock();
         set_thread_name("Sh(TP): pending", false);
         lock.lock();
         wait_for_job(lock, slot);
       }
-      job = std::move(m_queue.front());
-      m_queue.pop_front();
+      job = pop_job();
       // Jobs queued while this worker was on its way woke nobody: the next idle worker
       // is woken for them here.
-      if (!m_queue.empty()) next = claim_idle_worker();
+      if (queued_jobs() != 0) next = claim_idle_worker();
       // Counted before the queue is released: an execute that no longer sees the job
       // in the queue sees this worker busy.
       spin_guard_t guard(m_lock);
@@ -240,7 +252,10 @@ bool thread_pool_unit_t::process_jobs_queue() {
     boost::shared_ptr<unit_t> keep_alive = weak_self.lock();
     // True when letting go of the job and of the unit destroyed the unit.
     auto const release = [&] {
-      job = job_t();
+      // The stage goes first: its signal then drops the connection to its task itself,
+      // and the task finds no connection left to undo.
+      job.second.reset();
+      job.first.reset();
       keep_alive.reset();
       if (t_destroyed_by_worker != this) return false;
       t_destroyed_by_worker = nullptr;

@@ -17,7 +17,6 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -93,8 +92,13 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   std::vector<boost::shared_ptr<boost::thread>> m_workers;
   unsigned int m_active_threads = 0;
   unsigned int m_threads = 0;
+  // Jobs are taken from m_queue_head on; the vector keeps its storage when the queue
+  // runs empty, so a busy pool allocates nothing per job. Both guarded by m_queue_mutex.
+  std::size_t queued_jobs() const { return m_queue.size() - m_queue_head; }
+  job_t pop_job();
   std::mutex m_queue_mutex;
-  std::deque<job_t> m_queue;
+  std::vector<job_t> m_queue;
+  std::size_t m_queue_head = 0;
   // The idle workers, the one that went idle last at the back; a worker is taken off
   // when it is woken. Guarded by m_queue_mutex, like the flag below.
   std::vector<std::shared_ptr<idle_slot_t>> m_idle;
