@@ -128,7 +128,7 @@ void signal_base_t::_insert(connection_t const& connection) {
         "signal_t::_insert: this connection is already exists.", __FILE__, __LINE__, __func__);
     return;
   }
-  node_t* node = new node_t{nullptr, nullptr, connection};
+  node_t* node = make_node(connection);
   try {
     mutex_guard_t subscriber_guard(connection.subscriber->m_senders_mutex);
     auto& senders = connection.subscriber->m_senders;
@@ -137,7 +137,7 @@ void signal_base_t::_insert(connection_t const& connection) {
     if (senders.capacity() == 0) senders.reserve(4);
     senders.push_back(m_core);
   } catch (...) {
-    delete node;
+    free_node(node);
     throw;
   }
   node->prev = m_head.prev;
@@ -217,13 +217,31 @@ void signal_base_t::discard(node_t* node) noexcept {
 void signal_base_t::unlink_and_free(node_t* node) noexcept {
   node->prev->next = node->next;
   node->next->prev = node->prev;
-  delete node;
+  free_node(node);
+}
+
+signal_base_t::node_t* signal_base_t::make_node(connection_t const& connection) {
+  if (m_core->first_node_in_use) return new node_t{nullptr, nullptr, connection};
+  m_core->first_node_in_use = true;
+  node_t* node = &m_core->first_node;
+  node->prev = node->next = nullptr;
+  node->connection = connection;
+  return node;
+}
+
+void signal_base_t::free_node(node_t* node) noexcept {
+  if (node != &m_core->first_node) {
+    delete node;
+    return;
+  }
+  node->connection = connection_t();
+  m_core->first_node_in_use = false;
 }
 
 void signal_base_t::free_all_nodes() noexcept {
   for (node_t* node = m_head.next; node != &m_head;) {
     node_t* next = node->next;
-    delete node;
+    free_node(node);
     node = next;
   }
   m_head.prev = m_head.next = &m_head;

@@ -52,22 +52,7 @@ namespace quillon2::_internal {
 struct dummy_t {};
 
 class signal_base_t;
-
-// The part of a signal that may outlive it: the mutex that guards its connections, and
-// a count of those who still need the mutex. The signal holds one reference; when it is
-// destroyed by one of its own handlers, the running emission takes that reference over.
-// A dying subscriber holds one while it detaches itself, so that a signal that dies on
-// another thread meanwhile leaves it a valid lock.
-struct QUILLON2_API signal_core_t {
-  explicit signal_core_t(signal_base_t* owner) : signal(owner) {}
-  void add_reference() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
-  // Deletes the core with the last reference.
-  static void release(signal_core_t* core) noexcept;
-
-  threading::mutex_t mutex;
-  std::atomic<long> references{1};
-  signal_base_t* signal;  // null once the signal is gone; read and written under `mutex`
-};
+struct signal_core_t;
 
 // The receiving end of connections. Keeps one entry per connection that targets it,
 // so that its destructor can remove them all.
@@ -175,6 +160,33 @@ struct connection_t {
   }
 };
 
+// A connection in a signal's circular list.
+struct connection_node_t {
+  connection_node_t* prev = nullptr;
+  connection_node_t* next = nullptr;
+  connection_t connection;
+};
+
+// The part of a signal that may outlive it: the mutex that guards its connections, and
+// a count of those who still need the mutex. The signal holds one reference; when it is
+// destroyed by one of its own handlers, the running emission takes that reference over.
+// A dying subscriber holds one while it detaches itself, so that a signal that dies on
+// another thread meanwhile leaves it a valid lock.
+struct QUILLON2_API signal_core_t {
+  explicit signal_core_t(signal_base_t* owner) : signal(owner) {}
+  void add_reference() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+  // Deletes the core with the last reference.
+  static void release(signal_core_t* core) noexcept;
+
+  threading::mutex_t mutex;
+  std::atomic<long> references{1};
+  signal_base_t* signal;  // null once the signal is gone; read and written under `mutex`
+  // Room for the signal's first connection, which most signals never go beyond: it
+  // comes with the core instead of an allocation of its own. Guarded by `mutex`.
+  connection_node_t first_node{};
+  bool first_node_in_use = false;
+};
+
 // The untyped part of every signal: the connection list, the emission state and the
 // core with the mutex, which lives on the heap so that it can outlive a signal destroyed
 // by one of its own handlers (the running emission then releases it).
@@ -188,11 +200,7 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   bool empty() const;
 
  protected:
-  struct node_t {
-    node_t* prev;
-    node_t* next;
-    connection_t connection;
-  };
+  using node_t = connection_node_t;
 
   // Marks one emission; the outermost one also owns the cleanup at its end.
   class emission_t {
@@ -257,6 +265,9 @@ class QUILLON2_API signal_base_t : public subscriber_base_t {
   // emission to remove.
   void discard(node_t* node) noexcept;
   void unlink_and_free(node_t* node) noexcept;
+  // A node for a new connection: the core's own while it is free. Under the mutex.
+  node_t* make_node(connection_t const& connection);
+  void free_node(node_t* node) noexcept;
   void free_all_nodes() noexcept;
   void remove_sender(subscriber_base_t* subscriber);
 
