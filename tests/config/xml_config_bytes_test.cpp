@@ -49,7 +49,7 @@ TEST_F(XmlConfigBytes, TheStoreWritesItsDocumentsAsBefore) {
   std::wstring const tricky = L"a&b<c>d\"e'f\r\n\tg ]]> \u00e9\U0001F600";
   config.set_value(L"A", 1);
   config.set_value(L"a.Inner", std::wstring(L"in"));  // inside a typed element
-  config.set_value(L"a-b", true);                      // between "a" and "a.z"
+  config.set_value(L"a-b", true);                     // between "a" and "a.z"
   config.set_value(L"a.z", 2.5f);
   config.set_value(L"a..y.", 3.0);  // empty tokens dropped: goes into "a"
   config.set_value(L"text", tricky);
@@ -91,7 +91,8 @@ TEST_F(XmlConfigBytes, TheStoreWritesItsDocumentsAsBefore) {
                 "  <ints type=\"int_vector\">\n    <item>-1</item>\n    <item>0</item>\n"
                 "  </ints>\n"
                 "  <list type=\"string_list\">\n    <item></item>\n    <item>" +
-                t + "</item>\n  </list>\n"
+                t +
+                "</item>\n  </list>\n"
                 "  <map type=\"string_string_map\">\n    <item key=\"\" value=\"\"/>\n"
                 "    <item key=\"k&#9;&#10;\" value=\"" +
                 t_attribute +
@@ -168,27 +169,50 @@ TEST_F(XmlConfigBytes, StoresAreSavedAsTheirLibxml2TreesPrint) {
   std::mt19937 random(24);
   auto const pick = [&](auto const& choices) { return choices[random() % choices.size()]; };
   strings_t const tokens{L"a", L"B", L"a-b", L"c1", L"\u00e9", L"item", L"", L"x y"};
-  strings_t const texts{L"", L"t", L"&<>\"'\r\n\t]]>", L"\u00e9\U0001F600",
-                        std::wstring(1, static_cast<wchar_t>(0xDC00)), L"\x01"};
+  strings_t const texts{L"",
+                        L"t",
+                        L"&<>\"'\r\n\t]]>",
+                        L"\u00e9\U0001F600",
+                        std::wstring(1, static_cast<wchar_t>(0xDC00)),
+                        L"\x01"};
   for (int round = 0; round < 300; ++round) {
     recording_config_t direct;
     for (int n = random() % 12; n >= 0; --n) {
       std::wstring key = pick(tokens);
       for (int depth = random() % 4; depth > 0; --depth) key += L"." + pick(tokens);
       switch (random() % 9) {
-        case 0: direct.set_value(key, static_cast<int>(random() % 100) - 50); break;
-        case 1: direct.set_value(key, (random() % 1000) / 7.0); break;
-        case 2: direct.set_value(key, round % 5 == 0 ? pick(texts) : pick(texts) + L"x"); break;
-        case 3: direct.set_value(key, strings_t{pick(texts), L"v"}); break;
-        case 4: direct.set_value(key, std::vector<int>{1, 2}); break;
-        case 5: direct.set_value(key, std::map<std::wstring, std::wstring>{{pick(texts), L"&"}}); break;
-        case 6: direct.set_value(key, random() % 2 == 0); break;
-        case 7: direct.set_value(key, 'c'); break;  // no handler
-        default: direct.set_value(key, path_t(L"/p")); break;
+        case 0:
+          direct.set_value(key, static_cast<int>(random() % 100) - 50);
+          break;
+        case 1:
+          direct.set_value(key, (random() % 1000) / 7.0);
+          break;
+        case 2:
+          direct.set_value(key, round % 5 == 0 ? pick(texts) : pick(texts) + L"x");
+          break;
+        case 3:
+          direct.set_value(key, strings_t{pick(texts), L"v"});
+          break;
+        case 4:
+          direct.set_value(key, std::vector<int>{1, 2});
+          break;
+        case 5:
+          direct.set_value(key, std::map<std::wstring, std::wstring>{{pick(texts), L"&"}});
+          break;
+        case 6:
+          direct.set_value(key, random() % 2 == 0);
+          break;
+        case 7:
+          direct.set_value(key, 'c');
+          break;  // no handler
+        default:
+          direct.set_value(key, path_t(L"/p"));
+          break;
       }
     }
     recording_config_t through_tree(direct);
-    through_tree.add_handler(quillon2::smart_pointer_t<quillon2::handler_base_t>(new pair_handler_t));
+    through_tree.add_handler(
+        quillon2::smart_pointer_t<quillon2::handler_base_t>(new pair_handler_t));
     through_tree.set_value(L"*", int_pair_t());  // left out, without an element
     q2test::write_file(direct_file, "old");
     q2test::write_file(tree_file, "old");
@@ -204,7 +228,8 @@ TEST_F(XmlConfigBytes, StoresAreSavedAsTheirLibxml2TreesPrint) {
 
 TEST_F(XmlConfigBytes, DocumentsAreSavedAsLibxml2FormatsThem) {
   std::string deep;
-  for (int i = 0; i < 40; ++i) deep = "<e" + std::to_string(i) + " a='" + std::to_string(i) + "'>" + deep;
+  for (int i = 0; i < 40; ++i)
+    deep = "<e" + std::to_string(i) + " a='" + std::to_string(i) + "'>" + deep;
   for (int i = 0; i < 40; ++i) deep += "</e" + std::to_string(i) + ">";
   for (std::string const& text : std::vector<std::string>{
            "<r/>",
@@ -252,15 +277,28 @@ TEST_F(XmlConfigBytes, DocumentsThatWouldNotReadBackAreRefused) {
   auto const x = [](char const* s) { return reinterpret_cast<xmlChar const*>(s); };
   using build_t = void (*)(xmlDoc*, xmlNode*);
   std::vector<build_t> const builds{
-      [](xmlDoc*, xmlNode* r) { xmlNewChild(r, nullptr, reinterpret_cast<xmlChar const*>("1a"), nullptr); },
+      [](xmlDoc*, xmlNode* r) {
+        xmlNewChild(r, nullptr, reinterpret_cast<xmlChar const*>("1a"), nullptr);
+      },
       [](xmlDoc*, xmlNode* r) { xmlNodeAddContent(r, reinterpret_cast<xmlChar const*>("a\x01")); },
       [](xmlDoc*, xmlNode* r) { xmlNodeAddContent(r, reinterpret_cast<xmlChar const*>("\xc3(")); },
-      [](xmlDoc*, xmlNode* r) { xmlNewProp(r, reinterpret_cast<xmlChar const*>("a"), reinterpret_cast<xmlChar const*>("\x02")); },
-      [](xmlDoc* d, xmlNode* r) { xmlAddChild(r, xmlNewDocComment(d, reinterpret_cast<xmlChar const*>("\xef\xbf\xbe"))); },
-      [](xmlDoc* d, xmlNode* r) { xmlAddChild(r, xmlNewDocPI(d, reinterpret_cast<xmlChar const*>("p"), reinterpret_cast<xmlChar const*>("\x7f\x0b"))); },
-      [](xmlDoc* d, xmlNode* r) { xmlAddChild(r, xmlNewCDataBlock(d, reinterpret_cast<xmlChar const*>("a]]>b"), 5)); },
       [](xmlDoc*, xmlNode* r) {
-        for (int i = 0; i < 300; ++i) r = xmlNewChild(r, nullptr, reinterpret_cast<xmlChar const*>("d"), nullptr);
+        xmlNewProp(r, reinterpret_cast<xmlChar const*>("a"),
+                   reinterpret_cast<xmlChar const*>("\x02"));
+      },
+      [](xmlDoc* d, xmlNode* r) {
+        xmlAddChild(r, xmlNewDocComment(d, reinterpret_cast<xmlChar const*>("\xef\xbf\xbe")));
+      },
+      [](xmlDoc* d, xmlNode* r) {
+        xmlAddChild(r, xmlNewDocPI(d, reinterpret_cast<xmlChar const*>("p"),
+                                   reinterpret_cast<xmlChar const*>("\x7f\x0b")));
+      },
+      [](xmlDoc* d, xmlNode* r) {
+        xmlAddChild(r, xmlNewCDataBlock(d, reinterpret_cast<xmlChar const*>("a]]>b"), 5));
+      },
+      [](xmlDoc*, xmlNode* r) {
+        for (int i = 0; i < 300; ++i)
+          r = xmlNewChild(r, nullptr, reinterpret_cast<xmlChar const*>("d"), nullptr);
       },
   };
   for (build_t const build : builds) {

@@ -1,11 +1,11 @@
 // The XML store: values in memory, the walk that reads a file into them, and the save that
 // builds a document from them.
-#include <libxml/tree.h>
-
 #include <algorithm>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+
+#include <libxml/tree.h>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 #include <quillon2/headers/kesmet.hpp>
@@ -309,8 +309,8 @@ bool advanced_xml_config_t::save(path_t const& path) {
   std::vector<handler_info_t> handlers;
   handlers.reserve(m_handlers.size());
   for (auto const& handler : m_handlers) {
-    handlers.push_back({handler.get(), &handler->get_type_info(),
-                        internal::value_kind_of(*handler), std::string()});
+    handlers.push_back({handler.get(), &handler->get_type_info(), internal::value_kind_of(*handler),
+                        std::string()});
     if (handlers.back().kind != internal::value_kind_t::client) {
       std::wstring const name = handler->get_type_name();
       internal::append_wide_as_utf8(handlers.back().word, name.data(), name.size());
@@ -322,7 +322,8 @@ bool advanced_xml_config_t::save(path_t const& path) {
   bool own_handlers = internal::default_formatter_settings();
   for (auto const& [key, value] : m_values) {
     std::type_info const& type = value.type();
-    auto known = std::find_if(seen.begin(), seen.end(), [&](auto const& s) { return s.first == &type; });
+    auto known =
+        std::find_if(seen.begin(), seen.end(), [&](auto const& s) { return s.first == &type; });
     if (known == seen.end()) {
       auto const first = std::find_if(handlers.begin(), handlers.end(),
                                       [&](handler_info_t const& h) { return *h.type == type; });
@@ -337,10 +338,9 @@ bool advanced_xml_config_t::save(path_t const& path) {
 
   std::string bytes;
   if (own_handlers) {
-    internal::print_outcome_t const printed =
-        internal::print_store(entries, bytes, [&](std::size_t i) {
-          on_save_value_failed(*entries[i].key, entries[i].value->type());
-        });
+    internal::print_outcome_t const printed = internal::print_store(
+        entries, bytes,
+        [&](std::size_t i) { on_save_value_failed(*entries[i].key, entries[i].value->type()); });
     if (printed != internal::print_outcome_t::printed) return false;
     return internal::atomic_save(path.native_string(), bytes).ok;
   }

@@ -9,8 +9,6 @@
 // with only the open elements remembered. When a key may lead back into an element that
 // was closed (such as "a", "a-b", "a.c": "-" sorts before "."), the document is built
 // again as a light tree, which finds every element again, and printed from it.
-#include <libxml/tree.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -20,6 +18,8 @@
 #include <string_view>
 #include <type_traits>
 #include <vector>
+
+#include <libxml/tree.h>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 
@@ -102,7 +102,8 @@ class store_tree_t {
   }
   // Ends the attributes of the element that was added last.
   void end_attributes(node_t element) {
-    m_nodes[element].text_size = static_cast<std::uint32_t>(m_texts.size() - m_nodes[element].text_at);
+    m_nodes[element].text_size =
+        static_cast<std::uint32_t>(m_texts.size() - m_nodes[element].text_at);
   }
   // A text child of `parent` holding what `text()` receives from now to end_text().
   void begin_text(node_t) { m_text_start = m_texts.size(); }
@@ -328,7 +329,7 @@ class stream_sink_t {
 
   std::string& m_out;
   std::vector<open_t> m_open;
-  std::size_t m_count = 0;  // of open elements, at the head of m_open
+  std::size_t m_count = 0;            // of open elements, at the head of m_open
   std::vector<std::string> m_tokens;  // the tokens of the open elements above the root
   bool m_gave_up = false;
 };
@@ -391,7 +392,8 @@ class store_builder_t {
     switch (kind) {
       case value_kind_t::boolean:
         return number_text(element, boost::any_cast<bool const&>(value) ? 1 : 0);
-      case value_kind_t::int_number: return number_text(element, boost::any_cast<int const&>(value));
+      case value_kind_t::int_number:
+        return number_text(element, boost::any_cast<int const&>(value));
       case value_kind_t::long_number:
         return number_text(element, boost::any_cast<long const&>(value));
       case value_kind_t::unsigned_long_number:
@@ -461,8 +463,8 @@ class store_builder_t {
   void wide_text(node_t element, std::wstring const& text) {
     if (text.empty()) return;
     m_sink.begin_text(element);
-    checked(append_wide_checked_escaped(m_sink.text(), text.data(), text.size(),
-                                        k_content_escapes, m_utf8_bytes));
+    checked(append_wide_checked_escaped(m_sink.text(), text.data(), text.size(), k_content_escapes,
+                                        m_utf8_bytes));
     m_sink.end_text(element);
   }
   // A child "item" holding the text, even an empty one.

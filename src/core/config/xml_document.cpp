@@ -2,14 +2,14 @@
 // safety rules, the printing of a libxml2 document that checks as it prints that the
 // document reads back (libxml2's own formatter, after a separate check, for the node kinds
 // that printing leaves to it), and the two public document functions.
+#include <cstring>
+#include <string_view>
+#include <vector>
+
 #include <libxml/globals.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
 #include <libxml/xmlsave.h>
-
-#include <cstring>
-#include <string_view>
-#include <vector>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 

@@ -22,7 +22,7 @@ enum : std::uint8_t {
   k_escape_wide = 9,     // a byte of a multi-byte UTF-8 sequence
 };
 
-inline constexpr std::string_view k_xml_references[] = {"",     "&amp;", "&lt;", "&gt;",
+inline constexpr std::string_view k_xml_references[] = {"",       "&amp;", "&lt;",  "&gt;",
                                                         "&quot;", "&#9;",  "&#10;", "&#13;"};
 
 struct xml_escapes_t {
