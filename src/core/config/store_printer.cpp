@@ -112,10 +112,7 @@ class store_tree_t {
     m_nodes[n].text_at = m_text_start;
     m_nodes[n].text_size = static_cast<std::uint32_t>(m_texts.size() - m_text_start);
   }
-  node_t new_element(node_t parent, std::string_view name) {
-    node_t const n = add_element(parent, name);
-    return n;
-  }
+  node_t new_element(node_t parent, std::string_view name) { return add_element(parent, name); }
   void close_element(node_t) {}
   static bool gave_up() { return false; }
 
@@ -149,15 +146,17 @@ class store_tree_t {
   std::string& text() { return m_texts; }
 
   // The whole document.
-  void print(std::string& out) {
+  print_outcome_t print(std::string& out) {
     out.reserve(out.size() + m_texts.size() + 2 * m_names.size() + 16 * m_nodes.size());
-    print_formatted(*this, 0, out);
+    print_outcome_t const printed = print_formatted(*this, 0, out);
     out += '\n';
+    return printed;
   }
 
  private:
   struct node_record_t {
-    std::uint32_t name_at = 0, name_size = 0;
+    std::size_t name_at = 0;
+    std::uint32_t name_size = 0;
     std::size_t text_at = 0;  // its text, or an element's attributes
     std::uint32_t text_size = 0;
     node_t parent = k_none, first_child = k_none, last_child = k_none, next = k_none;
@@ -179,7 +178,7 @@ class store_tree_t {
   node_t add_node(node_t parent, std::string_view name, bool is_text) {
     auto const n = static_cast<node_t>(m_nodes.size());
     node_record_t& record = m_nodes.emplace_back();
-    record.name_at = static_cast<std::uint32_t>(m_names.size());
+    record.name_at = m_names.size();
     record.name_size = static_cast<std::uint32_t>(name.size());
     record.parent = parent;
     record.is_text = is_text;
@@ -518,8 +517,7 @@ print_outcome_t print_store(std::vector<store_entry_t> const& entries, std::stri
     store_tree_t tree(entries.size());
     store_builder_t<store_tree_t> builder(tree);
     builder.build(entries, left);
-    refused = builder.refused();
-    if (!refused) tree.print(out);
+    refused = builder.refused() || tree.print(out) != print_outcome_t::printed;
   }
   for (std::size_t const i : left) left_out(i);
   return refused ? print_outcome_t::refused : print_outcome_t::printed;
