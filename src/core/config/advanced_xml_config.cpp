@@ -1,6 +1,7 @@
 // The XML store: values in memory, the walk that reads a file into them, and the save that
 // builds a document from them.
 #include <algorithm>
+#include <cstring>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -313,7 +314,9 @@ bool advanced_xml_config_t::save(path_t const& path) {
                         std::string()});
     if (handlers.back().kind != internal::value_kind_t::client) {
       std::wstring const name = handler->get_type_name();
-      internal::append_wide_as_utf8(handlers.back().word, name.data(), name.size());
+      std::string& word = handlers.back().word;
+      internal::append_wide_as_utf8(word, name.data(), name.size());
+      word.resize(std::strlen(word.c_str()));  // as libxml2 takes it
     }
   }
   std::vector<std::pair<std::type_info const*, handler_info_t const*>> seen;
