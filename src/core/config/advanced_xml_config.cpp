@@ -228,7 +228,9 @@ void advanced_xml_config_t::set_value(std::wstring const& name, boost::any const
   std::wstring key = key_of(name);
   boost::any const converted = stored_form(value);
   boost::any const& stored = converted.empty() ? value : converted;
-  auto entry = m_values.lower_bound(key);
+  // A load sets its keys mostly in order: one after the last needs no search.
+  auto entry = !m_values.empty() && m_values.rbegin()->first < key ? m_values.end()
+                                                                    : m_values.lower_bound(key);
   boost::any old;
   if (entry != m_values.end() && entry->first == key) {
     old.swap(entry->second);
