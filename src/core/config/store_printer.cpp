@@ -247,7 +247,8 @@ class stream_sink_t {
     if (level == tokens.size()) return k_none;  // every level is open already
     while (m_count > level + 1) close_top();
     m_tokens.resize(level);
-    // The elements below the parent are as new as the first one made here.
+    // A name greater than those of all the parent's children proves that it has no child
+    // of that name; the elements below the one made here are new all the more.
     open_t const& parent = top();
     if (!parent.greatest_child.empty() && tokens[level] <= parent.greatest_child) {
       m_gave_up = true;
