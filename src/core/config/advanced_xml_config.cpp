@@ -97,14 +97,22 @@ std::wstring wide(xmlChar const* text) {
   return out;
 }
 
-// The lower-case key. ASCII, the usual case, is lowered here; other text by the text layer.
-std::wstring key_of(std::wstring const& name) {
-  std::wstring key(name);
-  for (wchar_t& c : key) {
-    if (static_cast<std::make_unsigned_t<wchar_t>>(c) >= 0x80) return tolower(name);
+// The lower-case key of a name: the name itself when it is one already (ASCII in lower
+// case, the usual case, and no copy made), else `storage` holding it lowered (ASCII here,
+// other text by the text layer).
+std::wstring const& key_of(std::wstring const& name, std::wstring& storage) {
+  std::size_t at = 0;
+  while (at < name.size() && static_cast<std::make_unsigned_t<wchar_t>>(name[at]) < 0x80 &&
+         !(name[at] >= L'A' && name[at] <= L'Z')) {
+    ++at;
+  }
+  if (at == name.size()) return name;
+  storage = name;
+  for (wchar_t& c : storage) {
+    if (static_cast<std::make_unsigned_t<wchar_t>>(c) >= 0x80) return storage = tolower(name);
     if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c + (L'a' - L'A'));
   }
-  return key;
+  return storage;
 }
 
 // Text handed over as a character pointer is copied: the pointer would dangle. Empty for
@@ -225,7 +233,8 @@ void advanced_xml_config_t::add_handler(smart_pointer_t<handler_base_t> handler)
 }
 
 void advanced_xml_config_t::set_value(std::wstring const& name, boost::any const& value) {
-  std::wstring key = key_of(name);
+  std::wstring storage;
+  std::wstring const& key = key_of(name, storage);
   boost::any const converted = stored_form(value);
   boost::any const& stored = converted.empty() ? value : converted;
   // A load sets its keys mostly in order: one after the last needs no search.
@@ -236,18 +245,20 @@ void advanced_xml_config_t::set_value(std::wstring const& name, boost::any const
     old.swap(entry->second);
     entry->second = stored;
   } else {
-    entry = m_values.emplace_hint(entry, std::move(key), stored);
+    entry = m_values.emplace_hint(entry, key, stored);
   }
   m_on_change(entry->first, old, stored);
 }
 
 bool advanced_xml_config_t::has_value(std::wstring const& name) const {
-  return m_values.find(key_of(name)) != m_values.end();
+  std::wstring storage;
+  return m_values.find(key_of(name, storage)) != m_values.end();
 }
 
 boost::any advanced_xml_config_t::get_value(std::wstring const& name,
                                             boost::any const& default_value) const {
-  auto const entry = m_values.find(key_of(name));
+  std::wstring storage;
+  auto const entry = m_values.find(key_of(name, storage));
   return entry != m_values.end() ? entry->second : default_value;
 }
 
