@@ -1,16 +1,87 @@
 // The XML store: values in memory, the walk that reads a file into them, and the save that
 // builds a document from them.
-#include <libxml/tree.h>
-
+#include <algorithm>
+#include <cstring>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+
+#include <libxml/tree.h>
 
 #include <quillon2/core/config/advanced_xml_config.hpp>
 #include <quillon2/headers/kesmet.hpp>
 
 #include "core/config/include/config_xml.hpp"
 #include "core/file_system/include/atomic_save.hpp"
+#include "core/miscellaneous/include/utf8.hpp"
+
+namespace quillon2::internal {
+
+namespace {
+
+bool is_ascii_name_char(wchar_t c, bool first) {
+  return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || c == L'_' ||
+         (!first && ((c >= L'0' && c <= L'9') || c == L'-'));
+}
+
+}  // namespace
+
+// One pass over the key: split, checked and converted as it goes.
+bool key_tokens(std::wstring const& key, std::vector<std::string>& tokens) {
+  tokens.clear();
+  wchar_t const* p = key.data();
+  wchar_t const* const end = p + key.size();
+  while (p < end) {
+    if (*p == L'.') {
+      ++p;
+      continue;
+    }
+    std::string& token = tokens.emplace_back();
+    for (bool first = true; p < end && *p != L'.'; ++p, first = false) {
+      auto const c = static_cast<char32_t>(*p);
+      if (c < 0x80) {
+        if (!is_ascii_name_char(*p, first)) return false;  // ":" among the refused
+        token += static_cast<char>(c);
+      } else {
+        if (!(first ? is_xml_name_start_char(c) : is_xml_name_char(c))) return false;
+        char buffer[4];
+        token.append(buffer, encode_utf8(c, buffer));
+      }
+    }
+    if (token.size() > k_max_name_bytes) return false;
+  }
+  return tokens.size() + 2 <= k_max_element_depth;
+}
+
+value_kind_t value_kind_of(handler_base_t& handler) {
+  using namespace _internal;
+  std::type_info const& type = typeid(handler);
+  if (type == typeid(generic_handler_t<bool>)) return value_kind_t::boolean;
+  if (type == typeid(generic_handler_t<int>)) return value_kind_t::int_number;
+  if (type == typeid(generic_handler_t<long>)) return value_kind_t::long_number;
+  if (type == typeid(generic_handler_t<unsigned long>)) return value_kind_t::unsigned_long_number;
+  if (type == typeid(generic_handler_t<unsigned short>)) return value_kind_t::unsigned_short_number;
+  if (type == typeid(generic_handler_t<unsigned int>)) return value_kind_t::unsigned_int_number;
+  if (type == typeid(generic_handler_t<float>)) return value_kind_t::float_number;
+  if (type == typeid(generic_handler_t<double>)) return value_kind_t::double_number;
+  if (type == typeid(generic_handler_t<std::wstring>)) return value_kind_t::string;
+  if (type == typeid(generic_container_handler_t<std::vector<std::wstring>, std::wstring>)) {
+    return value_kind_t::string_vector;
+  }
+  if (type == typeid(generic_container_handler_t<std::list<std::wstring>, std::wstring>)) {
+    return value_kind_t::string_list;
+  }
+  if (type == typeid(generic_container_handler_t<std::vector<int>, int>)) {
+    return value_kind_t::int_vector;
+  }
+  if (type == typeid(generic_map_handler_t<std::map<std::wstring, std::wstring>>)) {
+    return value_kind_t::string_map;
+  }
+  if (type == typeid(path_t_handler_t)) return value_kind_t::path;
+  return value_kind_t::client;
+}
+
+}  // namespace quillon2::internal
 
 namespace quillon2 {
 
@@ -26,14 +97,22 @@ std::wstring wide(xmlChar const* text) {
   return out;
 }
 
-// The lower-case key. ASCII, the usual case, is lowered here; other text by the text layer.
-std::wstring key_of(std::wstring const& name) {
-  std::wstring key(name);
-  for (wchar_t& c : key) {
-    if (static_cast<std::make_unsigned_t<wchar_t>>(c) >= 0x80) return tolower(name);
+// The lower-case key of a name: the name itself when it is one already (ASCII in lower
+// case, the usual case, and no copy made), else `storage` holding it lowered (ASCII here,
+// other text by the text layer).
+std::wstring const& key_of(std::wstring const& name, std::wstring& storage) {
+  std::size_t at = 0;
+  while (at < name.size() && static_cast<std::make_unsigned_t<wchar_t>>(name[at]) < 0x80 &&
+         !(name[at] >= L'A' && name[at] <= L'Z')) {
+    ++at;
+  }
+  if (at == name.size()) return name;
+  storage = name;
+  for (wchar_t& c : storage) {
+    if (static_cast<std::make_unsigned_t<wchar_t>>(c) >= 0x80) return storage = tolower(name);
     if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c + (L'a' - L'A'));
   }
-  return key;
+  return storage;
 }
 
 // Text handed over as a character pointer is copied: the pointer would dangle. Empty for
@@ -53,31 +132,6 @@ boost::any stored_form(boost::any const& value) {
     return boost::any(std::move(out));
   }
   return boost::any();
-}
-
-// The tokens of a key as element names: split at ".", empty tokens dropped. False when a
-// token cannot be an element name, or when the elements would nest deeper than a parser
-// reads back (the root and one level of a handler's own children come on top).
-bool key_tokens(std::wstring const& key, std::vector<std::string>& tokens) {
-  tokens.clear();
-  std::size_t start = 0;
-  while (start <= key.size()) {
-    std::size_t end = key.find(L'.', start);
-    if (end == std::wstring::npos) end = key.size();
-    if (end > start) {
-      wchar_t const* token = key.data() + start;
-      std::size_t const length = end - start;
-      if (!internal::is_xml_name(token, length) ||
-          std::wstring_view(token, length).find(L':') != std::wstring_view::npos) {
-        return false;
-      }
-      tokens.emplace_back();
-      internal::append_wide_as_utf8(tokens.back(), token, length);
-      if (tokens.back().size() > internal::k_max_name_bytes) return false;
-    }
-    start = end + 1;
-  }
-  return tokens.size() + 2 <= internal::k_max_element_depth;
 }
 
 }  // namespace
@@ -179,27 +233,32 @@ void advanced_xml_config_t::add_handler(smart_pointer_t<handler_base_t> handler)
 }
 
 void advanced_xml_config_t::set_value(std::wstring const& name, boost::any const& value) {
-  std::wstring key = key_of(name);
+  std::wstring storage;
+  std::wstring const& key = key_of(name, storage);
   boost::any const converted = stored_form(value);
   boost::any const& stored = converted.empty() ? value : converted;
-  auto entry = m_values.lower_bound(key);
+  // A load sets its keys mostly in order: one after the last needs no search.
+  auto entry = !m_values.empty() && m_values.rbegin()->first < key ? m_values.end()
+                                                                    : m_values.lower_bound(key);
   boost::any old;
   if (entry != m_values.end() && entry->first == key) {
     old.swap(entry->second);
     entry->second = stored;
   } else {
-    entry = m_values.emplace_hint(entry, std::move(key), stored);
+    entry = m_values.emplace_hint(entry, key, stored);
   }
   m_on_change(entry->first, old, stored);
 }
 
 bool advanced_xml_config_t::has_value(std::wstring const& name) const {
-  return m_values.find(key_of(name)) != m_values.end();
+  std::wstring storage;
+  return m_values.find(key_of(name, storage)) != m_values.end();
 }
 
 boost::any advanced_xml_config_t::get_value(std::wstring const& name,
                                             boost::any const& default_value) const {
-  auto const entry = m_values.find(key_of(name));
+  std::wstring storage;
+  auto const entry = m_values.find(key_of(name, storage));
   return entry != m_values.end() ? entry->second : default_value;
 }
 
@@ -254,6 +313,54 @@ void advanced_xml_config_t::parse_node(xmlNode* node) {
 
 bool advanced_xml_config_t::save(path_t const& path) {
   internal::ensure_xml_safety();
+  // Each value's handler, the first whose type is the value's, found once for each type.
+  struct handler_info_t {
+    handler_base_t* handler;
+    std::type_info const* type;
+    internal::value_kind_t kind;
+    std::string word;  // the type name in UTF-8, known for the store's own handlers
+  };
+  std::vector<handler_info_t> handlers;
+  handlers.reserve(m_handlers.size());
+  for (auto const& handler : m_handlers) {
+    handlers.push_back({handler.get(), &handler->get_type_info(), internal::value_kind_of(*handler),
+                        std::string()});
+    if (handlers.back().kind != internal::value_kind_t::client) {
+      std::wstring const name = handler->get_type_name();
+      std::string& word = handlers.back().word;
+      internal::append_wide_as_utf8(word, name.data(), name.size());
+      word.resize(std::strlen(word.c_str()));  // as libxml2 takes it
+    }
+  }
+  std::vector<std::pair<std::type_info const*, handler_info_t const*>> seen;
+  std::vector<internal::store_entry_t> entries;
+  entries.reserve(m_values.size());
+  bool own_handlers = internal::default_formatter_settings();
+  for (auto const& [key, value] : m_values) {
+    std::type_info const& type = value.type();
+    auto known =
+        std::find_if(seen.begin(), seen.end(), [&](auto const& s) { return s.first == &type; });
+    if (known == seen.end()) {
+      auto const first = std::find_if(handlers.begin(), handlers.end(),
+                                      [&](handler_info_t const& h) { return *h.type == type; });
+      known = seen.insert(seen.end(), {&type, first == handlers.end() ? nullptr : &*first});
+    }
+    handler_info_t const* const info = known->second;
+    entries.push_back({&key, &value, info != nullptr ? info->handler : nullptr,
+                       info != nullptr ? info->kind : internal::value_kind_t::none,
+                       info != nullptr ? &info->word : nullptr});
+    if (info != nullptr && info->kind == internal::value_kind_t::client) own_handlers = false;
+  }
+
+  std::string bytes;
+  if (own_handlers) {
+    internal::print_outcome_t const printed = internal::print_store(
+        entries, bytes,
+        [&](std::size_t i) { on_save_value_failed(*entries[i].key, entries[i].value->type()); });
+    if (printed != internal::print_outcome_t::printed) return false;
+    return internal::atomic_save(path.native_string(), bytes).ok;
+  }
+
   internal::xml_doc_ptr_t const document(xmlNewDoc(xml("1.0")));
   if (document == nullptr) return false;
   xmlNode* root = xmlNewDocNode(document.get(), nullptr, xml("root"), nullptr);
@@ -262,8 +369,10 @@ bool advanced_xml_config_t::save(path_t const& path) {
 
   saver_t saver(m_values.size());
   std::vector<std::string> tokens;
-  for (auto const& [key, value] : m_values) {
-    if (!key_tokens(key, tokens)) {
+  for (internal::store_entry_t const& entry : entries) {
+    std::wstring const& key = *entry.key;
+    boost::any const& value = *entry.value;
+    if (!internal::key_tokens(key, tokens)) {
       on_save_value_failed(key, value.type());
       continue;
     }
@@ -282,13 +391,7 @@ bool advanced_xml_config_t::save(path_t const& path) {
     }
     if (element == nullptr) return false;
 
-    handler_base_t* handler = nullptr;
-    for (auto const& candidate : m_handlers) {
-      if (candidate->get_type_info() == value.type()) {
-        handler = candidate.get();
-        break;
-      }
-    }
+    handler_base_t* const handler = entry.handler;
     if (handler == nullptr) {
       on_save_value_failed(key, value.type());
       continue;
@@ -301,7 +404,6 @@ bool advanced_xml_config_t::save(path_t const& path) {
     handler->write_value(value, element);
   }
 
-  std::string bytes;
   if (!internal::serialize_config_document(document.get(), bytes)) return false;
   return internal::atomic_save(path.native_string(), bytes).ok;
 }

@@ -20,6 +20,7 @@
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/element_form.hpp"
 #include "core/das/include/variant_text.hpp"
+#include "core/das/include/xml_escape.hpp"
 #include "core/das/include/xml_safety.hpp"
 
 namespace quillon2 {
@@ -57,18 +58,7 @@ class printer_t {
     m_out += ' ';
     m_out.append(name);
     m_out.append("=\"", 2);
-    for (char const* p = value; *p != '\0'; ++p) {
-      switch (*p) {
-        case '<': m_out.append("&lt;", 4); break;
-        case '>': m_out.append("&gt;", 4); break;
-        case '&': m_out.append("&amp;", 5); break;
-        case '"': m_out.append("&quot;", 6); break;
-        case '\t': m_out.append("&#9;", 4); break;
-        case '\n': m_out.append("&#10;", 5); break;
-        case '\r': m_out.append("&#13;", 5); break;
-        default: m_out += *p;
-      }
-    }
+    internal::append_escaped(m_out, value, std::strlen(value), internal::k_attribute_escapes);
     m_out += '"';
   }
   // Text that is ready for the document, as it stands.
