@@ -97,6 +97,66 @@ TEST(JsonShapes, WhatTheWriterMakesOfBags) {
   EXPECT_EQ(save(odd), "{\"s\":\"a\xEF\xBF\xBD" "b\"}");
 }
 
+// The exact bytes of escapes, of raw UTF-8 beside them, of doubles, and of the readable
+// form, so that a change of the writer shows at once.
+TEST(JsonBytes, EscapesDoublesAndTheReadableForm) {
+  std::wstring text;
+  for (wchar_t c = 1; c < 0x20; ++c) text += c;
+  text += L"\x7f\"\\/\u2028\u2029\u00e9\uffff\U00010000\U0010FFFF";
+  for (wchar_t bad : {0xDC00, 0x110000, -1}) text += static_cast<wchar_t>(bad);
+  std::string const escaped =
+      "\"\\u0001\\u0002\\u0003\\u0004\\u0005\\u0006\\u0007\\b\\t\\n\\u000B\\f\\r\\u000E\\u000F"
+      "\\u0010\\u0011\\u0012\\u0013\\u0014\\u0015\\u0016\\u0017\\u0018\\u0019\\u001A\\u001B"
+      "\\u001C\\u001D\\u001E\\u001F\x7F\\\"\\\\/\xE2\x80\xA8\xE2\x80\xA9\xC3\xA9\xEF\xBF\xBF"
+      "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"";
+  variant_bag_t strings;
+  strings.add<variant_t>(text.c_str(), variant_t(text.c_str()));
+  EXPECT_EQ(save(strings), "{" + escaped + ":" + escaped + "}");
+
+  variant_bag_t doubles;
+  for (double d : {0.1, 1.0, -0.0, 1e21, 1e-7, 123456.789, 5e-324, 1.7976931348623157e308, 1e-6,
+                   2.5e-5}) {
+    doubles.add<variant_t>(L"d", variant_t(d));
+  }
+  doubles.add<variant_t>(L"f", variant_t(3.3f));
+  EXPECT_EQ(save(doubles),
+            R"({"d":0.1,"d":1.0,"d":-0.0,"d":1e21,"d":1e-7,"d":123456.789,"d":5e-324,)"
+            R"("d":1.7976931348623157e308,"d":0.000001,"d":0.000025,"f":3.299999952316284})");
+
+  std::string const pretty = save(
+      load(R"({"a":[1,[],{},{"b":"c"}],"o":{"y":{"z":[[]]}},"n":{},"q":{"":{}},)"
+           R"("big":{"value":"9007199254740993","type":"bigInt"},"k\"":-1.5})"),
+      Pretty);
+  EXPECT_EQ(pretty, R"({
+    "k\"": -1.5,
+    "n": null,
+    "a": [
+        1,
+        [],
+        null,
+        {
+            "b": "c"
+        }
+    ],
+    "o": {
+        "y": {
+            "z": [
+                []
+            ]
+        }
+    },
+    "q": {
+        "": {}
+    },
+    "big": {
+        "value": "9007199254740993",
+        "type": "bigInt"
+    }
+})");
+  EXPECT_EQ(save(load("[{}]"), Pretty), "[\n    null\n]");
+  EXPECT_EQ(save(load("\"s\""), Pretty), "\"s\"");
+}
+
 TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {
   s64_t const bound = 0x1FFFFFFFFFFFFF;
   std::pair<variant_t, char const*> const cases[] = {

@@ -25,6 +25,11 @@
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/export.hpp>
 
+namespace quillon2::internal {
+class node_arena_t;
+struct json_reader_access_t;
+}  // namespace quillon2::internal
+
 namespace quillon2::json {
 
 // IJSONWriter on a held RapidJSON writer W of UTF-8 text (Writer or PrettyWriter over
@@ -98,12 +103,26 @@ class QUILLON2_API Handler {
   // (the text of that entry, which lives as long as the entry), else null.
   struct frame_t {
     wchar_t const* m_child_name;
+    std::size_t m_child_length;
   };
+
+  // The text values of recent child names, by name hash: the "#tag_name" of every child
+  // of one name shares its text.
+  struct tag_cache_entry_t {
+    std::uint32_t m_hash = 0;
+    std::size_t m_length = 0;
+    variant_t m_text;
+  };
+  static constexpr std::size_t tag_cache_size = 16;
 
   bool startNode();
   void endNode();
-  bool scalar(variant_t const& value);
-  bool acceptable_text(wchar_t const* text, rapidjson::SizeType length);
+  bool scalar(variant_t& value);
+  template <class T>
+  bool value_event(T value);
+  // The length of the text up to its first NUL, or -1 when it holds a surrogate.
+  std::ptrdiff_t checked_length(wchar_t const* text, rapidjson::SizeType length);
+  variant_bag_t& add_child(wchar_t const* name, std::size_t length);
 
   variant_bag_t& m_root;
   variant_bag_t* m_currentNode;
@@ -111,6 +130,10 @@ class QUILLON2_API Handler {
   std::vector<frame_t> m_frames;
   rapidjson::StringStream const* m_source;
   bool m_lone_surrogate;
+  tag_cache_entry_t m_tags[tag_cache_size];
+  // Where the library's own loads take the nodes of the document from; null otherwise.
+  internal::node_arena_t* m_arena = nullptr;
+  friend struct internal::json_reader_access_t;
 };
 
 // A RapidJSON value of wide text with its usual allocator.

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include <quillon2/das/variant.hpp>
 #include <quillon2/export.hpp>
@@ -34,11 +35,16 @@ struct bag_node_base_t {
   std::uint32_t m_length;
   std::uint32_t m_capacity;
   bool m_name_on_heap;
+  bool m_in_arena;  // the node's memory comes from a node arena of a reader
 };
 
 template <class T>
 struct bag_node_t : bag_node_base_t {
   explicit bag_node_t(T const& value) : bag_node_base_t(), m_value(value) {}
+  // The value made in place: moved in, or default-constructed without arguments.
+  template <class... Args>
+  explicit bag_node_t(std::in_place_t, Args&&... args)
+      : bag_node_base_t(), m_value(std::forward<Args>(args)...) {}
   T m_value;
 };
 

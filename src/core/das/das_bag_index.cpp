@@ -1,7 +1,11 @@
 // The name index of a bag's list: an open-addressing hash table of the first node of
 // each name, with the nodes of one name chained in list order.
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <new>
 
 #include "core/das/include/bag_impl.hpp"
 
@@ -172,6 +176,55 @@ void bag_index_t::reset() {
   m_mask = 0;
   m_used = 0;
   m_in_order = true;
+}
+
+namespace {
+
+// Slabs are aligned to their size, so a node finds its slab's header from its own address.
+constexpr std::size_t slab_bytes = std::size_t{1} << 16;
+constexpr std::size_t node_alignment = alignof(std::max_align_t);
+
+struct slab_header_t {
+  std::atomic<std::size_t> m_live;
+};
+constexpr std::size_t slab_header_bytes =
+    (sizeof(slab_header_t) + node_alignment - 1) / node_alignment * node_alignment;
+
+void release_slab(char* slab) noexcept {
+  auto* const header = reinterpret_cast<slab_header_t*>(slab);
+  if (header->m_live.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    header->~slab_header_t();
+    std::free(slab);
+  }
+}
+
+}  // namespace
+
+node_arena_t::~node_arena_t() {
+  if (m_slab) release_slab(m_slab);
+}
+
+void* node_arena_t::allocate(std::size_t bytes) {
+  bytes = (bytes + node_alignment - 1) / node_alignment * node_alignment;
+  if (bytes > slab_bytes - slab_header_bytes) return nullptr;
+  if (static_cast<std::size_t>(m_end - m_next) < bytes) {
+    char* const slab = static_cast<char*>(std::aligned_alloc(slab_bytes, slab_bytes));
+    if (!slab) throw std::bad_alloc();
+    new (slab) slab_header_t{1};  // the arena's own count
+    if (m_slab) release_slab(m_slab);
+    m_slab = slab;
+    m_next = slab + slab_header_bytes;
+    m_end = slab + slab_bytes;
+  }
+  reinterpret_cast<slab_header_t*>(m_slab)->m_live.fetch_add(1, std::memory_order_relaxed);
+  void* const node = m_next;
+  m_next += bytes;
+  return node;
+}
+
+void release_arena_node(void* node) noexcept {
+  auto const address = reinterpret_cast<std::uintptr_t>(node);
+  release_slab(reinterpret_cast<char*>(address & ~(slab_bytes - 1)));
 }
 
 bag_node_base_t* bag_next_same(bag_node_base_t const* node, bag_node_base_t const* end) {

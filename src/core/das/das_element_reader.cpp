@@ -1,5 +1,6 @@
 // The element form of bags, read from libxml2's tree. The reader recurses, but only as
 // deep as libxml2 lets a document nest (its default limit, which is never lifted).
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <unordered_map>
@@ -15,8 +16,10 @@
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_serialization.hpp>
 
+#include "core/das/include/bag_impl.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/element_form.hpp"
+#include "core/das/include/vb_helper.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_file_io.hpp"
 #include "core/das/include/xml_safety.hpp"
@@ -39,7 +42,16 @@ class element_reader_t {
   std::string const& why() const { return m_why; }
 
  private:
-  std::wstring const& wide_name(xmlNode const* node);
+  // An entry name as the bag keeps it: the text, its hash, and the text as a value for
+  // the "#tag_name" of child bags, which all children of one name share.
+  struct name_t {
+    std::wstring text;
+    std::uint32_t hash;
+    variant_t tag;
+  };
+
+  name_t const& wide_name(xmlNode const* node);
+  static name_t make_name(char const* utf8, std::size_t size);
   static xmlChar const* attribute_text(xmlNode const* node, char const* name);
   static std::size_t text_length(xmlChar const* text) {
     return text != nullptr ? std::strlen(reinterpret_cast<char const*>(text)) : 0;
@@ -50,13 +62,23 @@ class element_reader_t {
 
   // libxml2 keeps names in a dictionary, so one name is one pointer: converted once.
   // The maps never drop an entry, so a returned name stays valid for the whole read.
-  std::unordered_map<xmlChar const*, std::wstring> m_names;
-  std::unordered_map<std::string, std::wstring> m_qualified;
+  std::unordered_map<xmlChar const*, name_t> m_names;
+  std::unordered_map<std::string, name_t> m_qualified;
   std::vector<unsigned char> m_bytes;
   std::string m_why;
+  // The nodes of the bags read, side by side in large blocks instead of one allocation each.
+  internal::node_arena_t m_arena;
 };
 
-std::wstring const& element_reader_t::wide_name(xmlNode const* node) {
+element_reader_t::name_t element_reader_t::make_name(char const* utf8, std::size_t size) {
+  name_t name;
+  internal::append_utf8_as_wide(name.text, utf8, size);
+  name.hash = internal::hash_name(name.text.data(), name.text.size());
+  name.tag = variant_t(name.text.c_str());
+  return name;
+}
+
+element_reader_t::name_t const& element_reader_t::wide_name(xmlNode const* node) {
   if (node->ns != nullptr && node->ns->prefix != nullptr) {
     // A name with a bound prefix is kept whole, as the entry was named.
     std::string qualified = reinterpret_cast<char const*>(node->ns->prefix);
@@ -64,18 +86,15 @@ std::wstring const& element_reader_t::wide_name(xmlNode const* node) {
     qualified += reinterpret_cast<char const*>(node->name);
     auto found = m_qualified.find(qualified);
     if (found == m_qualified.end()) {
-      std::wstring wide;
-      internal::append_utf8_as_wide(wide, qualified.data(), qualified.size());
-      found = m_qualified.emplace(std::move(qualified), std::move(wide)).first;
+      name_t name = make_name(qualified.data(), qualified.size());
+      found = m_qualified.emplace(std::move(qualified), std::move(name)).first;
     }
     return found->second;
   }
   auto found = m_names.find(node->name);
   if (found == m_names.end()) {
-    std::wstring wide;
     char const* name = reinterpret_cast<char const*>(node->name);
-    internal::append_utf8_as_wide(wide, name, std::strlen(name));
-    found = m_names.emplace(node->name, std::move(wide)).first;
+    found = m_names.emplace(node->name, make_name(name, std::strlen(name))).first;
   }
   return found->second;
 }
@@ -159,7 +178,7 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     }
     text_type_t const type =
         internal::text_type_from_word(word, word != nullptr ? std::strlen(word) : 0);
-    std::wstring const& name = wide_name(node);
+    name_t const& name = wide_name(node);
 
     if (type == text_type_t::pointer) {
       variant_bag_t data;
@@ -187,11 +206,14 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
       notype_ptr_t pointer;
       pointer.create_from_runtime_info(data, type_id_text != nullptr ? type_id.c_str() : nullptr,
                                        ptr_type_text != nullptr ? ptr_type.c_str() : nullptr);
-      bag.put<variant_t>(name.c_str(), variant_t(pointer));
+      variant_t value(pointer);
+      internal::vb_helper::put_moved(&m_arena, bag, name.text.data(), name.text.size(), name.hash,
+                                     value);
       continue;
     }
     if (type == text_type_t::bag || has_elements) {
-      variant_bag_t& child = bag.add_variant_bag(name.c_str(), variant_bag_t());
+      variant_bag_t& child = internal::vb_helper::add_empty_child(
+          &m_arena, bag, name.text.data(), name.text.size(), name.hash, name.tag);
       if (has_elements) {
         int const result = read_children(node, child);
         if (das_failed(result)) {
@@ -224,8 +246,8 @@ int element_reader_t::read_children(xmlNode* parent, variant_bag_t& bag) {
     } else {
       internal::scalar_from_text(value, type, s, length);
     }
-    // Stored as a null first and then swapped in: no second reference to count.
-    bag.put<variant_t>(name.c_str(), variant_t()).swap(value);
+    internal::vb_helper::put_moved(&m_arena, bag, name.text.data(), name.text.size(), name.hash,
+                                   value);
   }
   return DAS_OK;
 }

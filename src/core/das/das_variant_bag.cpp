@@ -151,6 +151,20 @@ void variant_bag_t::add_entry(wchar_t const* name, variant_bag_t const& value) {
   vb_helper::add(*this, name, value);
 }
 
+variant_bag_t& vb_helper::add_empty_child(internal::node_arena_t* arena, variant_bag_t& bag,
+                                          wchar_t const* name, std::size_t length,
+                                          std::uint32_t hash, variant_t const& tag) {
+  static std::uint32_t const tag_hash = internal::hash_name(internal::tag_name, 9);
+  bag_node_t<variant_bag_t>* const node =
+      bag_impl_base_t<variant_bag_t>::emplace_node_in(arena, name, length, hash);
+  bag.m_bags->link_back(node);
+  variant_bag_t& child = node->m_value;
+  child.m_parent = &bag;
+  child.m_values->link_back(
+      bag_impl_base_t<variant_t>::emplace_node_in(arena, internal::tag_name, 9, tag_hash, tag));
+  return child;
+}
+
 variant_bag_t& variant_bag_t::add_variant_bag(wchar_t const* name, variant_bag_t const& value) {
   bag_node_t<variant_bag_t>* const node = vb_helper::add(*this, name, value);
   if (!node) return internal::bag_end_value(static_cast<variant_bag_t*>(nullptr));

@@ -20,6 +20,7 @@
 
 #include "core/das/include/bag_builder.hpp"
 #include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/vb_helper.hpp"
 #include "core/das/include/xml_safety.hpp"
 
 namespace quillon2 {
@@ -176,9 +177,26 @@ variant_bag_builder_t::variant_bag_builder_t(variant_bag_t& target) : m_current(
   target.clear();
 }
 
+std::uint32_t variant_bag_builder_t::wide_name(char const* name) {
+  wide_of(m_name, name);
+  return internal::hash_name(m_name.data(), m_name.size());
+}
+
+void variant_bag_builder_t::put_value(char const* name, variant_t& value) {
+  std::uint32_t const hash = wide_name(name);
+  internal::vb_helper::put_moved(&m_arena, *m_current, m_name.data(), m_name.size(), hash, value);
+}
+
 bool variant_bag_builder_t::on_start_variant_bag(char const* name) {
-  static variant_bag_t const empty;
-  variant_bag_t& child = m_current->add_variant_bag(wide_of(m_name, name), empty);
+  std::uint32_t const hash = wide_name(name);
+  tag_slot_t& tag = m_tags[hash % m_tags.size()];
+  if (tag.hash != hash || tag.text.get_type() != vtWString ||
+      m_name != tag.text.get<wchar_t const*>()) {
+    tag.text = variant_t(m_name.c_str());
+    tag.hash = hash;
+  }
+  variant_bag_t& child = internal::vb_helper::add_empty_child(
+      &m_arena, *m_current, m_name.data(), m_name.size(), hash, tag.text);
   m_levels.push_back(level_t{m_current, false});
   m_current = &child;
   return true;
@@ -219,20 +237,21 @@ bool variant_bag_builder_t::on_end_pointer() {
   notype_ptr_t pointer;
   pointer.create_from_runtime_info(frame.bag, type_id.c_str(), ptr_type.c_str());
   m_current = m_levels.back().parent;
-  m_current->put<variant_t>(wide_of(m_name, frame.name.c_str()), variant_t(pointer));
+  variant_t value(pointer);
+  put_value(frame.name.c_str(), value);
   m_levels.pop_back();
   m_frames.pop_back();
   return true;
 }
 
 bool variant_bag_builder_t::on_variant(char const* name, variant_t const& value) {
-  m_current->put<variant_t>(wide_of(m_name, name), value);
+  variant_t copy(value);
+  put_value(name, copy);
   return true;
 }
 
 void variant_bag_builder_t::take_variant(char const* name, variant_t& value) {
-  // A null value is stored and the value swapped in: no second reference to count.
-  m_current->put<variant_t>(wide_of(m_name, name), variant_t()).swap(value);
+  put_value(name, value);
 }
 
 void variant_bag_builder_t::report(char const* condition, char const* function) {

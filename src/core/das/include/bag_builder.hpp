@@ -6,6 +6,8 @@
 // bag. The nesting lives on explicit stacks, however deep the events go.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
@@ -14,6 +16,8 @@
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_visitor.hpp>
 #include <quillon2/headers/kesmet.hpp>
+
+#include "core/das/include/bag_impl.hpp"
 
 namespace quillon2 {
 
@@ -44,7 +48,16 @@ class variant_bag_builder_t : public variant_bag_visitor_t {
     variant_bag_t bag;
   };
 
+  // A child's "#tag_name" text, shared by the children of one name: one slot per hash.
+  struct tag_slot_t {
+    std::uint32_t hash = 0;
+    variant_t text;
+  };
+
   static void report(char const* condition, char const* function);
+  // The wide text of `name` into m_name, and its hash.
+  std::uint32_t wide_name(char const* name);
+  void put_value(char const* name, variant_t& value);
 
   variant_bag_t* m_current;
   // Where each open bag or pointer returns to, innermost last.
@@ -53,6 +66,9 @@ class variant_bag_builder_t : public variant_bag_visitor_t {
   // into it.
   std::deque<pointer_frame_t> m_frames;
   std::wstring m_name;
+  std::array<tag_slot_t, 64> m_tags;
+  // The nodes of the bags built, side by side in large blocks.
+  internal::node_arena_t m_arena;
 };
 
 }  // namespace quillon2

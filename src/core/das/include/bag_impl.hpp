@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <new>
 #include <string>
+#include <utility>
 
 #include <quillon2/das/variant_bag.hpp>
 
@@ -76,6 +77,30 @@ inline bag_index_t* index_of(bag_node_base_t const* sentinel) {
   return reinterpret_cast<bag_index_t*>(const_cast<bag_node_base_t*>(sentinel));
 }
 
+// Node memory handed out from large slabs, for the readers that build a whole document at
+// once: one bump of a pointer instead of a heap allocation a node, and the nodes of a
+// document side by side. A slab counts its live nodes (atomically: the bag may go to
+// another thread) and is freed with the last of them, once the arena has moved on from
+// it or has gone. An arena belongs to one reader on one thread.
+class node_arena_t {
+ public:
+  node_arena_t() = default;
+  ~node_arena_t();
+  node_arena_t(node_arena_t const&) = delete;
+  node_arena_t& operator=(node_arena_t const&) = delete;
+
+  // Memory for a node of `bytes`, or null when it does not fit a slab.
+  void* allocate(std::size_t bytes);
+
+ private:
+  char* m_slab = nullptr;  // the slab being filled, which the arena holds one count of
+  char* m_next = nullptr;
+  char* m_end = nullptr;
+};
+
+// Gives back the memory of a node that an arena handed out.
+void release_arena_node(void* node) noexcept;
+
 template <class T>
 class bag_impl_base_t : public bag_index_t {
  public:
@@ -89,13 +114,34 @@ class bag_impl_base_t : public bag_index_t {
   // Makes a detached node holding a copy of value; the name text follows the node.
   static node_t* make_node(wchar_t const* name, std::size_t length, std::uint32_t hash,
                            T const& value) {
+    return emplace_node(name, length, hash, value);
+  }
+
+  // Makes a detached node whose value is made from `args` in place (moved in, or
+  // default-constructed without arguments).
+  template <class... Args>
+  static node_t* emplace_node(wchar_t const* name, std::size_t length, std::uint32_t hash,
+                              Args&&... args) {
+    return emplace_node_in(nullptr, name, length, hash, std::forward<Args>(args)...);
+  }
+
+  // The same with the node's memory from `arena` when there is one and the node fits.
+  template <class... Args>
+  static node_t* emplace_node_in(node_arena_t* arena, wchar_t const* name, std::size_t length,
+                                 std::uint32_t hash, Args&&... args) {
     std::size_t const bytes = sizeof(node_t) + (length + 1) * sizeof(wchar_t);
-    void* raw = ::operator new(bytes);
+    void* raw = arena ? arena->allocate(bytes) : nullptr;
+    bool const in_arena = raw != nullptr;
+    if (!in_arena) raw = ::operator new(bytes);
     node_t* node;
     try {
-      node = new (raw) node_t(value);
+      node = new (raw) node_t(std::in_place, std::forward<Args>(args)...);
     } catch (...) {
-      ::operator delete(raw);
+      if (in_arena) {
+        release_arena_node(raw);
+      } else {
+        ::operator delete(raw);
+      }
       throw;
     }
     node->m_name = reinterpret_cast<wchar_t*>(static_cast<char*>(raw) + sizeof(node_t));
@@ -105,14 +151,20 @@ class bag_impl_base_t : public bag_index_t {
     node->m_capacity = static_cast<std::uint32_t>(length);
     node->m_hash = hash;
     node->m_name_on_heap = false;
+    node->m_in_arena = in_arena;
     return node;
   }
 
   static void destroy_node(bag_node_base_t* n) {
     node_t* node = node_of(n);
     if (node->m_name_on_heap) delete[] node->m_name;
+    bool const in_arena = node->m_in_arena;
     node->~node_t();
-    ::operator delete(static_cast<void*>(node));
+    if (in_arena) {
+      release_arena_node(node);
+    } else {
+      ::operator delete(static_cast<void*>(node));
+    }
   }
 
   node_t* append(wchar_t const* name, T const& value) {

@@ -2,7 +2,9 @@
 // entries, and the access of the path accessor to the bag's containers.
 #pragma once
 
+#include <cstdint>
 #include <cwchar>
+#include <utility>
 
 #include <quillon2/das/variant_bag.hpp>
 
@@ -46,6 +48,21 @@ struct vb_helper {
     return node;
   }
 
+  // put for the readers that build fresh bags: the name comes with its length (no NUL
+  // among its units) and hash, the value is moved in (`value` is left null), and the
+  // node comes from `arena` unless that is null.
+  static bag_node_t<variant_t>* put_moved(node_arena_t* arena, variant_bag_t& bag,
+                                          wchar_t const* name, std::size_t length,
+                                          std::uint32_t hash, variant_t& value);
+
+  // add_variant_bag of an empty bag for the readers: appends a new empty child of the
+  // name (with its length and hash) and links it, with `tag` (the name as a text value,
+  // which copies share) as its "#tag_name"; nodes from `arena` unless that is null.
+  static variant_bag_t& add_empty_child(node_arena_t* arena, variant_bag_t& bag,
+                                        wchar_t const* name,
+                                        std::size_t length, std::uint32_t hash,
+                                        variant_t const& tag);
+
   template <class T>
   static void remove(variant_bag_t& bag, wchar_t const* name) {
     if (name) impl<T>(bag).remove_name(name);
@@ -65,6 +82,23 @@ inline bag_impl_base_t<variant_t>& vb_helper::impl<variant_t>(variant_bag_t cons
 template <>
 inline bag_impl_base_t<variant_bag_t>& vb_helper::impl<variant_bag_t>(variant_bag_t const& bag) {
   return *bag.m_bags;
+}
+
+inline bag_node_t<variant_t>* vb_helper::put_moved(node_arena_t* arena, variant_bag_t& bag,
+                                                   wchar_t const* name, std::size_t length,
+                                                   std::uint32_t hash, variant_t& value) {
+  bag_impl_base_t<variant_t>& list = impl<variant_t>(bag);
+  bag_node_t<variant_t>* const node =
+      list.emplace_node_in(arena, name, length, hash, std::move(value));
+  if (bag_slot_t* s = list.find(name, length, hash)) {
+    for (bag_node_base_t* n = s->m_first; n;) {
+      bag_node_base_t* const next = n->m_next_same;
+      list.remove_node(n);
+      n = next;
+    }
+  }
+  list.link_back(node);
+  return node;
 }
 
 }  // namespace quillon2::internal

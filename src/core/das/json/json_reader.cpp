@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 #include <string>
 #include <type_traits>
 
@@ -26,8 +27,17 @@
 #include "core/das/include/bag_impl.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/variant_bag_buddy.hpp"
+#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/vb_helper.hpp"
 #include "core/miscellaneous/include/decimal.hpp"
+
+namespace quillon2::internal {
+
+struct json_reader_access_t {
+  static void set_arena(json::Handler& handler, node_arena_t* arena) { handler.m_arena = arena; }
+};
+
+}  // namespace quillon2::internal
 
 namespace quillon2::json {
 
@@ -36,10 +46,7 @@ namespace {
 wchar_t const array_of_name[] = L"arrayOf";
 wchar_t const default_item_name[] = L"item";
 
-variant_bag_t const& empty_bag() {
-  static variant_bag_t const* const empty = new variant_bag_t();
-  return *empty;
-}
+std::uint32_t const empty_name_hash = internal::hash_name(L"", 0);
 
 }  // namespace
 
@@ -61,16 +68,28 @@ bool guarded(F&& event) noexcept {
   }
 }
 
+variant_bag_t& Handler::add_child(wchar_t const* name, std::size_t length) {
+  std::uint32_t const hash = internal::hash_name(name, length);
+  tag_cache_entry_t& tag = m_tags[hash % tag_cache_size];
+  if (tag.m_hash != hash || tag.m_length != length || tag.m_text.get_type() != vtWString ||
+      std::wmemcmp(tag.m_text.get<const wchar_t*>(), name, length) != 0) {
+    internal::variant_buddy_t::set_data(tag.m_text, vtWString, name, (length + 1) * sizeof(wchar_t));
+    tag.m_hash = hash;
+    tag.m_length = length;
+  }
+  return internal::vb_helper::add_empty_child(m_arena, *m_currentNode, name, length, hash, tag.m_text);
+}
+
 bool Handler::startNode() {
   if (m_frames.size() >= max_depth) return false;
   if (m_currentNode == nullptr) {
     m_currentNode = &m_root;
   } else {
     frame_t const& parent = m_frames.back();
-    wchar_t const* const name = parent.m_child_name ? parent.m_child_name : m_key.c_str();
-    m_currentNode = &m_currentNode->add_variant_bag(name, empty_bag());
+    m_currentNode = parent.m_child_name ? &add_child(parent.m_child_name, parent.m_child_length)
+                                        : &add_child(m_key.data(), m_key.size());
   }
-  m_frames.push_back(frame_t{nullptr});
+  m_frames.push_back(frame_t{nullptr, 0});
   return true;
 }
 
@@ -85,84 +104,108 @@ void Handler::endNode() {
   }
 }
 
-bool Handler::scalar(variant_t const& value) {
+bool Handler::scalar(variant_t& value) {
   if (m_currentNode == nullptr) {
     m_root.put<variant_t>(L"", value);
     return true;
   }
   frame_t& frame = m_frames.back();
   if (frame.m_child_name) {
-    m_currentNode->add_variant_bag(frame.m_child_name, empty_bag())
-        .put<variant_t>(L"", value);
+    variant_bag_t& item = add_child(frame.m_child_name, frame.m_child_length);
+    internal::vb_helper::put_moved(m_arena, item, L"", 0, empty_name_hash, value);
     return true;
   }
-  variant_t const& stored = m_currentNode->put<variant_t>(m_key.c_str(), value);
+  variant_t const& stored =
+      internal::vb_helper::put_moved(m_arena, *m_currentNode, m_key.data(), m_key.size(),
+                                     internal::hash_name(m_key.data(), m_key.size()), value)
+          ->m_value;
   if (m_key == array_of_name) {
     // From here on the scalars and structures of this object are elements of an array.
     frame.m_child_name =
         stored.can_get<const wchar_t*>() ? stored.get<const wchar_t*>() : default_item_name;
+    frame.m_child_length = std::wcslen(frame.m_child_name);
   }
   return true;
 }
 
 // RapidJSON combines a high surrogate escape with the low one that must follow it, but
 // lets a lone low surrogate escape through as a code point of its own.
-bool Handler::acceptable_text(wchar_t const* text, rapidjson::SizeType length) {
+std::ptrdiff_t Handler::checked_length(wchar_t const* text, rapidjson::SizeType length) {
+  std::ptrdiff_t end = -1;
   for (rapidjson::SizeType i = 0; i < length; ++i) {
     if (text[i] >= 0xD800 && text[i] <= 0xDFFF) {
       m_lone_surrogate = true;
-      return false;
+      return -1;
     }
+    if (text[i] == 0 && end < 0) end = static_cast<std::ptrdiff_t>(i);
   }
-  return true;
+  return end < 0 ? static_cast<std::ptrdiff_t>(length) : end;
+}
+
+template <class T>
+bool Handler::value_event(T value) {
+  return guarded([&] {
+    variant_t v(value);
+    return scalar(v);
+  });
 }
 
 bool Handler::Null() {
-  return guarded([&] { return scalar(variant_t()); });
+  return guarded([&] {
+    variant_t v;
+    return scalar(v);
+  });
 }
-bool Handler::Bool(bool value) {
-  return guarded([&] { return scalar(variant_t(value)); });
+bool Handler::Bool(bool value) { return value_event(value); }
+bool Handler::Int(int value) { return value_event(value); }
+bool Handler::Uint(unsigned value) { return value_event(value); }
+bool Handler::Int64(std::int64_t value) { return value_event(static_cast<s64_t>(value)); }
+bool Handler::Uint64(std::uint64_t value) { return value_event(static_cast<u64_t>(value)); }
+
+namespace {
+bool is_number_char(char c) {
+  return (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E';
 }
-bool Handler::Int(int value) {
-  return guarded([&] { return scalar(variant_t(value)); });
-}
-bool Handler::Uint(unsigned value) {
-  return guarded([&] { return scalar(variant_t(value)); });
-}
-bool Handler::Int64(std::int64_t value) {
-  return guarded([&] { return scalar(variant_t(static_cast<s64_t>(value))); });
-}
-bool Handler::Uint64(std::uint64_t value) {
-  return guarded([&] { return scalar(variant_t(static_cast<u64_t>(value))); });
-}
+}  // namespace
+
 // With the source at hand, the number's text is converted again, exactly (correctly
 // rounded) and independent of the locale; RapidJSON's value is only an approximation. The reader works on a copy of the stream
 // while it reads a number, so the source still stands at the number's first character.
 bool Handler::Double(double value) {
-  return guarded([&] {
-    if (m_source != nullptr) {
-      char const* const begin = m_source->src_;
-      char const* end = begin;
-      while (*end != 0 && std::strchr("0123456789+-.eE", *end) != nullptr) ++end;
-      double exact = 0;
-      auto const [stop, ec] = internal::read_decimal(begin, end, exact);
-      if (ec == std::errc() && stop == end) value = exact;
-    }
-    return scalar(variant_t(value));
-  });
+  if (m_source != nullptr) {
+    char const* const begin = m_source->src_;
+    char const* end = begin;
+    while (is_number_char(*end)) ++end;
+    double exact = 0;
+    auto const [stop, ec] = internal::read_decimal(begin, end, exact);
+    if (ec == std::errc() && stop == end) value = exact;
+  }
+  return value_event(value);
 }
 // Only called for the numbers-as-text mode, which this reader does not use.
 bool Handler::RawNumber(wchar_t const*, rapidjson::SizeType, bool) { return false; }
 
+// Text, like every wide text of a bag, ends at its first NUL character.
 bool Handler::String(wchar_t const* text, rapidjson::SizeType length, bool) {
-  // The text ends at its first NUL character, as every wide text of a bag does.
-  return guarded([&] { return acceptable_text(text, length) && scalar(variant_t(text)); });
+  return guarded([&] {
+    std::ptrdiff_t const used = checked_length(text, length);
+    if (used < 0) return false;
+    // Straight from the reader's buffer into the value's block (zero-filled, so the
+    // terminator is there).
+    auto const units = static_cast<std::size_t>(used);
+    variant_t value;
+    internal::variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
+    std::wmemcpy(static_cast<wchar_t*>(const_cast<void*>(internal::variant_buddy_t::payload(value))),
+                 text, units);
+    return scalar(value);
+  });
 }
 
 bool Handler::Key(wchar_t const* text, rapidjson::SizeType length, bool) {
   return guarded([&] {
-    if (!acceptable_text(text, length)) return false;
-    m_key.assign(text);  // a name, like every wide text of a bag, ends at its first NUL
+    std::ptrdiff_t const used = checked_length(text, length);
+    if (used < 0) return false;
+    m_key.assign(text, static_cast<std::size_t>(used));
     return true;
   });
 }
@@ -181,6 +224,7 @@ bool Handler::StartArray() {
     if (!startNode()) return false;
     m_currentNode->put<variant_t>(array_of_name, variant_t(default_item_name));
     m_frames.back().m_child_name = default_item_name;
+    m_frames.back().m_child_length = 4;
     return true;
   });
 }
@@ -279,7 +323,9 @@ rapidjson::ParseResult parse(KESMET_2_18::strings::ustring8 const& text, variant
   // The reader stops at the terminating NUL; a NUL inside the text shows as a parse that
   // ended early.
   rapidjson::StringStream in(source);
+  internal::node_arena_t arena;
   Handler handler(bag, &in);
+  internal::json_reader_access_t::set_arena(handler, &arena);
   result = reader.Parse<parse_flags>(in, handler);
   if (result.Code() == rapidjson::kParseErrorTermination && handler.saw_lone_surrogate()) {
     result.Set(rapidjson::kParseErrorStringUnicodeSurrogateInvalid, result.Offset());

@@ -1,5 +1,5 @@
-// Bags to JSON text: the walker that turns a bag into writer events, and the save
-// functions that put RapidJSON's compact or pretty writer behind it.
+// Bags to JSON text: the walker that turns a bag into events, for the public writer
+// interface and for the printer behind the save functions (one pass into one buffer).
 //
 // The walker keeps its pending work on the heap (a stack of work items), so that the
 // depth of a bag costs no call stack. It decides before writing a key whether a value
@@ -7,17 +7,14 @@
 #include "core/das/json/include/rapidjson_setup.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
-
-#include <boost/make_shared.hpp>
-#include <boost/shared_ptr.hpp>
 
 #include <quillon2/das/json.hpp>
 #include <quillon2/das/variant.hpp>
@@ -25,6 +22,7 @@
 
 #include "core/das/include/bag_impl.hpp"
 #include "core/das/include/vb_helper.hpp"
+#include "core/das/json/include/json_printer.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 #include "core/miscellaneous/include/utf8.hpp"
 
@@ -92,42 +90,88 @@ bool is_array_of(internal::bag_node_base_t const* n) {
 }
 
 // One pass over the values decides the shape: an "arrayOf" entry makes an array; a bag
-// whose whole visible content is the value of the empty name is that scalar. Hidden
-// entries (the bag's own name among them) never reach the text, so they do not count.
-shape_t shape_of(variant_bag_t const& bag) {
+// whose whole visible content is the value of the empty name is that scalar, given in
+// `scalar`. Hidden entries (the bag's own name among them) never reach the text, so they
+// do not count. With `leaf_only` the pass stops as soon as the bag is known to be no
+// scalar or null, and answers object then, whether it is an object or an array.
+shape_t shape_of(variant_bag_t const& bag, variant_t const** scalar, bool leaf_only) {
   internal::bag_index_t const& values = list_of<variant_t>(bag);
   std::size_t visible = 0;
-  bool empty_name = false;
+  internal::bag_node_base_t const* empty_name = nullptr;
   for (internal::bag_node_base_t const* n = values.first(); n != values.end(); n = n->m_next) {
     if (internal::is_hidden_name(n->m_name)) continue;
-    if (is_array_of(n)) return shape_t::array;
+    if (leaf_only) {
+      if (visible != 0 || n->m_length != 0) return shape_t::object;
+    } else if (is_array_of(n)) {
+      return shape_t::array;
+    }
     ++visible;
-    empty_name = n->m_length == 0;
+    empty_name = n->m_length == 0 ? n : nullptr;
   }
   bool const bags = has_visible(list_of<variant_bag_t>(bag));
-  if (visible == 1 && empty_name && !bags) return shape_t::scalar;
+  if (visible == 1 && empty_name != nullptr && !bags) {
+    *scalar = &internal::bag_impl_base_t<variant_t>::node_of(
+                   const_cast<internal::bag_node_base_t*>(empty_name))
+                   ->m_value;
+    return shape_t::scalar;
+  }
   if (visible == 0 && !bags) return shape_t::null;
   return shape_t::object;
 }
 
+// The events of the public interface: UTF-8 text for every key and string, one virtual
+// call an event.
+class event_sink_t {
+ public:
+  explicit event_sink_t(IJSONWriter& writer) : m_writer(writer) {}
+
+  void Null() { m_writer.Null(); }
+  void Bool(bool value) { m_writer.Bool(value); }
+  void Integer(int value) { m_writer.Int(value); }
+  void Integer(unsigned value) { m_writer.Uint(value); }
+  void Integer(s64_t value) { m_writer.Int64(value); }
+  void Integer(u64_t value) { m_writer.Uint64(value); }
+  void Double(double value) { m_writer.Double(value); }
+  void String(wchar_t const* text) {
+    to_utf8(text, m_text);
+    m_writer.String(m_text);
+  }
+  void String(char const* text) { m_writer.String(text); }
+  void Key(wchar_t const* name, std::size_t length) {
+    to_utf8(name, length, m_text);
+    m_writer.Key(m_text);
+  }
+  void Key(char const* name) { m_writer.Key(name); }
+  void StartObject() { m_writer.StartObject(); }
+  void EndObject() { m_writer.EndObject(); }
+  void StartArray() { m_writer.StartArray(); }
+  void EndArray() { m_writer.EndArray(); }
+
+ private:
+  IJSONWriter& m_writer;
+  std::string m_text;  // the UTF-8 of the current key or string, reused
+};
+
+// Sends the JSON form of a bag to a sink: event_sink_t or the printer of the saves.
+template <class Sink>
 class walker_t {
  public:
-  explicit walker_t(IJSONWriter& writer) : m_writer(writer) {}
+  explicit walker_t(Sink& sink) : m_sink(sink) {}
 
   void run(variant_bag_t const& root) {
-    m_work.push_back({kind_bag, &root, nullptr, false});
+    m_work.push_back({kind_bag, &root, nullptr, 0, false});
     while (!m_work.empty()) {
       work_item_t const item = m_work.back();
       m_work.pop_back();
       switch (item.kind) {
         case kind_end_object:
-          m_writer.EndObject();
+          m_sink.EndObject();
           break;
         case kind_end_array:
-          m_writer.EndArray();
+          m_sink.EndArray();
           break;
         default:
-          write_bag(*item.bag, item.key, item.bag == &root, item.full);
+          write_bag(*item.bag, item.key, item.length, item.bag == &root, item.full);
           break;
       }
     }
@@ -143,74 +187,65 @@ class walker_t {
     kind_t kind;
     variant_bag_t const* bag;
     wchar_t const* key;
+    std::uint32_t length;
     bool full;
   };
 
-  void write_key(wchar_t const* key) {
-    if (key == nullptr) return;
-    to_utf8(key, m_text);
-    m_writer.Key(m_text);
+  void write_key(wchar_t const* key, std::size_t length) {
+    if (key != nullptr) m_sink.Key(key, length);
   }
 
-  void write_bag(variant_bag_t const& bag, wchar_t const* key, bool is_root, bool full) {
-    shape_t const shape = shape_of(bag);
+  void write_bag(variant_bag_t const& bag, wchar_t const* key, std::size_t length, bool is_root,
+                 bool full) {
+    variant_t const* scalar = nullptr;
+    shape_t const shape = shape_of(bag, &scalar, false);
     if (full && (shape == shape_t::scalar || shape == shape_t::null)) {
-      write_key(key);
+      write_key(key, length);
       write_object(bag);
       return;
     }
     switch (shape) {
       case shape_t::array:
-        write_key(key);
+        write_key(key, length);
         write_array(bag);
         break;
-      case shape_t::scalar: {
-        variant_t const& value = *bag.get<variant_t>(L"");
-        if (is_writable(value.get_type())) {
-          write_key(key);
-          write_value(value);
+      case shape_t::scalar:
+        if (is_writable(scalar->get_type())) {
+          write_key(key, length);
+          write_value(*scalar);
         } else {
-          log_unsupported(value.get_type());
-          if (is_root) m_writer.Null();  // the text needs its one root value
+          log_unsupported(scalar->get_type());
+          if (is_root) m_sink.Null();  // the text needs its one root value
         }
         break;
-      }
       case shape_t::null:
-        write_key(key);
-        m_writer.Null();
+        write_key(key, length);
+        m_sink.Null();
         break;
       case shape_t::object:
-        write_key(key);
+        write_key(key, length);
         write_object(bag);
         break;
     }
   }
 
-  // Children go on the work stack in reverse, behind the end marker, so that they are
-  // taken off in bag order and the walk is depth first.
-  template <class Iterator>
-  void push_children(Iterator it, bool with_keys, kind_t end_kind) {
-    m_work.push_back({end_kind, nullptr, nullptr, false});
+  // The elements go on the work stack in reverse, behind the end marker, so that they
+  // are taken off in bag order and the walk is depth first.
+  void write_array(variant_bag_t const& bag) {
+    m_sink.StartArray();
+    m_work.push_back({kind_end_array, nullptr, nullptr, 0, false});
+    variant_t const& item_name = *bag.get<variant_t>(array_of_name);
+    if (!item_name.can_get<const wchar_t*>()) return;
     std::size_t const first = m_work.size();
-    for (; !it.at_end(); it.next()) {
-      m_work.push_back({kind_bag, &it.get_value(), with_keys ? it.get_name() : nullptr, false});
+    for (auto it = bag.begin_by_name<variant_bag_t>(item_name.get<const wchar_t*>()); !it.at_end();
+         it.next()) {
+      m_work.push_back({kind_bag, &it.get_value(), nullptr, 0, false});
     }
     std::reverse(m_work.begin() + static_cast<std::ptrdiff_t>(first), m_work.end());
   }
 
-  void write_array(variant_bag_t const& bag) {
-    m_writer.StartArray();
-    variant_t const& item_name = *bag.get<variant_t>(array_of_name);
-    if (item_name.can_get<const wchar_t*>()) {
-      push_children(bag.begin_by_name<variant_bag_t>(item_name.get<const wchar_t*>()), false,
-                    kind_end_array);
-    } else {
-      m_work.push_back({kind_end_array, nullptr, nullptr, false});
-    }
-  }
-
   void write_object(variant_bag_t const& bag) {
-    m_writer.StartObject();
+    m_sink.StartObject();
     bool wrote_value = false;
     internal::bag_impl_base_t<variant_t> const& values = list_of<variant_t>(bag);
     for (internal::bag_node_base_t* n = values.first(); n != values.end(); n = n->m_next) {
@@ -220,8 +255,7 @@ class walker_t {
         log_unsupported(value.get_type());
         continue;
       }
-      to_utf8(n->m_name, n->m_length, m_text);
-      m_writer.Key(m_text);
+      m_sink.Key(n->m_name, n->m_length);
       write_value(value);
       wrote_value = true;
     }
@@ -235,18 +269,19 @@ class walker_t {
       if (!internal::is_hidden_name(n->m_name)) ++visible_children;
     }
     bool const lone_child = !wrote_value && visible_children == 1;
-    m_work.push_back({kind_end_object, nullptr, nullptr, false});
+    m_work.push_back({kind_end_object, nullptr, nullptr, 0, false});
     std::size_t const first = m_work.size();
     for (internal::bag_node_base_t* n = children.first(); n != children.end(); n = n->m_next) {
       if (internal::is_hidden_name(n->m_name)) continue;
       variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(n)->m_value;
-      shape_t const shape = shape_of(child);
+      variant_t const* scalar = nullptr;
+      shape_t const shape = shape_of(child, &scalar, true);
       bool const leaf = shape == shape_t::scalar || shape == shape_t::null;
       if (leaf && reads_back_as_value(bag, n, lone_child)) {
-        write_leaf(child, n, shape);
+        write_leaf(scalar, n);
         continue;
       }
-      m_work.push_back({kind_bag, &child, n->m_name, leaf});
+      m_work.push_back({kind_bag, &child, n->m_name, n->m_length, leaf});
     }
     std::reverse(m_work.begin() + static_cast<std::ptrdiff_t>(first), m_work.end());
   }
@@ -261,63 +296,65 @@ class walker_t {
     return !parent.has<variant_t>(n->m_name) && parent.count<variant_bag_t>(n->m_name) == 1;
   }
 
-  void write_leaf(variant_bag_t const& child, internal::bag_node_base_t const* n, shape_t shape) {
-    if (shape == shape_t::null) {
-      to_utf8(n->m_name, n->m_length, m_text);
-      m_writer.Key(m_text);
-      m_writer.Null();
+  // A child written as the value of its name: its scalar, or null without one.
+  void write_leaf(variant_t const* scalar, internal::bag_node_base_t const* n) {
+    if (scalar == nullptr) {
+      m_sink.Key(n->m_name, n->m_length);
+      m_sink.Null();
       return;
     }
-    variant_t const& value = *child.get<variant_t>(L"");
-    if (!is_writable(value.get_type())) {
-      log_unsupported(value.get_type());
+    if (!is_writable(scalar->get_type())) {
+      log_unsupported(scalar->get_type());
       return;
     }
-    to_utf8(n->m_name, n->m_length, m_text);
-    m_writer.Key(m_text);
-    write_value(value);
+    m_sink.Key(n->m_name, n->m_length);
+    write_value(*scalar);
   }
 
-  void write_big_integer(std::string const& digits) {
-    m_writer.StartObject();
-    m_writer.Key("value");
-    m_writer.String(digits);
-    m_writer.Key("type");
-    m_writer.String("bigInt");
-    m_writer.EndObject();
+  void write_big_integer(s64_t value, bool is_signed) {
+    char digits[24];
+    char* const end = is_signed ? std::to_chars(digits, digits + 23, value).ptr
+                                : std::to_chars(digits, digits + 23, static_cast<u64_t>(value)).ptr;
+    *end = 0;
+    m_sink.StartObject();
+    m_sink.Key("value");
+    m_sink.String(static_cast<char const*>(digits));
+    m_sink.Key("type");
+    m_sink.String("bigInt");
+    m_sink.EndObject();
   }
 
   void write_value(variant_t const& value) {
     switch (value.get_type()) {
       case vtBool:
-        m_writer.Bool(value.get<bool>());
+        m_sink.Bool(value.get<bool>());
         break;
       case vtSByte:
       case vtSShort:
       case vtSInt:
-        m_writer.Int(static_cast<int>(value.get<s64_t>()));
+        m_sink.Integer(static_cast<int>(value.get<s64_t>()));
         break;
       case vtUByte:
       case vtUShort:
       case vtUInt:
-        m_writer.Uint(static_cast<unsigned>(value.get<u64_t>()));
+        m_sink.Integer(static_cast<unsigned>(value.get<u64_t>()));
         break;
       case vtSInt64: {
         s64_t const v = value.get<s64_t>();
         auto const bound = static_cast<s64_t>(exact_bound);
         if (v > -bound && v < bound) {
-          m_writer.Int64(v);
+          m_sink.Integer(v);
         } else {
-          write_big_integer(std::to_string(v));
+          write_big_integer(v, true);
         }
         break;
       }
       case vtUInt64: {
         u64_t const v = value.get<u64_t>();
         if (v < exact_bound) {
-          m_writer.Uint64(v);
+          m_sink.Integer(v);
         } else {
-          write_big_integer(std::to_string(v));
+          write_big_integer(static_cast<s64_t>(v), false);
         }
         break;
       }
@@ -325,9 +362,9 @@ class walker_t {
       case vtDouble: {
         double const d = value.get<double>();
         if (std::isfinite(d)) {
-          m_writer.Double(d);
+          m_sink.Double(d);
         } else {
-          m_writer.Null();
+          m_sink.Null();
         }
         break;
       }
@@ -337,91 +374,38 @@ class walker_t {
       case vtCharPtr:
         // Narrow text is not written: get asserts "can_get<const wchar_t*>()" and gives
         // the empty text.
-        to_utf8(value.get<const wchar_t*>(), m_text);
-        m_writer.String(m_text);
+        m_sink.String(value.get<const wchar_t*>());
         break;
       default:
-        m_writer.Null();
+        m_sink.Null();
         break;
     }
   }
 
-  IJSONWriter& m_writer;
+  Sink& m_sink;
   std::vector<work_item_t> m_work;
-  std::string m_text;  // the UTF-8 of the current key or string, reused
 };
-
-// A RapidJSON output stream that gathers the text in a buffer and hands it to the
-// std::ostream in large pieces: one ostream::put per character costs a sentry each.
-class buffered_ostream_t {
- public:
-  using Ch = char;
-
-  explicit buffered_ostream_t(std::ostream& out) : m_out(out), m_buffer(1 << 16), m_used(0) {}
-  ~buffered_ostream_t() { Flush(); }
-  buffered_ostream_t(buffered_ostream_t const&) = delete;
-  buffered_ostream_t& operator=(buffered_ostream_t const&) = delete;
-
-  void Put(char c) {
-    if (m_used == m_buffer.size()) Flush();
-    m_buffer[m_used++] = c;
-  }
-  void Flush() {
-    if (m_used != 0) m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_used));
-    m_used = 0;
-  }
-  // Room for `count` more characters, which PutUnsafe then writes without checks.
-  void Reserve(std::size_t count) {
-    if (m_buffer.size() - m_used >= count) return;
-    Flush();
-    if (m_buffer.size() < count) m_buffer.resize(count);
-  }
-  void PutUnchecked(char c) { m_buffer[m_used++] = c; }
-
- private:
-  std::ostream& m_out;
-  std::vector<char> m_buffer;
-  std::size_t m_used;
-};
-
-// RapidJSON's writer reserves room for a whole string or number and then writes it
-// character by character; these overloads, found by argument-dependent lookup, let it.
-inline void PutReserve(buffered_ostream_t& stream, std::size_t count) { stream.Reserve(count); }
-inline void PutUnsafe(buffered_ostream_t& stream, char c) { stream.PutUnchecked(c); }
-
-using compact_writer_t = rapidjson::Writer<buffered_ostream_t>;
-using pretty_writer_t = rapidjson::PrettyWriter<buffered_ostream_t>;
-
-template <class W>
-void write_with(variant_bag_t const& bag, buffered_ostream_t& stream) {
-  auto writer = boost::make_shared<W>(stream);
-  boost::shared_ptr<IJSONWriter> adapter = boost::make_shared<WriterAdapter<W>>(writer);
-  write_variant_bag(bag, *adapter);
-}
 
 }  // namespace
 
 void write_variant_bag(variant_bag_t const& bag, IJSONWriter& writer) {
-  walker_t(writer).run(bag);
+  event_sink_t sink(writer);
+  walker_t<event_sink_t>(sink).run(bag);
 }
 
 error_code_t save_variant_bag_to_json_string(variant_bag_t const& bag, std::ostream& out,
                                              JSONFormat format) {
-  buffered_ostream_t stream(out);
-  if (format == Compact) {
-    write_with<compact_writer_t>(bag, stream);
-  } else {
-    write_with<pretty_writer_t>(bag, stream);
-  }
-  stream.Flush();
+  internal_printer::json_printer_t printer(format != Compact);
+  walker_t<internal_printer::json_printer_t>(printer).run(bag);
+  out.write(printer.data(), static_cast<std::streamsize>(printer.size()));
   return error_code_t();
 }
 
 error_code_t save_variant_bag_to_json_string(variant_bag_t const& bag, std::wstring& text,
                                              JSONFormat format) {
-  std::ostringstream out;
-  save_variant_bag_to_json_string(bag, out, format);
-  text = KESMET_2_18::strings::utf8_to_utf16(out.str());
+  internal_printer::json_printer_t printer(format != Compact);
+  walker_t<internal_printer::json_printer_t>(printer).run(bag);
+  text = KESMET_2_18::strings::utf8_to_utf16(std::string(printer.data(), printer.size()));
   return error_code_t();
 }
 
