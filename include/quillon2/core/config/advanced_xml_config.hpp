@@ -212,7 +212,8 @@ class generic_map_handler_t : public handler_base_t {
   std::wstring m_type_name;
 };
 
-// A path_t as the element's text (printed without the long prefix). Text that is no
+// A path_t as the element's text, in its printed form (as_string(false): backslash
+// separators, and the long prefix on a path of 248 characters or more). Text that is no
 // valid path reads as the empty path.
 class QUILLON2_API path_t_handler_t : public handler_base_t {
  public:
