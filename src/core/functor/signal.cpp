@@ -131,11 +131,7 @@ void signal_base_t::_insert(connection_t const& connection) {
   node_t* node = make_node(connection);
   try {
     mutex_guard_t subscriber_guard(connection.subscriber->m_senders_mutex);
-    auto& senders = connection.subscriber->m_senders;
-    // Most subscribers are reached by a few signals (a task by its stage's handler and
-    // that handler's copies): room for those at once saves the regrowths.
-    if (senders.capacity() == 0) senders.reserve(4);
-    senders.push_back(m_core);
+    connection.subscriber->m_senders.push_back(m_core);
   } catch (...) {
     free_node(node);
     throw;

@@ -42,6 +42,8 @@
 #include <utility>
 #include <vector>
 
+#include <boost/container/small_vector.hpp>
+
 #include <quillon2/core/assert.hpp>
 #include <quillon2/core/threading/mutex.hpp>
 #include <quillon2/export.hpp>
@@ -73,7 +75,10 @@ class QUILLON2_API subscriber_base_t {
  private:
   friend class signal_base_t;
 
-  std::vector<signal_core_t*> m_senders;  // one entry per connection, in connection order
+  // One entry per connection, in connection order. Most subscribers are reached by one
+  // or two signals (a task by its stage's handler and that handler's copies): those need
+  // no allocation.
+  boost::container::small_vector<signal_core_t*, 2> m_senders;
   threading::mutex_t m_senders_mutex;
 };
 
