@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <new>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include <quillon2/das/variant_bag.hpp>
@@ -214,6 +215,19 @@ class bag_impl_base_t : public bag_index_t {
     for (bag_node_base_t* n = first(); n != end(); n = n->m_next)
       if (&node_of(n)->m_value == value) return node_of(n);
     return nullptr;
+  }
+};
+
+// Both lists of a bag in one allocation, side by side: a bag costs one allocation less,
+// and a walk finds both heads close together. A bag's two lists always move together
+// (swap and assignment exchange both), so the pair is freed through its first member.
+struct bag_lists_t {
+  bag_impl_base_t<variant_t> values;
+  bag_impl_base_t<variant_bag_t> bags;
+
+  static bag_lists_t* of(bag_impl_base_t<variant_t>* values) {
+    static_assert(std::is_standard_layout_v<bag_lists_t>);
+    return reinterpret_cast<bag_lists_t*>(values);
   }
 };
 

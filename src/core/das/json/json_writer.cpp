@@ -313,7 +313,11 @@ class walker_t {
                                   bool lone_child) {
     if (is_array_of(n)) return false;
     if (n->m_length == 0 && lone_child) return false;
-    return !parent.has<variant_t>(n->m_name) && parent.count<variant_bag_t>(n->m_name) == 1;
+    // The node knows its name's length and hash: the lookups need not find them again.
+    if (list_of<variant_t>(parent).find(n->m_name, n->m_length, n->m_hash)) return false;
+    internal::bag_slot_t const* const same =
+        list_of<variant_bag_t>(parent).find(n->m_name, n->m_length, n->m_hash);
+    return same != nullptr && same->m_count == 1;
   }
 
   // A child written as the value of its name: its scalar, or null without one.
