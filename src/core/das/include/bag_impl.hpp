@@ -65,12 +65,21 @@ class bag_index_t {
   void erase_slot(bag_slot_t* slot);
   void grow(std::uint32_t capacity);
 
+  // A table of up to this many slots (three names) lives in the index itself, so that
+  // the many small bags need no table of their own on the heap.
+  static constexpr std::uint32_t inline_slots = 4;
+
+  void free_slots() {
+    if (m_slots != m_inline) delete[] m_slots;
+  }
+
   bag_node_base_t m_head;  // sentinel of the circular list; must stay the first member
   u64_t m_size;
-  bag_slot_t* m_slots;
+  bag_slot_t* m_slots;   // m_inline, a table on the heap, or null
   std::uint32_t m_mask;  // capacity - 1; the capacity is 0 or a power of two
   std::uint32_t m_used;
   bool m_in_order;
+  bag_slot_t m_inline[inline_slots];
 };
 
 // The index of the list that a sentinel belongs to.
