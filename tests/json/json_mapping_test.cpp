@@ -2,8 +2,10 @@
 // every value type, the array convention, unwritable values, and the load contract.
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -306,6 +308,26 @@ TEST(JsonLoad, TargetMustBeEmptyAndStaysUnchangedOnFailure) {
   ASSERT_NE(a, nullptr);
   EXPECT_EQ(a->get_parent(), &child);
   EXPECT_EQ(save(parent), R"({"child":{"a":[1,{"b":2}]}})");
+}
+
+// A loaded document's entries outlive the load and may be removed, renamed and destroyed
+// in any order, on another thread.
+TEST(JsonLoad, LoadedEntriesLiveOnTheirOwn) {
+  std::string text = "{";
+  for (int i = 0; i < 5000; ++i) {
+    text += "\"k" + std::to_string(i) + "\":{\"v\":" + std::to_string(i) + "},";
+  }
+  text += "\"last\":\"" + std::string(100000, 'x') + "\"}";
+  auto bag = std::make_unique<variant_bag_t>(load(text));
+  std::thread([&bag] {
+    for (int i = 0; i < 5000; i += 2) {
+      bag->remove<variant_bag_t>((L"k" + std::to_wstring(i)).c_str());
+    }
+    bag->get<variant_bag_t>(L"k1")->rename(L"a much longer name than the one it had");
+    variant_bag_t kept = *bag->get<variant_bag_t>(L"k4999");
+    bag.reset();
+    EXPECT_EQ(*kept.get<variant_t>(L"v"), variant_t(4999u));
+  }).join();
 }
 
 TEST(JsonDepth, NestingIsBoundedAndDeepBagsWrite) {

@@ -35,7 +35,7 @@ bag_index_t::bag_index_t()
   m_head.m_name = g_index_no_name;
 }
 
-bag_index_t::~bag_index_t() { delete[] m_slots; }
+bag_index_t::~bag_index_t() { free_slots(); }
 
 bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length, std::uint32_t hash) const {
   if (!m_slots) return nullptr;
@@ -55,7 +55,12 @@ bag_slot_t* bag_index_t::find(wchar_t const* name) const {
 void bag_index_t::grow(std::uint32_t capacity) {
   bag_slot_t* const old = m_slots;
   std::uint32_t const old_capacity = old ? m_mask + 1 : 0;
-  m_slots = new bag_slot_t[capacity]();
+  if (capacity <= inline_slots) {
+    for (std::uint32_t i = 0; i < capacity; ++i) m_inline[i] = bag_slot_t{};
+    m_slots = m_inline;
+  } else {
+    m_slots = new bag_slot_t[capacity]();
+  }
   m_mask = capacity - 1;
   for (std::uint32_t i = 0; i < old_capacity; ++i) {
     if (!old[i].m_first) continue;
@@ -63,12 +68,12 @@ void bag_index_t::grow(std::uint32_t capacity) {
     while (m_slots[j].m_first) j = (j + 1) & m_mask;
     m_slots[j] = old[i];
   }
-  delete[] old;
+  if (old != m_inline) delete[] old;
 }
 
 void bag_index_t::reserve(u64_t names) {
   std::uint64_t capacity = m_slots ? m_mask + 1 : 0;
-  std::uint64_t wanted = capacity ? capacity : 8;
+  std::uint64_t wanted = capacity ? capacity : inline_slots;
   while (names * 4 > wanted * 3) wanted *= 2;
   if (wanted > capacity) grow(static_cast<std::uint32_t>(wanted));
 }
@@ -171,7 +176,7 @@ void bag_index_t::rebuild_index() {
 void bag_index_t::reset() {
   m_head.m_prev = m_head.m_next = &m_head;
   m_size = 0;
-  delete[] m_slots;
+  free_slots();
   m_slots = nullptr;
   m_mask = 0;
   m_used = 0;

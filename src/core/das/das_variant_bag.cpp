@@ -87,10 +87,11 @@ void adopt_visible_children(variant_bag_t& bag) {
 
 }  // namespace
 
-variant_bag_t::variant_bag_t()
-    : m_values(new bag_impl_base_t<variant_t>()),
-      m_bags(new bag_impl_base_t<variant_bag_t>()),
-      m_parent(nullptr) {}
+variant_bag_t::variant_bag_t() : m_values(nullptr), m_bags(nullptr), m_parent(nullptr) {
+  auto* const lists = new internal::bag_lists_t();
+  m_values = &lists->values;
+  m_bags = &lists->bags;
+}
 
 // Deep bags are copied, destroyed and compared with work lists rather than recursion, so
 // that the depth of a bag is bounded by memory, not by the stack.
@@ -128,8 +129,7 @@ variant_bag_t::~variant_bag_t() {
     take_children(*value_of<variant_bag_t>(n).m_bags);
     bag_impl_base_t<variant_bag_t>::destroy_node(n);
   }
-  delete m_bags;
-  delete m_values;
+  delete internal::bag_lists_t::of(m_values);
 }
 
 variant_bag_t& variant_bag_t::operator=(variant_bag_t const& other) {

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <new>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include <quillon2/das/variant_bag.hpp>
@@ -64,12 +65,21 @@ class bag_index_t {
   void erase_slot(bag_slot_t* slot);
   void grow(std::uint32_t capacity);
 
+  // A table of up to this many slots (three names) lives in the index itself, so that
+  // the many small bags need no table of their own on the heap.
+  static constexpr std::uint32_t inline_slots = 4;
+
+  void free_slots() {
+    if (m_slots != m_inline) delete[] m_slots;
+  }
+
   bag_node_base_t m_head;  // sentinel of the circular list; must stay the first member
   u64_t m_size;
-  bag_slot_t* m_slots;
+  bag_slot_t* m_slots;   // m_inline, a table on the heap, or null
   std::uint32_t m_mask;  // capacity - 1; the capacity is 0 or a power of two
   std::uint32_t m_used;
   bool m_in_order;
+  bag_slot_t m_inline[inline_slots];
 };
 
 // The index of the list that a sentinel belongs to.
@@ -214,6 +224,19 @@ class bag_impl_base_t : public bag_index_t {
     for (bag_node_base_t* n = first(); n != end(); n = n->m_next)
       if (&node_of(n)->m_value == value) return node_of(n);
     return nullptr;
+  }
+};
+
+// Both lists of a bag in one allocation, side by side: a bag costs one allocation less,
+// and a walk finds both heads close together. A bag's two lists always move together
+// (swap and assignment exchange both), so the pair is freed through its first member.
+struct bag_lists_t {
+  bag_impl_base_t<variant_t> values;
+  bag_impl_base_t<variant_bag_t> bags;
+
+  static bag_lists_t* of(bag_impl_base_t<variant_t>* values) {
+    static_assert(std::is_standard_layout_v<bag_lists_t>);
+    return reinterpret_cast<bag_lists_t*>(values);
   }
 };
 

@@ -73,11 +73,13 @@ variant_bag_t& Handler::add_child(wchar_t const* name, std::size_t length) {
   tag_cache_entry_t& tag = m_tags[hash % tag_cache_size];
   if (tag.m_hash != hash || tag.m_length != length || tag.m_text.get_type() != vtWString ||
       std::wmemcmp(tag.m_text.get<const wchar_t*>(), name, length) != 0) {
-    internal::variant_buddy_t::set_data(tag.m_text, vtWString, name, (length + 1) * sizeof(wchar_t));
+    internal::variant_buddy_t::set_data(tag.m_text, vtWString, name,
+                                        (length + 1) * sizeof(wchar_t));
     tag.m_hash = hash;
     tag.m_length = length;
   }
-  return internal::vb_helper::add_empty_child(m_arena, *m_currentNode, name, length, hash, tag.m_text);
+  return internal::vb_helper::add_empty_child(m_arena, *m_currentNode, name, length, hash,
+                                              tag.m_text);
 }
 
 bool Handler::startNode() {
@@ -195,8 +197,8 @@ bool Handler::String(wchar_t const* text, rapidjson::SizeType length, bool) {
     auto const units = static_cast<std::size_t>(used);
     variant_t value;
     internal::variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
-    std::wmemcpy(static_cast<wchar_t*>(const_cast<void*>(internal::variant_buddy_t::payload(value))),
-                 text, units);
+    void const* const block = internal::variant_buddy_t::payload(value);
+    std::wmemcpy(static_cast<wchar_t*>(const_cast<void*>(block)), text, units);
     return scalar(value);
   });
 }
@@ -222,7 +224,12 @@ bool Handler::EndObject(rapidjson::SizeType) {
 bool Handler::StartArray() {
   return guarded([&] {
     if (!startNode()) return false;
-    m_currentNode->put<variant_t>(array_of_name, variant_t(default_item_name));
+    // Every array's marker shares one text.
+    static variant_t const* const item_text = new variant_t(default_item_name);
+    static std::uint32_t const array_of_hash = internal::hash_name(array_of_name, 7);
+    variant_t marker(*item_text);
+    internal::vb_helper::put_moved(m_arena, *m_currentNode, array_of_name, 7, array_of_hash,
+                                   marker);
     m_frames.back().m_child_name = default_item_name;
     m_frames.back().m_child_length = 4;
     return true;

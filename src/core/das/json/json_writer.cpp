@@ -163,6 +163,7 @@ class walker_t {
     while (!m_work.empty()) {
       work_item_t const item = m_work.back();
       m_work.pop_back();
+      prefetch_ahead();
       switch (item.kind) {
         case kind_end_object:
           m_sink.EndObject();
@@ -190,6 +191,25 @@ class walker_t {
     std::uint32_t length;
     bool full;
   };
+
+  // The walk is bound by the latency of memory: every bag is a few lists of nodes of
+  // their own. Its next bags are therefore brought closer in stages while the current
+  // one is written: the bag of the third next item, the lists of the second, the first
+  // entries of the next, each from what the stage before brought.
+  void prefetch_ahead() const {
+    std::size_t const size = m_work.size();
+    if (size >= 3 && m_work[size - 3].kind == kind_bag) __builtin_prefetch(m_work[size - 3].bag);
+    if (size >= 2 && m_work[size - 2].kind == kind_bag) {
+      variant_bag_t const& bag = *m_work[size - 2].bag;
+      __builtin_prefetch(&list_of<variant_t>(bag));
+      __builtin_prefetch(&list_of<variant_bag_t>(bag));
+    }
+    if (size >= 1 && m_work[size - 1].kind == kind_bag) {
+      variant_bag_t const& bag = *m_work[size - 1].bag;
+      __builtin_prefetch(list_of<variant_t>(bag).first());
+      __builtin_prefetch(list_of<variant_bag_t>(bag).first());
+    }
+  }
 
   void write_key(wchar_t const* key, std::size_t length) {
     if (key != nullptr) m_sink.Key(key, length);
@@ -293,7 +313,11 @@ class walker_t {
                                   bool lone_child) {
     if (is_array_of(n)) return false;
     if (n->m_length == 0 && lone_child) return false;
-    return !parent.has<variant_t>(n->m_name) && parent.count<variant_bag_t>(n->m_name) == 1;
+    // The node knows its name's length and hash: the lookups need not find them again.
+    if (list_of<variant_t>(parent).find(n->m_name, n->m_length, n->m_hash)) return false;
+    internal::bag_slot_t const* const same =
+        list_of<variant_bag_t>(parent).find(n->m_name, n->m_length, n->m_hash);
+    return same != nullptr && same->m_count == 1;
   }
 
   // A child written as the value of its name: its scalar, or null without one.
