@@ -1,5 +1,6 @@
 // The name index of a bag's list: an open-addressing hash table of the first node of
 // each name, with the nodes of one name chained in list order.
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -53,8 +54,14 @@ bag_slot_t* bag_index_t::find(wchar_t const* name) const {
 }
 
 void bag_index_t::grow(std::uint32_t capacity) {
-  bag_slot_t* const old = m_slots;
-  std::uint32_t const old_capacity = old ? m_mask + 1 : 0;
+  std::uint32_t const old_capacity = m_slots ? m_mask + 1 : 0;
+  // The slots in place are refilled below: their entries move out first.
+  bag_slot_t saved[inline_slots];
+  bag_slot_t* old = m_slots;
+  if (old == m_inline) {
+    std::copy(m_inline, m_inline + old_capacity, saved);
+    old = saved;
+  }
   if (capacity <= inline_slots) {
     for (std::uint32_t i = 0; i < capacity; ++i) m_inline[i] = bag_slot_t{};
     m_slots = m_inline;
@@ -68,7 +75,7 @@ void bag_index_t::grow(std::uint32_t capacity) {
     while (m_slots[j].m_first) j = (j + 1) & m_mask;
     m_slots[j] = old[i];
   }
-  if (old != m_inline) delete[] old;
+  if (old != saved) delete[] old;
 }
 
 void bag_index_t::reserve(u64_t names) {

@@ -36,8 +36,13 @@ struct vb_helper {
     bag_impl_base_t<T>& list = impl<T>(bag);
     std::size_t const length = std::wcslen(name);
     std::uint32_t const hash = hash_name(name, length);
-    bag_node_t<T>* const node = list.make_node(name, length, hash, value);
-    if (bag_slot_t* s = list.find(name, length, hash)) {
+    return replace_entries(list, list.make_node(name, length, hash, value));
+  }
+
+  // Removes the entries of the node's name from `list` and links the node at its end.
+  template <class T>
+  static bag_node_t<T>* replace_entries(bag_impl_base_t<T>& list, bag_node_t<T>* node) {
+    if (bag_slot_t* s = list.find(node->m_name, node->m_length, node->m_hash)) {
       for (bag_node_base_t* n = s->m_first; n;) {
         bag_node_base_t* const next = n->m_next_same;
         list.remove_node(n);
@@ -88,17 +93,7 @@ inline bag_node_t<variant_t>* vb_helper::put_moved(node_arena_t* arena, variant_
                                                    wchar_t const* name, std::size_t length,
                                                    std::uint32_t hash, variant_t& value) {
   bag_impl_base_t<variant_t>& list = impl<variant_t>(bag);
-  bag_node_t<variant_t>* const node =
-      list.emplace_node_in(arena, name, length, hash, std::move(value));
-  if (bag_slot_t* s = list.find(name, length, hash)) {
-    for (bag_node_base_t* n = s->m_first; n;) {
-      bag_node_base_t* const next = n->m_next_same;
-      list.remove_node(n);
-      n = next;
-    }
-  }
-  list.link_back(node);
-  return node;
+  return replace_entries(list, list.emplace_node_in(arena, name, length, hash, std::move(value)));
 }
 
 }  // namespace quillon2::internal
