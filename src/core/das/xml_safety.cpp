@@ -224,10 +224,7 @@ bool append_xml_name_utf8(std::string& out, wchar_t const* name) {
 }
 
 void append_wide_as_utf8(std::string& out, wchar_t const* text, std::size_t length) {
-  auto const scalar = [](wchar_t w) {
-    auto const c = static_cast<char32_t>(w);
-    return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? char32_t{0xFFFD} : c;
-  };
+  auto const scalar = [](wchar_t w) { return scalar_or_replacement(static_cast<char32_t>(w)); };
   std::size_t bytes = length;
   for (std::size_t i = 0; i < length; ++i) {
     auto const c = static_cast<char32_t>(text[i]);

@@ -117,7 +117,7 @@ inline bool append_wide_checked_escaped(std::string& out, wchar_t const* text, s
       }
       continue;
     }
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = replacement_character;
+    c = scalar_or_replacement(c);
     if (!is_xml_char(c)) return false;
     char buffer[4];
     std::size_t const length = static_cast<std::size_t>(encode_utf8(c, buffer) - buffer);

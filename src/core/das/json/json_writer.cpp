@@ -22,9 +22,9 @@
 
 #include "core/das/include/bag_impl.hpp"
 #include "core/das/include/vb_helper.hpp"
+#include "core/das/include/xml_safety.hpp"
 #include "core/das/json/include/json_printer.hpp"
 #include "core/miscellaneous/include/logging.hpp"
-#include "core/miscellaneous/include/utf8.hpp"
 
 namespace quillon2::json {
 
@@ -44,19 +44,8 @@ enum class shape_t { array, scalar, null, object };
 // UTF-8 of `length` units of wide text into `out` (replacing its content). Units that
 // are no Unicode scalar value become U+FFFD, so the text is always valid UTF-8.
 void to_utf8(wchar_t const* text, std::size_t length, std::string& out) {
-  out.resize(length * 4);
-  char* const begin = &out[0];
-  char* p = begin;
-  for (std::size_t i = 0; i < length; ++i) {
-    auto c = static_cast<std::uint32_t>(text[i]);
-    if (c < 0x80) {
-      *p++ = static_cast<char>(c);
-      continue;
-    }
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = internal::replacement_character;
-    p = internal::encode_utf8(static_cast<char32_t>(c), p);
-  }
-  out.resize(static_cast<std::size_t>(p - begin));
+  out.clear();
+  internal::append_wide_as_utf8(out, text, length);
 }
 
 void to_utf8(wchar_t const* text, std::string& out) { to_utf8(text, std::wcslen(text), out); }

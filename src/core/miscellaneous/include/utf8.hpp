@@ -60,6 +60,12 @@ inline std::size_t decode_utf8(unsigned char const* p, std::size_t n, char32_t& 
   return used;
 }
 
+// A unit of wide text as the code point that UTF-8 can carry: one that is no Unicode
+// scalar value (a surrogate, or above U+10FFFF) becomes U+FFFD.
+constexpr char32_t scalar_or_replacement(char32_t c) {
+  return c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? replacement_character : c;
+}
+
 // Writes the UTF-8 sequence of `c` (one to four bytes) at `out` and returns its end. The
 // caller has checked `c`: a surrogate or a value above U+10FFFF is written as it is.
 inline char* encode_utf8(char32_t c, char* out) {

@@ -179,8 +179,7 @@ class json_printer_t {
       }
       return p;
     }
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = internal::replacement_character;
-    return internal::encode_utf8(static_cast<char32_t>(c), p);
+    return internal::encode_utf8(internal::scalar_or_replacement(c), p);
   }
 
   // Quoted text of `length` units.
