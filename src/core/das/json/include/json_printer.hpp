@@ -65,12 +65,8 @@ class json_printer_t {
   }
   // ASCII text without anything to escape.
   void String(char const* text) {
-    std::size_t const length = std::strlen(text);
-    char* p = value_room(length + 2);
-    *p++ = '"';
-    std::memcpy(p, text, length);
-    p[length] = '"';
-    m_used += length + 2;
+    prefix_value();
+    put_ascii(text);
   }
   // A key of `length` units (no NUL among them).
   void Key(wchar_t const* name, std::size_t length) {
@@ -80,12 +76,7 @@ class json_printer_t {
   }
   void Key(char const* name) {
     prefix_member();
-    std::size_t const length = std::strlen(name);
-    char* p = room(length + 2);
-    *p++ = '"';
-    std::memcpy(p, name, length);
-    p[length] = '"';
-    m_used += length + 2;
+    put_ascii(name);
     after_key();
   }
   void StartObject() { start('{'); }
@@ -180,6 +171,16 @@ class json_printer_t {
       return p;
     }
     return internal::encode_utf8(internal::scalar_or_replacement(c), p);
+  }
+
+  // Quoted ASCII text that needs no escape.
+  void put_ascii(char const* text) {
+    std::size_t const length = std::strlen(text);
+    char* p = room(length + 2);
+    *p++ = '"';
+    std::memcpy(p, text, length);
+    p[length] = '"';
+    m_used += length + 2;
   }
 
   // Quoted text of `length` units.
