@@ -10,6 +10,7 @@
 #include <quillon2/core/threading/mutex.hpp>
 #include <quillon2/core/environ.hpp>
 #include <quillon2/core/error_code.hpp>
+#include <quillon2/core/error_words.hpp>
 #include <quillon2/core/check.hpp>
 #include <quillon2/core/pool_allocator.hpp>
 #include <quillon2/core/system_info.hpp>

@@ -16,6 +16,7 @@
 #include "core/das/include/utf8_codec.hpp"
 #include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
+#include "core/das/include/xml_escape.hpp"
 #include "core/das/include/xml_safety.hpp"
 #include "core/miscellaneous/include/decimal.hpp"
 
@@ -108,41 +109,12 @@ long next_code_point(char const* text, std::size_t length, std::size_t& i) {
   return decode_utf8_sequence(s, length, i, c) ? static_cast<long>(c) : -1;
 }
 
-// The reference that stands for an ASCII character in an attribute value, or null for
-// one that stands as it is.
-inline char const* attribute_reference(char32_t c) {
-  switch (c) {
-    case '&':
-      return "&amp;";
-    case '<':
-      return "&lt;";
-    case '>':
-      return "&gt;";
-    case '"':
-      return "&quot;";
-    case '\t':
-      return "&#9;";
-    case '\n':
-      return "&#10;";
-    case '\r':
-      return "&#13;";
-    default:
-      return nullptr;
-  }
-}
-
-// Whether an ASCII character needs a reference in an attribute value, or cannot stand
-// in a document at all: a table, since this runs over every character of every text.
+// Which ASCII characters may start and continue a name: a table, since this runs over
+// every name of every document.
 struct ascii_classes_t {
-  bool special[128] = {};
   bool name_start[128] = {};
   bool name[128] = {};
   constexpr ascii_classes_t() {
-    for (int c = 0; c < 0x20; ++c) special[c] = true;
-    special[static_cast<int>('&')] = true;
-    special[static_cast<int>('<')] = true;
-    special[static_cast<int>('>')] = true;
-    special[static_cast<int>('"')] = true;
     for (int c = 'a'; c <= 'z'; ++c) name_start[c] = true;
     for (int c = 'A'; c <= 'Z'; ++c) name_start[c] = true;
     name_start[static_cast<int>('_')] = true;
@@ -386,41 +358,16 @@ variant_t wide_text_variant(char const* text, std::size_t length) {
 }
 
 long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out) {
+  xml_escapes_t const& escapes = attribute ? k_attribute_escapes : k_text_escapes;
   char* const start = out;
   for (std::size_t i = 0; i < length; ++i) {
-    auto const c = static_cast<char32_t>(text[i]);
-    if (c < 0x80) {
-      if (!k_ascii.special[c]) {
-        *out++ = static_cast<char>(c);
-        continue;
-      }
-      char const* reference = attribute_reference(c);
-      if (reference == nullptr) return -1;  // a control character
-      if (!attribute && (c == '\t' || c == '\n')) {
-        *out++ = static_cast<char>(c);  // content keeps its tabs and line ends
-        continue;
-      }
-      std::size_t const n = std::strlen(reference);
-      std::memcpy(out, reference, n);
-      out += n;
-      continue;
-    }
-    if (!is_xml_char(c)) return -1;
-    out = encode_utf8(c, out);
+    if (!put_escaped(static_cast<char32_t>(text[i]), escapes, out)) return -1;
   }
   return static_cast<long>(out - start);
 }
 
 void append_escaped_attribute_utf8(std::string& out, char const* text, std::size_t length) {
-  for (std::size_t i = 0; i < length; ++i) {
-    auto const c = static_cast<unsigned char>(text[i]);
-    char const* reference = c < 0x80 ? attribute_reference(c) : nullptr;
-    if (reference != nullptr) {
-      out += reference;
-    } else {
-      out.push_back(static_cast<char>(c));
-    }
-  }
+  append_escaped(out, text, length, k_attribute_escapes);
 }
 
 bool is_xml_text_utf8(char const* text, std::size_t length) {

@@ -28,6 +28,7 @@
 #include "core/das/include/attribute_form.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/xml_file_io.hpp"
+#include "core/das/include/xml_escape.hpp"
 #include "core/das/include/xml_safety.hpp"
 #include "core/file_system/include/atomic_save.hpp"
 #include "core/das/include/xml_tag_writer.hpp"

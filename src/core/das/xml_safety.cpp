@@ -3,11 +3,13 @@
 
 #include <climits>
 #include <cstdio>
+#include <cwchar>
 
 #include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 
 #include "core/das/include/utf8_codec.hpp"
+#include "core/das/include/xml_escape.hpp"
 
 namespace quillon2::internal {
 
@@ -181,36 +183,19 @@ bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t len
 bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes) {
   utf8_bytes = 0;
   if (text == nullptr) return true;
-  for (; *text != L'\0'; ++text) {
-    auto const c = static_cast<char32_t>(*text);
+  std::size_t const length = std::wcslen(text);
+  std::size_t const start = out.size();
+  out.resize(start + length * k_max_escaped_bytes);
+  char* const first = &out[start];
+  char* end = first;
+  bool held = true;
+  for (std::size_t i = 0; held && i < length; ++i) {
+    auto const c = static_cast<char32_t>(text[i]);
     utf8_bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
-    if (c >= 0x20 && c < 0x80) {
-      switch (c) {
-        case '&':
-          out += "&amp;";
-          break;
-        case '<':
-          out += "&lt;";
-          break;
-        case '>':
-          out += "&gt;";
-          break;
-        case '"':
-          out += "&quot;";
-          break;
-        default:
-          out.push_back(static_cast<char>(c));
-      }
-      continue;
-    }
-    if (c == '\r') {
-      out += "&#13;";
-      continue;
-    }
-    if (!is_xml_char(c)) return false;
-    put_utf8(out, c);
+    held = put_escaped(c, k_text_escapes, end);
   }
-  return true;
+  out.resize(start + static_cast<std::size_t>(end - first));
+  return held;
 }
 
 bool append_xml_name_utf8(std::string& out, wchar_t const* name) {

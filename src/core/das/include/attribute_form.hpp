@@ -59,13 +59,10 @@ bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* te
 // A vtWString of UTF-8 text; malformed sequences give U+FFFD.
 variant_t wide_text_variant(char const* text, std::size_t length);
 
-// Most bytes that escape_wide_text writes for one character.
-constexpr std::size_t k_max_escaped_bytes = 6;
-
 // Writes `length` characters of wide text to `out` in UTF-8, escaped for an attribute value
 // ("&", "<", ">", the quotation mark, tab, line feed and carriage return become references)
 // or for element content (the same but tab and line feed). `out` must hold
-// k_max_escaped_bytes for each character. Returns the number of bytes written, or -1 when
+// k_max_escaped_bytes (xml_escape.hpp) for each character. Returns the number of bytes written, or -1 when
 // the text holds a character that XML cannot hold.
 long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out);
 

@@ -29,7 +29,7 @@ struct xml_escapes_t {
   std::array<std::uint8_t, 256> byte{};
 };
 
-enum class xml_context_t { verbatim, content, attribute };
+enum class xml_context_t { verbatim, content, text, attribute };
 
 constexpr xml_escapes_t make_xml_escapes(xml_context_t context) {
   xml_escapes_t escapes;
@@ -43,6 +43,7 @@ constexpr xml_escapes_t make_xml_escapes(xml_context_t context) {
   escapes.byte['\r'] = 7;
   if (context == xml_context_t::content) return escapes;
   escapes.byte['"'] = 4;
+  if (context == xml_context_t::text) return escapes;
   escapes.byte['\t'] = 5;
   escapes.byte['\n'] = 6;
   return escapes;
@@ -53,8 +54,32 @@ constexpr xml_escapes_t make_xml_escapes(xml_context_t context) {
 inline constexpr xml_escapes_t k_verbatim_escapes = make_xml_escapes(xml_context_t::verbatim);
 // Element content as libxml2's formatter escapes it: "&", "<", ">" and carriage return.
 inline constexpr xml_escapes_t k_content_escapes = make_xml_escapes(xml_context_t::content);
+// Element content as the bag writers escape it: also the quotation mark.
+inline constexpr xml_escapes_t k_text_escapes = make_xml_escapes(xml_context_t::text);
 // Attribute values in double quotes: also the quotation mark, tab and line feed.
 inline constexpr xml_escapes_t k_attribute_escapes = make_xml_escapes(xml_context_t::attribute);
+
+// The most bytes that put_escaped writes for one character.
+inline constexpr std::size_t k_max_escaped_bytes = 6;
+
+// Writes one character in UTF-8, escaped, at `out` (room for k_max_escaped_bytes) and
+// moves `out` past it. False when the character is one that XML cannot hold.
+inline bool put_escaped(char32_t c, xml_escapes_t const& escapes, char*& out) {
+  if (c < 0x80) {
+    std::uint8_t const kind = escapes.byte[c];
+    if (kind == k_escape_plain) {
+      *out++ = static_cast<char>(c);
+      return true;
+    }
+    if (kind == k_escape_control) return false;
+    std::string_view const reference = k_xml_references[kind];
+    for (char r : reference) *out++ = r;
+    return true;
+  }
+  if (!is_xml_char(c)) return false;
+  out = encode_utf8(c, out);
+  return true;
+}
 
 // Appends checked UTF-8 text escaped; control characters and other bytes go as they are.
 inline void append_escaped(std::string& out, char const* text, std::size_t size,
@@ -118,11 +143,11 @@ inline bool append_wide_checked_escaped(std::string& out, wchar_t const* text, s
       continue;
     }
     c = scalar_or_replacement(c);
-    if (!is_xml_char(c)) return false;
-    char buffer[4];
-    std::size_t const length = static_cast<std::size_t>(encode_utf8(c, buffer) - buffer);
-    utf8_bytes += length;
-    out.append(buffer, length);
+    char buffer[k_max_escaped_bytes];
+    char* end = buffer;
+    if (!put_escaped(c, escapes, end)) return false;
+    utf8_bytes += static_cast<std::size_t>(end - buffer);
+    out.append(buffer, end);
   }
   return true;
 }
