@@ -6,7 +6,7 @@ A ratio is formed for every family, argument set and peer that has an "ours" twi
 the medians of the repetitions; the spread column is the larger coefficient of variation
 of the two sides (empty for a single run).
 
-    bench_report.py RESULTS.json GOALS.tsv [--check]
+    bench_report.py GOALS.tsv RESULTS.json... [--check]
 
 A goal whose peer is "scale" is a flatness check of one family of ours run at several
 sizes: the time of one item (one lookup, one byte) at the largest size over that at the
@@ -23,13 +23,15 @@ UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 TOLERANCE = 1.10  # a miss within 10% of the goal is reported but does not fail --check
 
 
-def main(result_path, goals_path, check=False):
-    with open(result_path) as f:
-        data = json.load(f)
+def main(goals_path, result_paths, check=False):
+    benchmarks = []
+    for path in result_paths:
+        with open(path) as f:
+            benchmarks += json.load(f)["benchmarks"]
     times = {}
     spreads = {}
     per_item = defaultdict(dict)  # family -> {size: seconds per item} of ours
-    for b in data["benchmarks"]:
+    for b in benchmarks:
         aggregate = b.get("aggregate_name") if b.get("run_type") == "aggregate" else None
         if aggregate not in (None, "median", "cv"):
             continue
@@ -70,7 +72,8 @@ def main(result_path, goals_path, check=False):
             ratio = ours / t if t > 0 else float("inf")
             spread = max(spreads.get((family, "ours", args), -1), spreads.get((family, peer, args), -1))
             spread_text = f"{spread * 100:6.1f}%" if spread >= 0 else ""
-            goal = goals.get((family, peer))
+            # A goal for one size only names it after the peer: "boost_process/1024".
+            goal = goals.get((family, f"{peer}/{args.split('/')[0]}")) or goals.get((family, peer))
             verdict = ""
             if goal:
                 ok = ratio <= goal[0]
@@ -97,4 +100,4 @@ def main(result_path, goals_path, check=False):
 
 if __name__ == "__main__":
     arguments = [a for a in sys.argv[1:] if a != "--check"]
-    sys.exit(main(arguments[0], arguments[1], check="--check" in sys.argv[1:]))
+    sys.exit(main(arguments[0], arguments[1:], check="--check" in sys.argv[1:]))
