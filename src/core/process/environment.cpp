@@ -70,7 +70,7 @@ bool Environment::fold_equal_t::operator()(std::wstring_view a,
   return true;
 }
 
-Environment::table_t::iterator Environment::find(std::wstring const& name) {
+Environment::table_t::iterator Environment::find(std::wstring_view name) {
   auto exact = m_values.find(name);
   if (exact != m_values.end()) return exact;
   auto folded = m_folded.find(name);
@@ -105,25 +105,26 @@ error_code_t Environment::loadFromProcess() {
 }
 
 std::wstring Environment::expand(std::wstring const& text, std::size_t begin, std::size_t end) {
-  std::wstring result;
-  std::size_t percent = text.find(L'%', begin);
-  if (percent >= end) return text.substr(begin, end - begin);
-  result.assign(text, begin, percent - begin);
-  while (percent < end) {
-    std::size_t const close = text.find(L'%', percent + 1);
-    if (close >= end) {
+  // Searches stay inside the line: a line without references costs one pass over itself.
+  std::wstring_view const line(text.data() + begin, end - begin);
+  constexpr std::size_t none = std::wstring_view::npos;
+  std::size_t percent = line.find(L'%');
+  std::wstring result(line.substr(0, percent));
+  while (percent != none) {
+    std::size_t const close = line.find(L'%', percent + 1);
+    if (close == none) {
       // No closing sign: the rest stays as it is.
-      result.append(text, percent, end - percent);
+      result.append(line.substr(percent));
       break;
     }
     if (close == percent + 1) {
       result += L'%';
     } else {
-      auto found = find(text.substr(percent + 1, close - percent - 1));
+      auto found = find(line.substr(percent + 1, close - percent - 1));
       if (found != m_values.end()) result += found->second.value;
     }
-    percent = std::min(text.find(L'%', close + 1), end);
-    result.append(text, close + 1, percent - close - 1);
+    percent = line.find(L'%', close + 1);
+    result.append(line.substr(close + 1, percent == none ? none : percent - close - 1));
   }
   return result;
 }

@@ -41,9 +41,9 @@ class Environment : public IEnvironment {
   struct fold_equal_t {
     bool operator()(std::wstring_view a, std::wstring_view b) const noexcept;
   };
-  using table_t = std::map<std::wstring, entry_t>;
+  using table_t = std::map<std::wstring, entry_t, std::less<>>;
 
-  table_t::iterator find(std::wstring const& name);
+  table_t::iterator find(std::wstring_view name);
   table_t::iterator set(std::wstring const& name, std::wstring value);
   // The text of [begin, end) with its references expanded.
   std::wstring expand(std::wstring const& text, std::size_t begin, std::size_t end);
