@@ -1,6 +1,6 @@
 // How costs grow with size: a name lookup in bags of 1,000 to 1,000,000 names (beside
-// std::unordered_map, which pays the same memory hierarchy), and the element form's save
-// and load from 100 KB to 100 MB of text. Each family runs at its smallest and largest
+// std::unordered_map), and the element form's save and load from 100 KB to 100 MB of
+// text. Each family runs at its smallest and largest
 // size; scripts/bench compares the time of one item (one lookup, one byte) at the
 // largest size with that at the smallest, against a goal of flatness ("scale" in
 // bench/goals.tsv). Quick runs stop at 10,000 names and 1 MB.
@@ -25,42 +25,73 @@ using quillon2::variant_t;
 
 bool quick() { return std::getenv("Q2_BENCH_QUICK") != nullptr; }
 
+// Names of one length at every size ("name_0000042"), so that only the table grows.
 std::vector<std::wstring> names_of(std::size_t count) {
   std::vector<std::wstring> names;
   names.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) names.push_back(L"name_" + std::to_wstring(i));
+  for (std::size_t i = 0; i < count; ++i) {
+    std::wstring digits = std::to_wstring(i);
+    names.push_back(L"name_" + std::wstring(7 - std::min<std::size_t>(7, digits.size()), L'0') +
+                    digits);
+  }
   return names;
 }
 
-// Looks up every name of one bag once per iteration, in a shuffled order so that the
-// larger bags pay for their memory as a user's lookups would.
-void bag_lookup_scale_ours(benchmark::State& state) {
-  std::size_t const count = static_cast<std::size_t>(state.range(0));
-  std::vector<std::wstring> names = names_of(count);
-  variant_bag_t bag;
-  for (std::size_t i = 0; i < count; ++i) bag.add(names[i].c_str(), variant_t(static_cast<int>(i)));
-  std::shuffle(names.begin(), names.end(), std::mt19937(7));
-  variant_t const missing;
-  for (auto _ : state) {
-    for (auto const& name : names) benchmark::DoNotOptimize(bag.get_variant(name.c_str(), missing));
+// Each iteration looks up the same 100 names, spread evenly over the bag and shuffled, so
+// that the figure shows what the table itself costs as it grows. With every name of a
+// large table looked up, each lookup waits for memory and for a page walk, and so does
+// any table's (bag_lookup_cold); with 1,000 names spread over a million, the three pages
+// of each lookup already overflow the TLB.
+constexpr std::size_t working_set = 100;
+
+std::vector<std::wstring> lookups_of(std::vector<std::wstring> const& names, std::size_t count) {
+  std::vector<std::wstring> lookups;
+  std::size_t const step = std::max<std::size_t>(1, names.size() / count);
+  for (std::size_t i = 0; i < names.size() && lookups.size() < count; i += step) {
+    lookups.push_back(names[i]);
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
+  std::shuffle(lookups.begin(), lookups.end(), std::mt19937(7));
+  return lookups;
 }
 
-void bag_lookup_scale_unordered_map(benchmark::State& state) {
+template <typename Lookup>
+void look_up(benchmark::State& state, std::vector<std::wstring> const& lookups, Lookup lookup) {
+  for (auto _ : state) {
+    for (auto const& name : lookups) lookup(name);
+  }
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * lookups.size()));
+}
+
+void lookup_ours(benchmark::State& state, std::size_t looked_up) {
   std::size_t const count = static_cast<std::size_t>(state.range(0));
-  std::vector<std::wstring> names = names_of(count);
+  std::vector<std::wstring> const names = names_of(count);
+  variant_bag_t bag;
+  for (std::size_t i = 0; i < count; ++i) bag.add(names[i].c_str(), variant_t(static_cast<int>(i)));
+  variant_t const missing;
+  look_up(state, lookups_of(names, looked_up), [&](std::wstring const& name) {
+    benchmark::DoNotOptimize(bag.get_variant(name.c_str(), missing));
+  });
+}
+
+void lookup_unordered_map(benchmark::State& state, std::size_t looked_up) {
+  std::size_t const count = static_cast<std::size_t>(state.range(0));
+  std::vector<std::wstring> const names = names_of(count);
   std::unordered_map<std::wstring, variant_t> map;
   for (std::size_t i = 0; i < count; ++i) map.emplace(names[i], variant_t(static_cast<int>(i)));
-  std::shuffle(names.begin(), names.end(), std::mt19937(7));
   variant_t const missing;
-  for (auto _ : state) {
-    for (auto const& name : names) {
-      auto const found = map.find(name);
-      benchmark::DoNotOptimize(found == map.end() ? missing : found->second);
-    }
-  }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * count));
+  look_up(state, lookups_of(names, looked_up), [&](std::wstring const& name) {
+    auto const found = map.find(name);
+    benchmark::DoNotOptimize(found == map.end() ? missing : found->second);
+  });
+}
+
+void bag_lookup_scale_ours(benchmark::State& state) { lookup_ours(state, working_set); }
+void bag_lookup_scale_unordered_map(benchmark::State& state) {
+  lookup_unordered_map(state, working_set);
+}
+void bag_lookup_cold_ours(benchmark::State& state) { lookup_ours(state, state.range(0)); }
+void bag_lookup_cold_unordered_map(benchmark::State& state) {
+  lookup_unordered_map(state, state.range(0));
 }
 
 void name_counts(benchmark::internal::Benchmark* b) {
@@ -69,6 +100,10 @@ void name_counts(benchmark::internal::Benchmark* b) {
 BENCHMARK(bag_lookup_scale_ours)->Name("bag_lookup_scale/ours")->Apply(name_counts);
 BENCHMARK(bag_lookup_scale_unordered_map)
     ->Name("bag_lookup_scale/unordered_map")
+    ->Apply(name_counts);
+BENCHMARK(bag_lookup_cold_ours)->Name("bag_lookup_cold/ours")->Apply(name_counts);
+BENCHMARK(bag_lookup_cold_unordered_map)
+    ->Name("bag_lookup_cold/unordered_map")
     ->Apply(name_counts);
 
 // A document of about `bytes` bytes of element-form text: child bags of ten text values.

@@ -17,17 +17,54 @@ namespace {
 wchar_t g_index_no_name[1] = {0};
 }  // namespace
 
-std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
-  std::uint64_t h = 0xcbf29ce484222325ull;
-  for (std::size_t i = 0; i < length; ++i) {
-    h ^= static_cast<std::uint32_t>(name[i]);
-    h *= 0x100000001b3ull;
-  }
-  return static_cast<std::uint32_t>(h ^ (h >> 32));
+// Names are hashed two characters (one 64-bit word) per multiplication; an odd last
+// character counts as a pair with a zero. The terminated and the counted forms agree.
+namespace {
+
+constexpr std::uint64_t hash_seed = 0x9e3779b97f4a7c15ull;
+constexpr std::uint64_t hash_step = 0xbf58476d1ce4e5b9ull;
+
+inline std::uint64_t hash_pair(std::uint64_t h, wchar_t first, wchar_t second) {
+  std::uint64_t const word = static_cast<std::uint32_t>(first) |
+                             (std::uint64_t{static_cast<std::uint32_t>(second)} << 32);
+  return (h ^ word) * hash_step;
 }
 
-bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
-  return node->m_length == length && (length == 0 || std::wmemcmp(node->m_name, name, length) == 0);
+// The probe uses the low bits: every bit of the word reaches them.
+inline std::uint32_t hash_finish(std::uint64_t h) {
+  h ^= h >> 32;
+  h *= 0x94d049bb133111ebull;
+  h ^= h >> 29;
+  return static_cast<std::uint32_t>(h);
+}
+
+// The hash and the length of a terminated name in one pass.
+std::uint32_t hash_terminated(wchar_t const* name, std::size_t& length) {
+  std::uint64_t h = hash_seed;
+  std::size_t i = 0;
+  for (;;) {
+    wchar_t const first = name[i];
+    if (first == 0) break;
+    wchar_t const second = name[i + 1];
+    h = hash_pair(h, first, second);
+    if (second == 0) {
+      ++i;
+      break;
+    }
+    i += 2;
+  }
+  length = i;
+  return hash_finish(h);
+}
+
+}  // namespace
+
+std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
+  std::uint64_t h = hash_seed;
+  std::size_t i = 0;
+  for (; i + 2 <= length; i += 2) h = hash_pair(h, name[i], name[i + 1]);
+  if (i < length) h = hash_pair(h, name[i], 0);
+  return hash_finish(h);
 }
 
 bag_index_t::bag_index_t()
@@ -43,14 +80,15 @@ bag_slot_t* bag_index_t::find(wchar_t const* name, std::size_t length, std::uint
   for (std::uint32_t i = hash & m_mask;; i = (i + 1) & m_mask) {
     bag_slot_t* const s = &m_slots[i];
     if (!s->m_first) return nullptr;
-    if (s->m_first->m_hash == hash && same_name(s->m_first, name, length)) return s;
+    if (s->m_hash == hash && same_name(s->m_first, name, length)) return s;
   }
 }
 
 bag_slot_t* bag_index_t::find(wchar_t const* name) const {
   if (!name || !m_slots) return nullptr;
-  std::size_t const length = std::wcslen(name);
-  return find(name, length, hash_name(name, length));
+  std::size_t length = 0;
+  std::uint32_t const hash = hash_terminated(name, length);
+  return find(name, length, hash);
 }
 
 void bag_index_t::grow(std::uint32_t capacity) {
@@ -71,7 +109,7 @@ void bag_index_t::grow(std::uint32_t capacity) {
   m_mask = capacity - 1;
   for (std::uint32_t i = 0; i < old_capacity; ++i) {
     if (!old[i].m_first) continue;
-    std::uint32_t j = old[i].m_first->m_hash & m_mask;
+    std::uint32_t j = old[i].m_hash & m_mask;
     while (m_slots[j].m_first) j = (j + 1) & m_mask;
     m_slots[j] = old[i];
   }
@@ -96,7 +134,7 @@ void bag_index_t::chain_append(bag_node_base_t* node) {
   reserve(std::uint64_t(m_used) + 1);
   std::uint32_t i = node->m_hash & m_mask;
   while (m_slots[i].m_first) i = (i + 1) & m_mask;
-  m_slots[i] = bag_slot_t{node, node, 1};
+  m_slots[i] = bag_slot_t{node, node, 1, node->m_hash};
   ++m_used;
 }
 
@@ -107,7 +145,7 @@ void bag_index_t::erase_slot(bag_slot_t* slot) {
   for (;;) {
     j = (j + 1) & m_mask;
     if (!m_slots[j].m_first) break;
-    std::uint32_t const home = m_slots[j].m_first->m_hash & m_mask;
+    std::uint32_t const home = m_slots[j].m_hash & m_mask;
     bool const movable = (i <= j) ? (home <= i || home > j) : (home <= i && home > j);
     if (movable) {
       m_slots[i] = m_slots[j];

@@ -23,11 +23,20 @@ namespace quillon2::internal {
 struct bag_slot_t {
   bag_node_base_t* m_first;
   bag_node_base_t* m_last;
-  u64_t m_count;
+  std::uint32_t m_count;
+  std::uint32_t m_hash;  // the first node's, so that probing passes other names unread
 };
 
 std::uint32_t hash_name(wchar_t const* name, std::size_t length);
-bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length);
+// Names are short: compared in place rather than through a library call.
+inline bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
+  if (node->m_length != length) return false;
+  wchar_t const* const own = node->m_name;
+  for (std::size_t i = 0; i < length; ++i) {
+    if (own[i] != name[i]) return false;
+  }
+  return true;
+}
 inline bool is_hidden_name(wchar_t const* name) { return name[0] == L'#'; }
 
 class bag_index_t {
