@@ -183,19 +183,8 @@ bool append_xml_text_utf8(std::string& out, wchar_t const* text, std::size_t len
 bool append_escaped_xml_text(std::string& out, wchar_t const* text, std::size_t& utf8_bytes) {
   utf8_bytes = 0;
   if (text == nullptr) return true;
-  std::size_t const length = std::wcslen(text);
-  std::size_t const start = out.size();
-  out.resize(start + length * k_max_escaped_bytes);
-  char* const first = &out[start];
-  char* end = first;
-  bool held = true;
-  for (std::size_t i = 0; held && i < length; ++i) {
-    auto const c = static_cast<char32_t>(text[i]);
-    utf8_bytes += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
-    held = put_escaped(c, k_text_escapes, end);
-  }
-  out.resize(start + static_cast<std::size_t>(end - first));
-  return held;
+  return append_wide_checked_escaped<false>(out, text, std::wcslen(text), k_text_escapes,
+                                            utf8_bytes);
 }
 
 bool append_xml_name_utf8(std::string& out, wchar_t const* name) {

@@ -122,9 +122,11 @@ inline bool append_checked_escaped(std::string& out, char const* text, std::size
   return true;
 }
 
-// Appends wide text in UTF-8, escaped; a value that is no Unicode scalar becomes U+FFFD.
-// False, with `out` partly extended, when a character is one XML cannot hold (NUL among
-// them). `utf8_bytes` receives the UTF-8 size of the text before escaping.
+// Appends wide text in UTF-8, escaped; a value that is no Unicode scalar becomes U+FFFD,
+// or with `Replace` false is refused. False, with `out` partly extended, when a character
+// is one XML cannot hold (NUL among them). `utf8_bytes` receives the UTF-8 size of the
+// text before escaping.
+template <bool Replace = true>
 inline bool append_wide_checked_escaped(std::string& out, wchar_t const* text, std::size_t size,
                                         xml_escapes_t const& escapes, std::size_t& utf8_bytes) {
   utf8_bytes = 0;
@@ -142,7 +144,7 @@ inline bool append_wide_checked_escaped(std::string& out, wchar_t const* text, s
       }
       continue;
     }
-    c = scalar_or_replacement(c);
+    if (Replace) c = scalar_or_replacement(c);
     char buffer[k_max_escaped_bytes];
     char* end = buffer;
     if (!put_escaped(c, escapes, end)) return false;
