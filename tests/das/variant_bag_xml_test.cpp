@@ -1,5 +1,7 @@
 // The element form of bags: the exact document, round trips through text and files,
 // rejection of malformed and hostile input, and saves that never lose data.
+#include <memory>
+
 #include "das/das_support.hpp"
 
 using namespace das_test;
@@ -96,6 +98,28 @@ TEST(BagXmlRoundTrip, RepeatedValuesKeepTheLastAndRepeatedBagsAll) {
   bag.put(L"v", variant_t(2));
   EXPECT_TRUE(loaded == bag);
   EXPECT_EQ(2u, loaded.count<variant_bag_t>(L"c"));
+}
+
+// The readers build a document's bags in shared blocks of memory; a child taken out of
+// the document keeps what it needs after the document is gone.
+TEST(BagXmlLoad, ChildrenTakenOutOutliveTheLoadedDocument) {
+  variant_bag_t source;
+  for (int i = 0; i < 300; ++i) {
+    variant_bag_t& child = source.add_variant_bag(L"c", variant_bag_t());
+    child.add(L"n", variant_t(i));
+    child.add_variant_bag(L"g", variant_bag_t()).add(L"t", variant_t(L"deep"));
+  }
+  auto loaded = std::make_unique<variant_bag_t>();
+  ASSERT_EQ(1, from_text(*loaded, to_text(source)));
+  variant_bag_t copied = *loaded->get<variant_bag_t>(L"c");
+  variant_bag_t swapped;
+  swapped.swap(*loaded->get<variant_bag_t>(L"c"));
+  loaded.reset();
+  swapped.get<variant_bag_t>(L"g")->add(L"more", variant_t(1));
+  EXPECT_EQ(0, swapped.get_variant(L"n", variant_t()).get<int>());
+  EXPECT_EQ(std::wstring(L"deep"),
+            swapped.get<variant_bag_t>(L"g")->get_variant(L"t", variant_t()).get<wchar_t const*>());
+  EXPECT_EQ(0, copied.get_variant(L"n", variant_t()).get<int>());
 }
 
 TEST(BagXmlRoundTrip, UnknownObjectTypeSurvivesAsProxy) {

@@ -52,6 +52,7 @@ template <class T>
 class bag_impl_base_t;
 struct vb_helper;
 struct variant_bag_buddy_t;
+struct bag_lists_t;
 
 QUILLON2_API bag_node_base_t* bag_next_same(bag_node_base_t const* node,
                                             bag_node_base_t const* end);
@@ -231,6 +232,11 @@ class QUILLON2_API variant_bag_t {
  private:
   friend struct internal::vb_helper;
   friend struct internal::variant_bag_buddy_t;
+  template <class>
+  friend struct internal::bag_node_t;
+
+  // A bag on lists made by the library's readers.
+  explicit variant_bag_t(internal::bag_lists_t* lists) noexcept;
 
   template <class T>
   bool check_entry(wchar_t const* name, T const& value) const;

@@ -87,11 +87,10 @@ void adopt_visible_children(variant_bag_t& bag) {
 
 }  // namespace
 
-variant_bag_t::variant_bag_t() : m_values(nullptr), m_bags(nullptr), m_parent(nullptr) {
-  auto* const lists = new internal::bag_lists_t();
-  m_values = &lists->values;
-  m_bags = &lists->bags;
-}
+variant_bag_t::variant_bag_t() : variant_bag_t(new internal::bag_lists_t()) {}
+
+variant_bag_t::variant_bag_t(internal::bag_lists_t* lists) noexcept
+    : m_values(&lists->values), m_bags(&lists->bags), m_parent(nullptr) {}
 
 // Deep bags are copied, destroyed and compared with work lists rather than recursion, so
 // that the depth of a bag is bounded by memory, not by the stack.
@@ -129,7 +128,7 @@ variant_bag_t::~variant_bag_t() {
     take_children(*value_of<variant_bag_t>(n).m_bags);
     bag_impl_base_t<variant_bag_t>::destroy_node(n);
   }
-  delete internal::bag_lists_t::of(m_values);
+  internal::bag_lists_t::release(internal::bag_lists_t::of(m_values));
 }
 
 variant_bag_t& variant_bag_t::operator=(variant_bag_t const& other) {
@@ -155,8 +154,14 @@ variant_bag_t& vb_helper::add_empty_child(internal::node_arena_t* arena, variant
                                           wchar_t const* name, std::size_t length,
                                           std::uint32_t hash, variant_t const& tag) {
   static std::uint32_t const tag_hash = internal::hash_name(internal::tag_name, 9);
-  bag_node_t<variant_bag_t>* const node =
-      bag_impl_base_t<variant_bag_t>::emplace_node_in(arena, name, length, hash);
+  internal::bag_lists_t* const lists = internal::bag_lists_t::make(arena);
+  bag_node_t<variant_bag_t>* node = nullptr;
+  try {
+    node = bag_impl_base_t<variant_bag_t>::emplace_node_in(arena, name, length, hash, lists);
+  } catch (...) {
+    internal::bag_lists_t::release(lists);
+    throw;
+  }
   bag.m_bags->link_back(node);
   variant_bag_t& child = node->m_value;
   child.m_parent = &bag;

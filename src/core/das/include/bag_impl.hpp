@@ -239,13 +239,35 @@ class bag_impl_base_t : public bag_index_t {
 // Both lists of a bag in one allocation, side by side: a bag costs one allocation less,
 // and a walk finds both heads close together. A bag's two lists always move together
 // (swap and assignment exchange both), so the pair is freed through its first member.
+// The readers take the pairs of the bags they build from their node arena, like the
+// nodes; such a pair keeps its slab alive by itself, whichever bag it ends up in.
 struct bag_lists_t {
   bag_impl_base_t<variant_t> values;
   bag_impl_base_t<variant_bag_t> bags;
+  bool in_arena = false;
 
   static bag_lists_t* of(bag_impl_base_t<variant_t>* values) {
     static_assert(std::is_standard_layout_v<bag_lists_t>);
     return reinterpret_cast<bag_lists_t*>(values);
+  }
+
+  // A new pair, from `arena` when there is one.
+  static bag_lists_t* make(node_arena_t* arena) {
+    if (void* raw = arena ? arena->allocate(sizeof(bag_lists_t)) : nullptr) {
+      auto* const lists = new (raw) bag_lists_t();
+      lists->in_arena = true;
+      return lists;
+    }
+    return new bag_lists_t();
+  }
+
+  static void release(bag_lists_t* lists) noexcept {
+    if (!lists->in_arena) {
+      delete lists;
+      return;
+    }
+    lists->~bag_lists_t();
+    release_arena_node(lists);
   }
 };
 
