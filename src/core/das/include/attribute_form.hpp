@@ -62,8 +62,8 @@ variant_t wide_text_variant(char const* text, std::size_t length);
 // Writes `length` characters of wide text to `out` in UTF-8, escaped for an attribute value
 // ("&", "<", ">", the quotation mark, tab, line feed and carriage return become references)
 // or for element content (the same but tab and line feed). `out` must hold
-// k_max_escaped_bytes (xml_escape.hpp) for each character. Returns the number of bytes written, or -1 when
-// the text holds a character that XML cannot hold.
+// k_max_escaped_bytes (xml_escape.hpp) for each character. Returns the number of bytes
+// written, or -1 when the text holds a character that XML cannot hold.
 long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out);
 
 // Appends UTF-8 text, escaped for an attribute value, to `out`.

@@ -132,23 +132,17 @@ inline bool append_wide_checked_escaped(std::string& out, wchar_t const* text, s
   utf8_bytes = 0;
   for (std::size_t i = 0; i < size; ++i) {
     auto c = static_cast<char32_t>(text[i]);
-    if (c < 0x80) {
-      std::uint8_t const kind = escapes.byte[c];
+    if (c < 0x80 && escapes.byte[c] == k_escape_plain) {
+      out.push_back(static_cast<char>(c));
       ++utf8_bytes;
-      if (kind == k_escape_plain) {
-        out.push_back(static_cast<char>(c));
-      } else if (kind == k_escape_control) {
-        return false;
-      } else {
-        out.append(k_xml_references[kind]);
-      }
       continue;
     }
     if (Replace) c = scalar_or_replacement(c);
     char buffer[k_max_escaped_bytes];
     char* end = buffer;
     if (!put_escaped(c, escapes, end)) return false;
-    utf8_bytes += static_cast<std::size_t>(end - buffer);
+    // An escaped ASCII character is one byte of the text, whatever its reference.
+    utf8_bytes += c < 0x80 ? 1 : static_cast<std::size_t>(end - buffer);
     out.append(buffer, end);
   }
   return true;
