@@ -1,9 +1,9 @@
 // How costs grow with size: a name lookup in bags of 1,000 to 1,000,000 names (beside
 // std::unordered_map), and the element form's save and load from 100 KB to 100 MB of
-// text. Each family runs at its smallest and largest
-// size; scripts/bench compares the time of one item (one lookup, one byte) at the
-// largest size with that at the smallest, against a goal of flatness ("scale" in
-// bench/goals.tsv). Quick runs stop at 10,000 names and 1 MB.
+// text. Each family runs at its smallest and largest size; scripts/bench compares the
+// time of one item (one lookup, one byte) at the largest size with that at the smallest,
+// against a goal of flatness ("scale" in bench/goals.tsv). Quick runs stop at 10,000
+// names and 1 MB.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
