@@ -1,14 +1,50 @@
-// mutex_t over boost::recursive_mutex, built in the object's own storage.
+// mutex_t: a recursive lock on one word, built in the object's own storage.
+//
+// A thread that finds the lock taken spins for a while before it sleeps: the sections
+// that signals guard are short, and a holder running on another processor lets go
+// sooner than a sleep and a wake-up take (each a system call and a context switch).
 #include <new>
-
-#include <boost/thread/recursive_mutex.hpp>
 
 #include <quillon2/core/threading/mutex.hpp>
 
+#include "core/threading/include/platform.hpp"
+
 namespace quillon2::threading {
 
+namespace {
+
+// About a microsecond or two of waiting before the thread goes to sleep.
+constexpr unsigned spin_rounds = 100;
+
+}  // namespace
+
 struct mutex_t::impl_t {
-  boost::recursive_mutex mutex;
+  // 0: free; 1: held; 2: held, and a thread may sleep on it.
+  std::atomic<int> word{0};
+  // The holder's thread key, 0 when free; only the holder writes its own key here, so a
+  // thread that reads its own key is the holder.
+  std::atomic<std::uintptr_t> owner{0};
+  unsigned depth = 0;  // the holder's acquisitions; touched by the holder only
+
+  void lock() noexcept {
+    int expected = 0;
+    if (word.compare_exchange_strong(expected, 1, std::memory_order_acquire)) return;
+    for (unsigned round = 0; round < spin_rounds; ++round) {
+      internal::cpu_relax();
+      expected = 0;
+      if (word.load(std::memory_order_relaxed) == 0 &&
+          word.compare_exchange_weak(expected, 1, std::memory_order_acquire)) {
+        return;
+      }
+    }
+    // From here on the word says 2 while this thread may sleep, so that the holder's
+    // release wakes it.
+    while (word.exchange(2, std::memory_order_acquire) != 0) internal::wait_on_word(word, 2);
+  }
+
+  void unlock() noexcept {
+    if (word.exchange(0, std::memory_order_release) == 2) internal::wake_one_on_word(word);
+  }
 };
 
 mutex_t::mutex_t() : m_impl(new (m_storage) impl_t) {
@@ -23,9 +59,22 @@ mutex_t& mutex_t::operator=(mutex_t const&) { return *this; }
 
 mutex_t::~mutex_t() { m_impl->~impl_t(); }
 
-void mutex_t::acquire() { m_impl->mutex.lock(); }
+void mutex_t::acquire() {
+  std::uintptr_t const self = internal::current_thread_key();
+  if (m_impl->owner.load(std::memory_order_relaxed) == self) {
+    ++m_impl->depth;
+    return;
+  }
+  m_impl->lock();
+  m_impl->owner.store(self, std::memory_order_relaxed);
+  m_impl->depth = 1;
+}
 
-void mutex_t::release() { m_impl->mutex.unlock(); }
+void mutex_t::release() {
+  if (--m_impl->depth != 0) return;
+  m_impl->owner.store(0, std::memory_order_relaxed);
+  m_impl->unlock();
+}
 
 mutex_guard_t::mutex_guard_t(mutex_t& mutex) : m_mutex(mutex) { m_mutex.acquire(); }
 

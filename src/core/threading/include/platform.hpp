@@ -2,6 +2,7 @@
 // threading subsystem call only these; posix/platform.cpp gives them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -9,6 +10,12 @@ namespace quillon2::internal {
 
 // The processor's spin-wait hint.
 void cpu_relax() noexcept;
+// Sleeps while `word` holds `expected`; may return early for no reason.
+void wait_on_word(std::atomic<int>& word, int expected) noexcept;
+// Wakes one thread sleeping in wait_on_word on `word`.
+void wake_one_on_word(std::atomic<int>& word) noexcept;
+// A number that tells the calling thread from every other thread alive; never zero.
+std::uintptr_t current_thread_key() noexcept;
 // Gives up the rest of the time slice.
 void yield_thread() noexcept;
 // Sleeps; not an interruption point.

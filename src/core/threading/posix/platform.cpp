@@ -2,10 +2,13 @@
 #include "core/threading/include/platform.hpp"
 
 #include <cxxabi.h>
+#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -26,6 +29,22 @@ void cpu_relax() noexcept {
 #elif defined(__aarch64__)
   asm volatile("yield" ::: "memory");
 #endif
+}
+
+void wait_on_word(std::atomic<int>& word, int expected) noexcept {
+  static_assert(sizeof(std::atomic<int>) == sizeof(int) && std::atomic<int>::is_always_lock_free,
+                "the kernel waits on the atomic's own int");
+  // EAGAIN (the word changed) and EINTR both send the caller back to look again.
+  syscall(SYS_futex, reinterpret_cast<int*>(&word), FUTEX_WAIT_PRIVATE, expected, nullptr,
+          nullptr, 0);
+}
+
+void wake_one_on_word(std::atomic<int>& word) noexcept {
+  syscall(SYS_futex, reinterpret_cast<int*>(&word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+std::uintptr_t current_thread_key() noexcept {
+  return static_cast<std::uintptr_t>(pthread_self());
 }
 
 void yield_thread() noexcept { sched_yield(); }
