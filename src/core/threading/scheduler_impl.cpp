@@ -105,7 +105,7 @@ void scheduler_impl_t::dispose(scheduler_impl_t* scheduler) {
   {
     lock_t guard(scheduler->m_tasks_lock);
     now = scheduler->m_tasks.empty() && !scheduler->is_on_stack();
-    scheduler->m_orphaned = !now;
+    scheduler->m_orphaned.store(!now, std::memory_order_relaxed);
   }
   if (now) delete scheduler;
 }
@@ -125,12 +125,15 @@ class scheduler_impl_t::inside_t {
 };
 
 void scheduler_impl_t::dispose_if_orphaned() {
-  if (is_on_stack()) return;
+  // The mark is set under the tasks lock before the last task leaves the tables, and
+  // the caller has taken that lock since it dealt with its task: a clear mark seen here
+  // is no mark missed.
+  if (!m_orphaned.load(std::memory_order_relaxed) || is_on_stack()) return;
   bool now = false;
   {
     lock_t guard(m_tasks_lock);
-    now = m_orphaned && m_tasks.empty();
-    if (now) m_orphaned = false;
+    now = m_orphaned.load(std::memory_order_relaxed) && m_tasks.empty();
+    if (now) m_orphaned.store(false, std::memory_order_relaxed);
   }
   if (now) delete this;
 }
@@ -241,7 +244,10 @@ bool scheduler_impl_t::dispatch_next_stage(task_ptr const& task, bool finalizati
     if (finalization) {
       lock_t guard(m_tasks_lock);
       auto found = m_tasks.find(task);
-      if (found != m_tasks.end()) found->second.finalizing = true;
+      if (found != m_tasks.end() && !found->second.finalizing) {
+        found->second.finalizing = true;
+        m_finalizing_tasks.fetch_add(1, std::memory_order_relaxed);
+      }
     }
     scheduler_error_t const err = unit->execute(task, stage);
     if (err == seOk) return true;
@@ -270,8 +276,11 @@ void scheduler_impl_t::handle_task_stage_complete(boost::shared_ptr<task_t> task
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::handle_task_stage_complete. task:" << display_name(task));
   if (!task) return;
+  // The count of finalizing tasks rose, if for this task, before its stage went to the
+  // unit, which hands the job over under a lock of its own: while no task finalizes, the
+  // table need not be asked.
   bool finalizing = false;
-  {
+  if (m_finalizing_tasks.load(std::memory_order_relaxed) != 0) {
     lock_t guard(m_tasks_lock);
     auto found = m_tasks.find(task);
     finalizing = found != m_tasks.end() && found->second.finalizing;
@@ -292,6 +301,7 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
   Q2_LOG(scheduler_logger(), log_trace,
          L"scheduler_impl_t::handle_task_complete. task:" << display_name(task));
   follower_list followers;
+  std::vector<std::wstring> ended_groups;
   task_ptr entry_key;  // let go of after the lock
   {
     lock_t guard(m_tasks_lock);
@@ -301,6 +311,7 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
       for (auto& entry : m_canceling_groups) {
         if (entry.running != 0 && matches(entry.group, found->second.group)) --entry.running;
       }
+      if (found->second.finalizing) m_finalizing_tasks.fetch_sub(1, std::memory_order_relaxed);
       task_table::node_type entry = m_tasks.extract(found);
       entry_key.swap(entry.key());
       if (m_spare_entries.size() < max_spare_entries) {
@@ -317,27 +328,20 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
         if (count != m_waiting_tasks.end() && --count->second == 0) m_waiting_tasks.erase(count);
       }
     }
+    // Without followers to start first, the ended cancellations are known now.
+    if (followers.empty()) take_ended_groups(ended_groups);
   }
 
-  // Followers enter through the virtual add_task; one whose group is being canceled is
-  // refused there and dropped without a word.
-  for (auto const& follower : followers) {
-    scheduler_t& self = *this;
-    self.add_task(follower.first, follower.second);
-  }
-  followers.clear();
-
-  std::vector<std::wstring> ended_groups;
-  {
-    lock_t guard(m_tasks_lock);
-    for (auto entry = m_canceling_groups.begin(); entry != m_canceling_groups.end();) {
-      if (entry->running == 0) {
-        ended_groups.push_back(std::move(entry->group));
-        entry = m_canceling_groups.erase(entry);
-      } else {
-        ++entry;
-      }
+  if (!followers.empty()) {
+    // Followers enter through the virtual add_task; one whose group is being canceled is
+    // refused there and dropped without a word.
+    for (auto const& follower : followers) {
+      scheduler_t& self = *this;
+      self.add_task(follower.first, follower.second);
     }
+    followers.clear();
+    lock_t guard(m_tasks_lock);
+    take_ended_groups(ended_groups);
   }
 
   // One pass over one snapshot, with no lock held: the task first, then the groups it
@@ -347,6 +351,17 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
   for (auto const& callback : *callbacks) callback->task_completed(task);
   for (auto const& group : ended_groups) {
     for (auto const& callback : *callbacks) callback->group_canceled(group);
+  }
+}
+
+void scheduler_impl_t::take_ended_groups(std::vector<std::wstring>& ended) {
+  for (auto entry = m_canceling_groups.begin(); entry != m_canceling_groups.end();) {
+    if (entry->running == 0) {
+      ended.push_back(std::move(entry->group));
+      entry = m_canceling_groups.erase(entry);
+    } else {
+      ++entry;
+    }
   }
 }
 

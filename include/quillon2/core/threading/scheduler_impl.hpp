@@ -126,6 +126,8 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   // Callers hold the tasks spin lock.
   bool is_under_canceling_group(std::wstring const& group) const;
   bool is_waiting(task_ptr const& task) const;
+  // Moves the groups whose cancellation has come to its end out of the canceling list.
+  void take_ended_groups(std::vector<std::wstring>& ended);
 
   // Calls `notify` on every observer of the current snapshot, with no lock held.
   template <typename F>
@@ -147,10 +149,14 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   // Entries of completed tasks, kept for the next tasks (with their group's storage), so
   // that a task's way through the tables allocates nothing once the scheduler runs.
   std::vector<task_table::node_type> m_spare_entries;
+  // How many entries say finalizing; changed under the tasks lock.
+  std::atomic<std::size_t> m_finalizing_tasks{0};
   std::unordered_map<task_ptr, follower_list, task_hash_t> m_sequential_tasks;
   std::unordered_map<task_ptr, std::size_t, task_hash_t> m_waiting_tasks;  // task -> entries
   std::list<canceling_group_t> m_canceling_groups;
-  bool m_orphaned = false;  // released by its last owner; goes with its last task
+  // Released by its last owner; goes with its last task. Written under the tasks lock,
+  // read without it by the checks after each task's way through the tables.
+  std::atomic<bool> m_orphaned{false};
 
   boost::shared_ptr<scheduler_wait_callback_t> m_default_wait;
 
