@@ -17,6 +17,7 @@
 #include <quillon2/das/json_rapidjson.hpp>
 #include <quillon2/das/variant.hpp>
 #include <quillon2/das/variant_bag.hpp>
+#include <quillon2/headers/kesmet.hpp>
 
 #include "support/assert_recorder.hpp"
 
@@ -157,6 +158,20 @@ TEST(JsonBytes, EscapesDoublesAndTheReadableForm) {
 })");
   EXPECT_EQ(save(load("[{}]"), Pretty), "[\n    null\n]");
   EXPECT_EQ(save(load("\"s\""), Pretty), "\"s\"");
+
+  // A text many times the printer's buffer reaches the stream whole: no character or
+  // escape is cut where the buffer is handed over (the wide form prints in one buffer).
+  variant_bag_t large;
+  for (int i = 0; i < 4000; ++i) {
+    std::wstring const value = L"\u00e9\U00010000\"\n" + std::to_wstring(i) + L"\x1f";
+    large.add<variant_t>(L"k\u65e5", variant_t(value.c_str()));
+  }
+  large.add<variant_t>(L"long", variant_t(std::wstring(100000, L'\u00e9').c_str()));
+  for (json::JSONFormat format : {Compact, Pretty}) {
+    std::wstring wide;
+    ASSERT_TRUE(json::save_variant_bag_to_json_string(large, wide, format).is_ok());
+    EXPECT_EQ(save(large, format), KESMET_2_18::strings::utf16_to_utf8(wide));
+  }
 }
 
 TEST(JsonNumbers, ExactIntegerBoundsAndBigIntegers) {

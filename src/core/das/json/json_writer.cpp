@@ -408,9 +408,9 @@ void write_variant_bag(variant_bag_t const& bag, IJSONWriter& writer) {
 
 error_code_t save_variant_bag_to_json_string(variant_bag_t const& bag, std::ostream& out,
                                              JSONFormat format) {
-  internal_printer::json_printer_t printer(format != Compact);
+  internal_printer::json_printer_t printer(format != Compact, &out);
   walker_t<internal_printer::json_printer_t>(printer).run(bag);
-  out.write(printer.data(), static_cast<std::streamsize>(printer.size()));
+  printer.flush();
   return error_code_t();
 }
 

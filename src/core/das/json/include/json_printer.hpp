@@ -1,11 +1,15 @@
-// The printer of the save functions: JSON text straight into one growing UTF-8 buffer,
-// compact or readable (four spaces of indent a level, "key": value), byte for byte the
+// The printer of the save functions: JSON text straight into one UTF-8 buffer, compact or
+// readable (four spaces of indent a level, "key": value), byte for byte the
 // text that RapidJSON's Writer and PrettyWriter give for the same events.
 //
 // Wide text (UTF-32) is escaped and encoded in one pass: '"', '\\' and the control
 // characters are escaped ("\b\t\n\f\r" short, the others "\u00XX"), everything else goes
 // out as raw UTF-8; a unit that is no Unicode scalar value becomes U+FFFD. Doubles use
 // RapidJSON's shortest-digits conversion, so the number formats stay those of its writer.
+//
+// Given a stream, the printer hands the buffer to it whenever the buffer is full, so that a
+// save of any size works in 64 KiB that stay in the cache; without one the buffer grows
+// until the whole text is in it.
 //
 // One printer belongs to one save on one thread.
 #pragma once
@@ -14,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -41,11 +46,21 @@ inline constexpr escape_table_t escapes{};
 
 class json_printer_t {
  public:
-  explicit json_printer_t(bool pretty) : m_pretty(pretty) { m_buffer.resize(1 << 16); }
+  explicit json_printer_t(bool pretty, std::ostream* out = nullptr)
+      : m_out(out), m_pretty(pretty) {
+    m_buffer.resize(1 << 16);
+  }
 
-  // The text printed so far.
+  // The text printed so far, or without a stream handed to it, since the last flush.
   char const* data() const { return m_buffer.data(); }
   std::size_t size() const { return m_used; }
+
+  // Hands what the buffer holds to the stream.
+  void flush() {
+    if (m_out == nullptr || m_used == 0) return;
+    m_out->write(m_buffer.data(), static_cast<std::streamsize>(m_used));
+    m_used = 0;
+  }
 
   void Null() { literal("null", 4); }
   void Bool(bool value) { value ? literal("true", 4) : literal("false", 5); }
@@ -85,9 +100,12 @@ class json_printer_t {
   void EndArray() { end(']'); }
 
  private:
-  // Room for `count` more bytes at the end of the text.
+  // Room for `count` more bytes at the end of the text. Only here may the buffer be
+  // flushed, so a flush never falls inside a character or an escape.
   char* room(std::size_t count) {
     if (m_buffer.size() - m_used < count) {
+      flush();
+      if (m_buffer.size() - m_used >= count) return m_buffer.data() + m_used;
       std::size_t size = m_buffer.size() * 2;
       while (size - m_used < count) size *= 2;
       m_buffer.resize(size);
@@ -211,7 +229,8 @@ class json_printer_t {
     }
   }
 
-  std::string m_buffer;  // the text is its first m_used bytes
+  std::ostream* const m_out;  // null: the whole text stays in the buffer
+  std::string m_buffer;       // the text is its first m_used bytes
   std::size_t m_used = 0;
   std::vector<bool> m_has_members;  // of each open structure, outermost first
   bool m_after_key = false;
