@@ -100,6 +100,29 @@ TEST(BagXmlRoundTrip, RepeatedValuesKeepTheLastAndRepeatedBagsAll) {
   EXPECT_EQ(2u, loaded.count<variant_bag_t>(L"c"));
 }
 
+// Saving again into one value writes over its text only where nobody else holds it: a
+// copy keeps the text it had, and a shorter text in the old block reads and compares as
+// a text of its own length.
+TEST(BagXmlSave, SavingAgainIntoOneValueLeavesItsCopiesAlone) {
+  variant_bag_t first;
+  first.add(L"v", variant_t(L"a text long enough to make the block larger"));
+  variant_bag_t second;
+  second.add(L"v", variant_t(L"a shorter text, in the same block"));
+  variant_t text;
+  ASSERT_EQ(1, save_variant_bag_to_string(first, &text));
+  variant_t const copy = text;
+  std::wstring const first_text = to_text(first);
+  ASSERT_EQ(1, save_variant_bag_to_string(second, &text));
+  EXPECT_EQ(first_text, copy.get<wchar_t const*>());
+  EXPECT_EQ(to_text(second), text.get<wchar_t const*>());
+  ASSERT_EQ(1, save_variant_bag_to_string(first, &text));
+  ASSERT_EQ(1, save_variant_bag_to_string(second, &text));
+  variant_t fresh;
+  ASSERT_EQ(1, save_variant_bag_to_string(second, &fresh));
+  EXPECT_TRUE(text == fresh);
+  EXPECT_TRUE(load(text.get<wchar_t const*>()) == second);
+}
+
 // The readers build a document's bags in shared blocks of memory; a child taken out of
 // the document keeps what it needs after the document is gone.
 TEST(BagXmlLoad, ChildrenTakenOutOutliveTheLoadedDocument) {

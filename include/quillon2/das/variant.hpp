@@ -202,7 +202,14 @@ class QUILLON2_API variant_t {
     return false;
   }
   void free_data() noexcept;
+  // Replaces the value by a new block of `size` bytes filled from `data`, or zeroed when
+  // `data` is null.
   void set_data(das_variant_type_t type, void const* data, u64_t size);
+  // Makes the value a block of `type` and `size` bytes that the caller then fills whole,
+  // and gives its payload. The value's own block serves again when it has that type,
+  // nobody shares it and it is not more than twice as large. Null, with the value null,
+  // for a type that has no block.
+  void* set_block(das_variant_type_t type, u64_t size);
   bool equals(variant_t const& other) const;
   double number_as_double() const noexcept;
   char const* narrow_text() const noexcept;

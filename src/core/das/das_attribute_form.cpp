@@ -324,9 +324,8 @@ variant_t wide_text_variant(char const* text, std::size_t length) {
   for (; i < length; ++i) continuations += (s[i] & 0xC0) == 0x80 ? 1 : 0;
   std::size_t const units = length - continuations;
   variant_t value;
-  variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
-  auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
-  if (out == nullptr) return variant_t(L"", false);
+  auto* out = static_cast<wchar_t*>(
+      variant_buddy_t::set_block(value, vtWString, (units + 1) * sizeof(wchar_t)));
   wchar_t* const end = out + units;
   i = 0;
   while (i < length) {

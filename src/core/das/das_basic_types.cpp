@@ -88,31 +88,47 @@ void variant_t::set_data(das_variant_type_t type, void const* data, u64_t size) 
   m_type = type;
   m_value.m_uint = 0;
   QUILLON_ASSERT(is_dynamic_type());
-  if (!is_dynamic_type()) {
-    m_type = vtNull;
-    return;
+  m_type = vtNull;
+  void* const body = set_block(type, size);
+  if (body == nullptr) return;
+  if (data != nullptr && size != 0) {
+    std::memcpy(body, data, size);
+  } else {
+    std::memset(body, 0, size);
   }
+}
+
+void* variant_t::set_block(das_variant_type_t type, u64_t size) {
+  // An object behind a pointer has its own life: its block is never taken over.
+  if (m_type == type && is_dynamic_type() && type != vtNotypePtr) {
+    data_header_t* const h = get_data_header();
+    if (h != nullptr && __atomic_load_n(&h->m_ref_count, __ATOMIC_ACQUIRE) == 1 &&
+        h->m_size >= size && h->m_size / 2 <= size) {
+      h->m_size = size;
+      return m_value.m_data;
+    }
+  }
+  if (type != vtString && type != vtWString && type != vtBlob && type != vtNotypePtr) {
+    free_data();
+    return nullptr;
+  }
+  // The new block first: a value that cannot get one keeps what it held.
   u64_t const payload = size < min_block_payload ? min_block_payload : size;
   if (payload > std::numeric_limits<std::size_t>::max() - sizeof(data_header_t)) {
-    m_type = vtNull;
     throw std::bad_alloc();
   }
   void* raw = m_mem.m_malloc(sizeof(data_header_t) + payload);
-  if (!raw) {
-    m_type = vtNull;
-    throw std::bad_alloc();
-  }
+  if (!raw) throw std::bad_alloc();
+  free_data();
   auto* h = static_cast<data_header_t*>(raw);
   h->m_size = size;
   h->m_ref_count = 1;
   char* body = static_cast<char*>(raw) + sizeof(data_header_t);
-  if (data && size) {
-    std::memcpy(body, data, size);
-    if (size < payload) std::memset(body + size, 0, payload - size);
-  } else {
-    std::memset(body, 0, payload);
-  }
+  // The bytes past the size (a block has room for one wide unit at least) are zero.
+  if (size < payload) std::memset(body + size, 0, payload - size);
+  m_type = type;
   m_value.m_data = body;
+  return body;
 }
 
 u64_t variant_t::get_blob_size() const {

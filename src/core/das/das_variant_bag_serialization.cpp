@@ -69,7 +69,7 @@ int save_variant_bag_to_string(variant_bag_t const& bag, variant_t* text) {
            L"cannot save a bag to text: " << wide_text(why));
     return result;
   }
-  *text = internal::wide_variant_from_utf8(utf8.data(), utf8.size());
+  internal::assign_wide_from_utf8(*text, utf8.data(), utf8.size());
   return DAS_OK;
 }
 

@@ -136,7 +136,7 @@ int save_variant_bag_to_string2(variant_bag_t const& bag, variant_t& text,
   std::string out;
   int const result = write_attribute_form(bag, root_path, out);
   if (das_failed(result)) return result;
-  text = internal::wide_variant_from_utf8(out.data(), out.size());
+  internal::assign_wide_from_utf8(text, out.data(), out.size());
   return DAS_OK;
 }
 

@@ -276,16 +276,19 @@ bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text, std
   return scalar_from(out, type, text, length);
 }
 
-variant_t wide_variant_from_utf8(char const* text, std::size_t length) {
+void assign_wide_from_utf8(variant_t& value, char const* text, std::size_t length) {
   std::size_t units = 0;
   decode_utf8(text, length, [&units](char32_t) { ++units; });
-  variant_t value;
-  variant_buddy_t::set_data(value, vtWString, nullptr, (units + 1) * sizeof(wchar_t));
-  // The block is new and not shared yet: this is its one and only filling.
-  auto* out = static_cast<wchar_t*>(const_cast<void*>(variant_buddy_t::payload(value)));
-  if (out == nullptr) return variant_t(L"", false);
+  // The block is the value's alone: this is its filling.
+  auto* out = static_cast<wchar_t*>(
+      variant_buddy_t::set_block(value, vtWString, (units + 1) * sizeof(wchar_t)));
   decode_utf8(text, length, [&out](char32_t c) { *out++ = static_cast<wchar_t>(c); });
   *out = L'\0';
+}
+
+variant_t wide_variant_from_utf8(char const* text, std::size_t length) {
+  variant_t value;
+  assign_wide_from_utf8(value, text, length);
   return value;
 }
 

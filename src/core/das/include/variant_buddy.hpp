@@ -12,6 +12,11 @@ struct variant_buddy_t {
   static void set_data(variant_t& v, das_variant_type_t type, void const* data, u64_t size) {
     v.set_data(type, data, size);
   }
+  // Makes the value a block of size bytes that the caller fills whole (the value's own
+  // block when nobody shares it and its size fits) and gives its payload.
+  static void* set_block(variant_t& v, das_variant_type_t type, u64_t size) {
+    return v.set_block(type, size);
+  }
   // The payload of a dynamic value, null for any other.
   static void const* payload(variant_t const& v) {
     return v.is_dynamic_type() ? v.m_value.m_data : nullptr;

@@ -62,6 +62,9 @@ bool integer_from_text(variant_t& out, text_type_t type, char const* text, std::
 
 // A vtWString made straight from UTF-8 text, decoded into the value's own block.
 variant_t wide_variant_from_utf8(char const* text, std::size_t length);
+// The same into `value`, whose block serves again when nobody shares it and it fits: a
+// text saved again and again into one value is not allocated (and faulted in) anew.
+void assign_wide_from_utf8(variant_t& value, char const* text, std::size_t length);
 
 // Classic-locale floating-point parsing of the leading number of a text: leading white
 // space and a "+" are allowed, inf and nan are read; no number gives 0, a value beyond
