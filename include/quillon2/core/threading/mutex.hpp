@@ -19,8 +19,8 @@ class QUILLON2_API mutex_t {
   mutex_t& operator=(mutex_t const&);
   ~mutex_t();
 
-  // Recursive: the owning thread may acquire again and must release as often.
-  // Throws boost::thread_resource_error if the system refuses the lock.
+  // Recursive: the owning thread may acquire again and must release as often. A thread
+  // that finds the mutex held spins for a moment, then sleeps until it is released.
   void acquire();
   void release();
 
