@@ -37,8 +37,10 @@ void set_thread_name(char const* name, bool abbreviate) {
   buffer[name_size - 1] = '\0';
   std::memcpy(t_name, buffer, name_size);
 
-  // Pool workers rename themselves for every job; the system call is made only when
-  // what the system shows changes.
+  // The name goes to the system only for a debugger, and only when what the system
+  // shows changes: pool workers rename themselves for every job, and each publication
+  // is a system call.
+  if (!internal::debugger_attached()) return;
   if (std::strncmp(t_published, buffer, kernel_bytes) != 0 || t_published[0] == '\0') {
     std::memcpy(t_published, buffer, kernel_bytes);  // the buffer has 32 bytes
     t_published[kernel_bytes] = '\0';

@@ -26,6 +26,10 @@ void use_exact_timeouts() noexcept;
 // Shows `name` for the calling thread in the system's thread listing, as far as the
 // system allows (on Linux the first 15 bytes).
 void publish_thread_name(char const* name) noexcept;
+// Whether a debugger traces the process. The answer may be up to a tenth of a second
+// old: finding out costs a read of the process's status, which is not made on every
+// call.
+bool debugger_attached() noexcept;
 // The readable form of a mangled type name; the mangled text when it cannot be read.
 std::string demangle_type_name(char const* mangled);
 // Nanoseconds since the library was loaded on the steady clock: the process clock of the

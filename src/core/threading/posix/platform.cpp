@@ -2,6 +2,7 @@
 #include "core/threading/include/platform.hpp"
 
 #include <cxxabi.h>
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
@@ -10,6 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -20,6 +22,30 @@ namespace quillon2::internal {
 namespace {
 
 std::chrono::steady_clock::time_point const g_clock_origin = std::chrono::steady_clock::now();
+
+// The "TracerPid:" field of the process's status: the tracing process, 0 without one, -1
+// when the status cannot be read.
+long tracer_pid() noexcept {
+  int const fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return -1;
+  char buffer[4096];
+  std::size_t used = 0;
+  for (;;) {
+    ssize_t const got = read(fd, buffer + used, sizeof buffer - 1 - used);
+    if (got > 0) {
+      used += static_cast<std::size_t>(got);
+      if (used < sizeof buffer - 1) continue;
+    } else if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    break;
+  }
+  close(fd);
+  buffer[used] = '\0';
+  char const* field = std::strstr(buffer, "\nTracerPid:");
+  if (field == nullptr) return -1;
+  return std::strtol(field + 11, nullptr, 10);
+}
 
 }  // namespace
 
@@ -66,6 +92,20 @@ void publish_thread_name(char const* name) noexcept {
   char kernel_name[16] = {};
   std::memcpy(kernel_name, name, strnlen(name, sizeof kernel_name - 1));
   pthread_setname_np(pthread_self(), kernel_name);
+}
+
+bool debugger_attached() noexcept {
+  constexpr std::int64_t refresh_nanoseconds = 100'000'000;
+  static std::atomic<std::int64_t> next_check{0};
+  static std::atomic<bool> attached{false};
+  std::int64_t const now = process_clock_nanoseconds();
+  std::int64_t due = next_check.load(std::memory_order_relaxed);
+  // One thread reads the status when it is due; the others keep the answer they have.
+  if (now >= due && next_check.compare_exchange_strong(due, now + refresh_nanoseconds,
+                                                       std::memory_order_relaxed)) {
+    attached.store(tracer_pid() > 0, std::memory_order_relaxed);
+  }
+  return attached.load(std::memory_order_relaxed);
 }
 
 std::string demangle_type_name(char const* mangled) {
