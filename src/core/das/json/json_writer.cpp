@@ -418,7 +418,8 @@ error_code_t save_variant_bag_to_json_string(variant_bag_t const& bag, std::wstr
                                              JSONFormat format) {
   internal_printer::json_printer_t printer(format != Compact);
   walker_t<internal_printer::json_printer_t>(printer).run(bag);
-  text = KESMET_2_18::strings::utf8_to_utf16(std::string(printer.data(), printer.size()));
+  text.clear();
+  internal::append_utf8_as_wide(text, printer.data(), printer.size());
   return error_code_t();
 }
 

@@ -16,6 +16,10 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <string>
+
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2::internal {
 
@@ -24,27 +28,17 @@ namespace {
 std::chrono::steady_clock::time_point const g_clock_origin = std::chrono::steady_clock::now();
 
 // The "TracerPid:" field of the process's status: the tracing process, 0 without one, -1
-// when the status cannot be read.
-long tracer_pid() noexcept {
-  int const fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return -1;
-  char buffer[4096];
-  std::size_t used = 0;
-  for (;;) {
-    ssize_t const got = read(fd, buffer + used, sizeof buffer - 1 - used);
-    if (got > 0) {
-      used += static_cast<std::size_t>(got);
-      if (used < sizeof buffer - 1) continue;
-    } else if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    break;
-  }
-  close(fd);
-  buffer[used] = '\0';
-  char const* field = std::strstr(buffer, "\nTracerPid:");
-  if (field == nullptr) return -1;
-  return std::strtol(field + 11, nullptr, 10);
+// when the status cannot be read (or held).
+long tracer_pid() noexcept try {
+  posix::unique_fd_t const fd(
+      posix::retry_eintr([] { return open("/proc/self/status", O_RDONLY | O_CLOEXEC); }));
+  std::string status;
+  if (!fd || posix::read_all(fd.get(), status) != 0) return -1;
+  std::size_t const at = status.find("\nTracerPid:");
+  if (at == std::string::npos) return -1;
+  return std::strtol(status.c_str() + at + 11, nullptr, 10);
+} catch (std::bad_alloc const&) {
+  return -1;
 }
 
 }  // namespace

@@ -51,7 +51,7 @@ class json_printer_t {
     m_buffer.resize(1 << 16);
   }
 
-  // The text printed so far, or without a stream handed to it, since the last flush.
+  // The text printed so far; with a stream, only what is not yet handed to it.
   char const* data() const { return m_buffer.data(); }
   std::size_t size() const { return m_used; }
 
