@@ -83,3 +83,37 @@ TEST(SignalStress, EmitConnectDisconnectAndDestroyFromManyThreads) {
   EXPECT_EQ(0, g_wrong_calls.load());
   for (auto& s : signals) EXPECT_EQ(0u, s.connection_count());
 }
+
+TEST(SignalStress, SignalsMadeOnOneThreadDieOnOthersThatComeAndGo) {
+  // A producer hands signals, each connected to a subscriber, to short-lived consumer
+  // threads that emit and destroy them: their parts travel between threads in batches,
+  // and what a thread still holds when it ends must serve the next ones.
+  constexpr int rounds = 3, per_round = 3000, consumers = 2;
+  std::atomic<long> calls{0};
+  struct counter_t : quillon2::_internal::subscriber_base_t {
+    explicit counter_t(std::atomic<long>& c) : count(c) {}
+    ~counter_t() override { disconnect_all_signals(); }
+    void on_emit(int, std::shared_ptr<int>) { ++count; }
+    std::atomic<long>& count;
+  } counter(calls);
+  for (int round = 0; round < rounds; ++round) {
+    std::vector<std::unique_ptr<signal_type>> made;
+    for (int i = 0; i < per_round; ++i) {
+      made.push_back(std::make_unique<signal_type>());
+      made.back()->connect(&counter, &counter_t::on_emit);
+      signal_type copy(*made.back());  // a second part made and dropped on this thread
+    }
+    q2test::on_threads(consumers, [&](int t) {
+      auto const payload = std::make_shared<int>(t);
+      for (std::size_t i = static_cast<std::size_t>(t); i < made.size(); i += consumers) {
+        (*made[i])(t, payload);
+        made[i].reset();
+      }
+    });
+  }
+  EXPECT_EQ(long{rounds} * per_round, calls.load());
+  signal_type last;
+  last.connect(&counter, &counter_t::on_emit);
+  last(0, std::make_shared<int>(0));
+  EXPECT_EQ(long{rounds} * per_round + 1, calls.load());
+}

@@ -6,10 +6,14 @@
 // each signal (pinned through its core) to drop it.
 #include <algorithm>
 
+#include <quillon2/core/assert.hpp>
 #include <quillon2/core/functor/signal.hpp>
+
+#include "core/miscellaneous/include/block_recycler.hpp"
 
 namespace quillon2::_internal {
 
+using internal::block_recycler_t;
 using threading::mutex_guard_t;
 
 // --- signal_core_t -------------------------------------------------------------------
@@ -17,6 +21,24 @@ using threading::mutex_guard_t;
 void signal_core_t::release(signal_core_t* core) noexcept {
   if (core->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete core;
 }
+
+namespace {
+
+block_recycler_t& core_blocks() {
+  // Never destroyed: cores may be returned by threads that end after the library's
+  // static objects are gone.
+  static block_recycler_t* const blocks = new block_recycler_t(sizeof(signal_core_t));
+  return *blocks;
+}
+
+}  // namespace
+
+void* signal_core_t::operator new(std::size_t size) {
+  QUILLON_ASSERT(size == sizeof(signal_core_t));
+  return core_blocks().allocate();
+}
+
+void signal_core_t::operator delete(void* block) noexcept { core_blocks().deallocate(block); }
 
 // --- subscriber_base_t ---------------------------------------------------------------
 

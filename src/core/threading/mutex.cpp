@@ -1,15 +1,15 @@
-// mutex_t: a recursive lock on one word, built in the object's own storage.
-//
-// A thread that finds the lock taken spins for a while before it sleeps: the sections
-// that signals guard are short, and a holder running on another processor lets go
-// sooner than a sleep and a wake-up take (each a system call and a context switch).
+// mutex_t: a recursive lock on one word (see word_lock.hpp), built in the object's own
+// storage; and the contended half of that word lock.
 #include <new>
 
 #include <quillon2/core/threading/mutex.hpp>
 
 #include "core/threading/include/platform.hpp"
+#include "core/threading/include/word_lock.hpp"
 
-namespace quillon2::threading {
+namespace quillon2 {
+
+namespace internal {
 
 namespace {
 
@@ -18,33 +18,33 @@ constexpr unsigned spin_rounds = 100;
 
 }  // namespace
 
+void lock_word_contended(std::atomic<int>& word) noexcept {
+  for (unsigned round = 0; round < spin_rounds; ++round) {
+    cpu_relax();
+    int expected = 0;
+    if (word.load(std::memory_order_relaxed) == 0 &&
+        word.compare_exchange_weak(expected, 1, std::memory_order_acquire)) {
+      return;
+    }
+  }
+  // From here on the word says 2 while this thread may sleep, so that the holder's
+  // release wakes it.
+  while (word.exchange(2, std::memory_order_acquire) != 0) wait_on_word(word, 2);
+}
+
+}  // namespace internal
+
+namespace threading {
+
 struct mutex_t::impl_t {
-  // 0: free; 1: held; 2: held, and a thread may sleep on it.
   std::atomic<int> word{0};
   // The holder's thread key, 0 when free; only the holder writes its own key here, so a
   // thread that reads its own key is the holder.
   std::atomic<std::uintptr_t> owner{0};
   unsigned depth = 0;  // the holder's acquisitions; touched by the holder only
 
-  void lock() noexcept {
-    int expected = 0;
-    if (word.compare_exchange_strong(expected, 1, std::memory_order_acquire)) return;
-    for (unsigned round = 0; round < spin_rounds; ++round) {
-      internal::cpu_relax();
-      expected = 0;
-      if (word.load(std::memory_order_relaxed) == 0 &&
-          word.compare_exchange_weak(expected, 1, std::memory_order_acquire)) {
-        return;
-      }
-    }
-    // From here on the word says 2 while this thread may sleep, so that the holder's
-    // release wakes it.
-    while (word.exchange(2, std::memory_order_acquire) != 0) internal::wait_on_word(word, 2);
-  }
-
-  void unlock() noexcept {
-    if (word.exchange(0, std::memory_order_release) == 2) internal::wake_one_on_word(word);
-  }
+  void lock() noexcept { internal::lock_word(word); }
+  void unlock() noexcept { internal::unlock_word(word); }
 };
 
 mutex_t::mutex_t() : m_impl(new (m_storage) impl_t) {
@@ -80,4 +80,6 @@ mutex_guard_t::mutex_guard_t(mutex_t& mutex) : m_mutex(mutex) { m_mutex.acquire(
 
 mutex_guard_t::~mutex_guard_t() { m_mutex.release(); }
 
-}  // namespace quillon2::threading
+}  // namespace threading
+
+}  // namespace quillon2

@@ -182,6 +182,10 @@ struct QUILLON2_API signal_core_t {
   void add_reference() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
   // Deletes the core with the last reference.
   static void release(signal_core_t* core) noexcept;
+  // Cores are made where signals are and often die on other threads, with the stage
+  // that a pool worker ran: they are recycled in batches instead of one heap call each.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* block) noexcept;
 
   threading::mutex_t mutex;
   std::atomic<long> references{1};

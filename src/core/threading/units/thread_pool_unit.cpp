@@ -1,6 +1,6 @@
 // thread_pool_unit_t: a queue and workers started on demand.
 #include <algorithm>
-#include <condition_variable>
+#include <cstdint>
 #include <string>
 
 #include <boost/weak_ptr.hpp>
@@ -14,12 +14,21 @@
 #include <quillon2/core/threading/thread_name.hpp>
 #include <quillon2/core/threading/units/thread_pool_unit.hpp>
 
+#include "core/threading/include/platform.hpp"
 #include "core/threading/include/type_name.hpp"
 #include "core/threading/include/unit_support.hpp"
+#include "core/threading/include/word_lock.hpp"
 
 namespace quillon2::threading {
 
 namespace {
+
+using internal::word_guard_t;
+
+// How long a worker that ran out of jobs looks for the next before it goes to sleep. A
+// job queued meanwhile is taken without a wake-up: no system call for the caller of
+// execute, and no wait for the scheduler to bring a sleeping thread back.
+constexpr std::int64_t spin_nanoseconds = 50'000;
 
 unsigned int hardware_threads() {
   unsigned int const n = boost::thread::hardware_concurrency();
@@ -41,10 +50,13 @@ struct start_gate_t {
 }  // namespace
 
 // Where one idle worker sleeps. Held by shared_ptr, so that execute can wake the worker
-// after it has let go of the queue mutex.
+// after it has let go of the queue lock.
 struct thread_pool_unit_t::idle_slot_t {
-  std::condition_variable condition;
-  bool woken = false;  // guarded by m_queue_mutex
+  // 0 while the worker sleeps, 1 once it is woken: written under the queue lock, and
+  // slept on outside it.
+  std::atomic<int> woken{0};
+
+  void wake() noexcept { internal::wake_one_on_word(woken); }
 };
 
 unsigned int thread_pool_unit_t::MaxThreads = hardware_threads();
@@ -90,13 +102,14 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
   std::size_t pending = 0;
   std::shared_ptr<idle_slot_t> wake;
   {
-    std::lock_guard<std::mutex> guard(m_queue_mutex);
+    word_guard_t guard(m_queue_lock);
     pending = queued_jobs();
     if (pending >= queue_limit) return seQueueFull;
     m_queue.emplace_back(std::move(task), std::move(stage));
+    m_queued.store(pending + 1, std::memory_order_relaxed);
     // Busy workers take the job when they come back to the queue. An idle one is woken
-    // (a system call) unless one is on its way already: that one takes this job or, if
-    // it finds more, wakes the next.
+    // (a system call) unless one is on its way already or looking for work: that one
+    // takes this job or, if it finds more, wakes the next.
     wake = claim_idle_worker();
   }
   {
@@ -121,7 +134,7 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
       ++m_threads;
     }
   }
-  if (wake) wake->condition.notify_one();
+  if (wake) wake->wake();
   return seOk;
 }
 
@@ -161,6 +174,7 @@ void thread_pool_unit_t::terminate() {
 
 thread_pool_unit_t::job_t thread_pool_unit_t::pop_job() {
   job_t job = std::move(m_queue[m_queue_head++]);
+  m_queued.store(queued_jobs(), std::memory_order_relaxed);
   if (m_queue_head == m_queue.size()) {
     m_queue.clear();
     m_queue_head = 0;
@@ -173,10 +187,10 @@ thread_pool_unit_t::job_t thread_pool_unit_t::pop_job() {
 }
 
 std::shared_ptr<thread_pool_unit_t::idle_slot_t> thread_pool_unit_t::claim_idle_worker() {
-  if (m_waking || m_idle.empty()) return {};
+  if (m_waking || m_spinning || m_idle.empty()) return {};
   std::shared_ptr<idle_slot_t> slot = std::move(m_idle.back());
   m_idle.pop_back();
-  slot->woken = true;
+  slot->woken.store(1, std::memory_order_relaxed);
   m_waking = true;
   return slot;
 }
@@ -184,23 +198,37 @@ std::shared_ptr<thread_pool_unit_t::idle_slot_t> thread_pool_unit_t::claim_idle_
 void thread_pool_unit_t::wake_idle_workers() {
   std::vector<std::shared_ptr<idle_slot_t>> idle;
   {
-    std::lock_guard<std::mutex> guard(m_queue_mutex);
+    word_guard_t guard(m_queue_lock);
     idle.swap(m_idle);
-    for (auto const& slot : idle) slot->woken = true;
+    for (auto const& slot : idle) slot->woken.store(1, std::memory_order_relaxed);
     m_waking = false;
   }
-  for (auto const& slot : idle) slot->condition.notify_one();
+  for (auto const& slot : idle) slot->wake();
 }
 
-void thread_pool_unit_t::wait_for_job(std::unique_lock<std::mutex>& lock,
+void thread_pool_unit_t::spin_for_job() const {
+  std::int64_t const until = internal::process_clock_nanoseconds() + spin_nanoseconds;
+  for (unsigned round = 1;; ++round) {
+    if (m_queued.load(std::memory_order_relaxed) != 0) return;
+    internal::cpu_relax();
+    if (round % 64 == 0 && internal::process_clock_nanoseconds() >= until) return;
+  }
+}
+
+void thread_pool_unit_t::wait_for_job(word_guard_t& guard,
                                       std::shared_ptr<idle_slot_t> const& slot) {
   while (queued_jobs() == 0) {
     // Checked with the queue locked: terminate interrupts first and then wakes every
     // worker registered as idle, so a worker either sees the request here or is woken.
     boost::this_thread::interruption_point();
-    slot->woken = false;
+    slot->woken.store(0, std::memory_order_relaxed);
     m_idle.push_back(slot);
-    slot->condition.wait(lock, [&slot] { return slot->woken; });
+    guard.unlock();
+    // The word is set under the queue lock before the waker lets go of it: the lock
+    // orders that write before this read, and a wake-up sent before the sleep finds the
+    // word changed and is not lost.
+    while (slot->woken.load(std::memory_order_acquire) == 0) internal::wait_on_word(slot->woken, 0);
+    guard.lock();
     // Whoever woke the worker took it off the idle list; the next job may wake another.
     m_waking = false;
     boost::this_thread::interruption_point();
@@ -227,12 +255,18 @@ bool thread_pool_unit_t::process_jobs_queue() {
     job_t job;
     std::shared_ptr<idle_slot_t> next;
     {
-      std::unique_lock<std::mutex> lock(m_queue_mutex);
+      word_guard_t queue(m_queue_lock);
       if (queued_jobs() == 0) {
-        lock.unlock();
+        // One worker at a time looks for work before it sleeps; the others sleep at once,
+        // so that spinning never takes more than one processor.
+        bool const spin = !m_spinning;
+        m_spinning = true;
+        queue.unlock();
         set_thread_name("Sh(TP): pending", false);
-        lock.lock();
-        wait_for_job(lock, slot);
+        if (spin) spin_for_job();
+        queue.lock();
+        if (spin) m_spinning = false;
+        wait_for_job(queue, slot);
       }
       job = pop_job();
       // Jobs queued while this worker was on its way woke nobody: the next idle worker
@@ -244,7 +278,7 @@ bool thread_pool_unit_t::process_jobs_queue() {
       ++m_active_threads;
     }
     if (next) {
-      next->condition.notify_one();
+      next->wake();
       next.reset();
     }
     // The job keeps the unit alive: an owner released inside it lets the unit go only

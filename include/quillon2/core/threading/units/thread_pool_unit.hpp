@@ -16,9 +16,9 @@
 // that the unit may be released for good from inside one of its own jobs.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +31,10 @@
 
 namespace boost {
 class thread;
+}
+
+namespace quillon2::internal {
+class word_guard_t;
 }
 
 namespace quillon2::threading {
@@ -76,12 +80,14 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   struct idle_slot_t;
 
   void run_job(job_t const& job, std::string& name);
-  // Waits, with `lock` held on entry and on return, until a job is queued; throws
-  // boost::thread_interrupted once the worker was interrupted.
-  void wait_for_job(std::unique_lock<std::mutex>& lock, std::shared_ptr<idle_slot_t> const& slot);
+  // Waits, with the queue locked by `guard` on entry and on return, until a job is
+  // queued; throws boost::thread_interrupted once the worker was interrupted.
+  void wait_for_job(internal::word_guard_t& guard, std::shared_ptr<idle_slot_t> const& slot);
+  // Returns, with the queue unlocked, once a job is queued or after a short while.
+  void spin_for_job() const;
   // Takes the idle worker to wake for a queued job off the list, unless one is on its way
-  // already; null when there is none to wake. Callers hold m_queue_mutex and notify it
-  // after releasing the mutex.
+  // already or a worker looks for work; null when there is none to wake. Callers hold the
+  // queue lock and wake the worker after releasing it.
   std::shared_ptr<idle_slot_t> claim_idle_worker();
   // Wakes every idle worker, so that interrupted ones see it.
   void wake_idle_workers();
@@ -93,16 +99,20 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
   unsigned int m_active_threads = 0;
   unsigned int m_threads = 0;
   // Jobs are taken from m_queue_head on; the vector keeps its storage when the queue
-  // runs empty, so a busy pool allocates nothing per job. Both guarded by m_queue_mutex.
+  // runs empty, so a busy pool allocates nothing per job. Both guarded by m_queue_lock,
+  // a word lock that spins briefly before it sleeps.
   std::size_t queued_jobs() const { return m_queue.size() - m_queue_head; }
   job_t pop_job();
-  std::mutex m_queue_mutex;
+  std::atomic<int> m_queue_lock{0};
   std::vector<job_t> m_queue;
   std::size_t m_queue_head = 0;
+  // queued_jobs(), written under the lock, for a worker looking for work to read without it.
+  std::atomic<std::size_t> m_queued{0};
   // The idle workers, the one that went idle last at the back; a worker is taken off
-  // when it is woken. Guarded by m_queue_mutex, like the flag below.
+  // when it is woken. Guarded by m_queue_lock, like the flags below.
   std::vector<std::shared_ptr<idle_slot_t>> m_idle;
-  bool m_waking = false;  // a woken worker has not come back to the queue yet
+  bool m_waking = false;    // a woken worker has not come back to the queue yet
+  bool m_spinning = false;  // a worker looks for the next job before it sleeps
 };
 
 }  // namespace quillon2::threading
