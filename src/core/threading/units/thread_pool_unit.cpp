@@ -92,8 +92,7 @@ void thread_pool_unit_t::set_status_callbacks(status_callbacks_t const& callback
 unsigned int thread_pool_unit_t::get_thread_limit() { return m_thread_limit; }
 
 unsigned int thread_pool_unit_t::get_active_threads() {
-  spin_guard_t guard(m_lock);
-  return m_active_threads;
+  return m_active_threads.load(std::memory_order_relaxed);
 }
 
 scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
@@ -112,9 +111,13 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
     // takes this job or, if it finds more, wakes the next.
     wake = claim_idle_worker();
   }
-  {
+  // A pool that has all its workers decides no start: its callers share no lock with
+  // the workers beyond the queue's.
+  if (m_threads.load(std::memory_order_relaxed) < m_thread_limit) {
     spin_guard_t guard(m_lock);
-    if (pending + m_active_threads >= m_threads && m_threads < m_thread_limit) {
+    unsigned int const threads = m_threads.load(std::memory_order_relaxed);
+    if (pending + m_active_threads.load(std::memory_order_relaxed) >= threads &&
+        threads < m_thread_limit) {
       // Held across the start, so that concurrent calls cannot start more workers than
       // the rule allows; the new thread raises the gate first thing.
       start_gate_t gate;
@@ -131,7 +134,7 @@ scheduler_error_t thread_pool_unit_t::execute(boost::shared_ptr<task_t> task,
         while (!gate.raised) gate.condition.wait(gate_lock);
       }
       m_workers.push_back(std::move(worker));
-      ++m_threads;
+      m_threads.store(threads + 1, std::memory_order_relaxed);
     }
   }
   if (wake) wake->wake();
@@ -167,7 +170,7 @@ void thread_pool_unit_t::terminate() {
     for (auto const& worker : workers) {
       m_workers.erase(std::remove(m_workers.begin(), m_workers.end(), worker), m_workers.end());
     }
-    m_threads = 0;
+    m_threads.store(0, std::memory_order_relaxed);
   }
   internal::hand_over_thread(std::move(self));
 }
@@ -274,8 +277,7 @@ bool thread_pool_unit_t::process_jobs_queue() {
       if (queued_jobs() != 0) next = claim_idle_worker();
       // Counted before the queue is released: an execute that no longer sees the job
       // in the queue sees this worker busy.
-      spin_guard_t guard(m_lock);
-      ++m_active_threads;
+      m_active_threads.fetch_add(1, std::memory_order_relaxed);
     }
     if (next) {
       next->wake();
@@ -313,10 +315,7 @@ bool thread_pool_unit_t::process_jobs_queue() {
 void thread_pool_unit_t::run_job(job_t const& job, std::string& name) {
   struct active_t {
     thread_pool_unit_t& unit;
-    ~active_t() {
-      spin_guard_t guard(unit.m_lock);
-      --unit.m_active_threads;
-    }
+    ~active_t() { unit.m_active_threads.fetch_sub(1, std::memory_order_relaxed); }
   } const active{*this};
   {
     KESMET_2_18::strings::ustring8 display = internal::safe_display_name(*job.first);

@@ -94,10 +94,12 @@ class QUILLON2_API thread_pool_unit_t : public unit_t {
 
   _internal::unit_observers_t m_observers;
   unsigned int const m_thread_limit;
-  spin_lock_t m_lock;  // guards the workers and the two counters
+  spin_lock_t m_lock;  // guards the workers and the starts and stops of threads
   std::vector<boost::shared_ptr<boost::thread>> m_workers;
-  unsigned int m_active_threads = 0;
-  unsigned int m_threads = 0;
+  // Workers busy with a job (counted by the workers under the queue lock, or as they
+  // finish one) and workers started (written under m_lock).
+  std::atomic<unsigned int> m_active_threads{0};
+  std::atomic<unsigned int> m_threads{0};
   // Jobs are taken from m_queue_head on; the vector keeps its storage when the queue
   // runs empty, so a busy pool allocates nothing per job. Both guarded by m_queue_lock,
   // a word lock that spins briefly before it sleeps.
