@@ -114,7 +114,11 @@ scheduler_error_t delayed_tasks_unit_t::execute(boost::shared_ptr<task_t> task,
   }
   m_jobs.push_back(std::move(job));
   ++m_job_count;
-  m_jobs_condition.notify_one();
+  // A wait due after the thread's next look is seen then: waking the thread for it
+  // would cost it a pass over every pending job, for each job added.
+  std::int64_t const due =
+      internal::process_clock_nanoseconds() + std::int64_t{stage->delay} * 1'000'000;
+  if (due < m_wake_at) m_jobs_condition.notify_one();
   return seOk;
 }
 
@@ -132,7 +136,9 @@ void delayed_tasks_unit_t::timer_thread() {
       job_list_t due;
       {
         boost::unique_lock<boost::mutex> lock(m_jobs_mutex);
+        m_wake_at = INT64_MAX;
         while (m_jobs.empty()) m_jobs_condition.wait(lock);  // an interruption point
+        m_wake_at = INT64_MIN;
 
         set_thread_name("Sh(D): processing timers", false);
         for (auto it = m_jobs.begin(); it != m_jobs.end();) {
@@ -167,8 +173,8 @@ void delayed_tasks_unit_t::timer_thread() {
         }
         if (released_for_good()) return;
       }
-      // Sleep until the earliest deadline, one pass interval at most. Each new job wakes
-      // the thread, so a short wait is never held behind a long pass.
+      // Sleep until the earliest deadline, one pass interval at most. A new job due before
+      // then wakes the thread, so a short wait is never held behind a long pass.
       boost::unique_lock<boost::mutex> lock(m_jobs_mutex);
       boost::chrono::nanoseconds pause = pass_interval;
       for (auto const& job : m_jobs) {
@@ -178,7 +184,9 @@ void delayed_tasks_unit_t::timer_thread() {
         pause = std::min(pause, until_due);
       }
       if (pause.count() > 0) {
+        m_wake_at = internal::process_clock_nanoseconds() + pause.count();
         m_jobs_condition.wait_for(lock, pause);  // an interruption point
+        m_wake_at = INT64_MIN;
       } else {
         boost::this_thread::interruption_point();
       }

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <list>
 
 #include <boost/shared_ptr.hpp>
@@ -83,6 +84,10 @@ class QUILLON2_API delayed_tasks_unit_t : public unit_t {
   job_list_t m_jobs;
   std::size_t m_job_count = 0;
   boost::condition_variable m_jobs_condition;
+  // When the timer thread looks at the jobs next, on the process clock: INT64_MAX while
+  // it waits for a first job, INT64_MIN while it looks (or is about to). Only a job due
+  // before then wakes it. Guarded by m_jobs_mutex.
+  std::int64_t m_wake_at = INT64_MIN;
 };
 
 }  // namespace quillon2::threading

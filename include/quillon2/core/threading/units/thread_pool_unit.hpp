@@ -2,12 +2,14 @@
 // at most one per execute, up to the unit's limit, and are kept until terminate.
 //
 // A job is added a worker when no idle worker is left for the jobs that were already
-// there (pending + active >= started). A job wakes an idle worker unless one is on its
-// way already; a woken worker that finds more jobs than its own wakes the next, and busy
-// workers come back to the queue by themselves. The chain that
+// there (pending + active >= started). A worker that runs out of jobs looks for the next
+// for up to 50 microseconds before it sleeps, one worker of the unit at a time, so that
+// a steady flow of jobs costs no wake-ups. A job wakes a sleeping worker unless one is
+// on its way already or looking; a woken worker that finds more jobs than its own wakes
+// the next, and busy workers come back to the queue by themselves. The chain that
 // stage_completed sets off (the task's next stage, its completion) runs on the worker,
-// which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the task's display name while it
-// runs a job, and "Sh(TP): pending" while it waits.
+// which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the
+// task's display name while it runs a job, and "Sh(TP): pending" while it waits.
 //
 // A stage that throws is logged at ERROR, reported to the observers (task_exception),
 // and its task is left unfinished; the worker goes on with the next job. terminate()
