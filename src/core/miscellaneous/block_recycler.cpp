@@ -1,11 +1,11 @@
 // block_recycler_t: per-thread lists of returned blocks and a shared depot of batches.
+#include "core/miscellaneous/include/block_recycler.hpp"
+
 #include <atomic>
 #include <mutex>
 #include <new>
 
 #include <quillon2/core/assert.hpp>
-
-#include "core/miscellaneous/include/block_recycler.hpp"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define Q2_RECYCLE_BLOCKS 0
