@@ -188,6 +188,10 @@ class sax_to_visitor_t {
     m_name.append(name);
     return m_name.c_str();
   }
+  // Stops the parse at a name that declares a namespace: no save could write it back.
+  void refuse_name(char const* name) {
+    fail(std::string("a name that no bag can hold: ").append(name).c_str());
+  }
   // Stops the parse after an exception of the visitor or of memory.
   void fail(char const* why) {
     if (!m_failed) m_why = why;
@@ -302,6 +306,14 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
   }
 
   if (was_active) {
+    char const* const name =
+        frame.is_pointer || prefix == nullptr || internal::is_type_prefix(frame.kind)
+            ? localname  // a type prefix says nothing of a bag
+            : qualified(prefix, localname);
+    if (internal::is_namespace_declaration_name(name, std::strlen(name))) {
+      refuse_name(name);
+      return;
+    }
     if (frame.is_pointer) {
       m_type_id.clear();
       m_ptr_type.clear();
@@ -311,23 +323,25 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
         if (std::strcmp(a.name, "ptr_type") == 0) m_ptr_type.assign(a.value, a.length);
       }
       if (m_type_id.empty()) Q2_DAS_ASSERT_TEXT("!type_id.empty()");
-      m_visitor->on_start_pointer(localname, m_type_id.c_str(), m_ptr_type.c_str());
-    } else if (prefix == nullptr || internal::is_type_prefix(frame.kind)) {
-      m_visitor->on_start_variant_bag(localname);  // a type prefix says nothing of a bag
+      m_visitor->on_start_pointer(name, m_type_id.c_str(), m_ptr_type.c_str());
     } else {
-      m_visitor->on_start_variant_bag(qualified(prefix, localname));
+      m_visitor->on_start_variant_bag(name);
     }
   }
 
   for (attribute_t const& a : m_attributes) {
     if (a.skipped) continue;
     variant_t value;
-    if (internal::variant_from_prefixed_text(value, a.kind, a.value, a.length)) {
-      deliver(a.name, value);
-    } else {
+    char const* name = a.name;
+    if (!internal::variant_from_prefixed_text(value, a.kind, a.value, a.length)) {
       value = internal::wide_text_variant(a.value, a.length);
-      deliver(qualified(a.prefix, a.name), value);
+      name = qualified(a.prefix, a.name);
     }
+    if (internal::is_namespace_declaration_name(name, std::strlen(name))) {
+      refuse_name(name);
+      return;
+    }
+    deliver(name, value);
   }
 }
 

@@ -33,13 +33,13 @@ struct escape_table_t {
   char code[128];
   constexpr escape_table_t() : code() {
     for (int c = 0; c < 0x20; ++c) code[c] = 'u';
-    code['\b'] = 'b';
-    code['\t'] = 't';
-    code['\n'] = 'n';
-    code['\f'] = 'f';
-    code['\r'] = 'r';
-    code['"'] = '"';
-    code['\\'] = '\\';
+    code[int{'\b'}] = 'b';
+    code[int{'\t'}] = 't';
+    code[int{'\n'}] = 'n';
+    code[int{'\f'}] = 'f';
+    code[int{'\r'}] = 'r';
+    code[int{'"'}] = '"';
+    code[int{'\\'}] = '\\';
   }
 };
 inline constexpr escape_table_t escapes{};
