@@ -100,6 +100,36 @@ TEST(BagXmlRoundTrip, RepeatedValuesKeepTheLastAndRepeatedBagsAll) {
   EXPECT_EQ(2u, loaded.count<variant_bag_t>(L"c"));
 }
 
+// The writer reads ahead into the bags after the one it writes. Siblings of uneven
+// sizes, hidden and empty children, nested bags and objects whose saved data has bags of
+// its own all come back in their order.
+TEST(BagXmlRoundTrip, UnevenSiblingsNestedBagsAndObjectsComeBackInOrder) {
+  variant_bag_t const source = load(
+      L"<root><obj type=\"pointer\" type_id=\"dasID_not::registered\">"
+      L"<a><b>1</b></a><a><b>2</b></a></obj></root>");
+  notype_ptr_t const object = *source.get<notype_ptr_t>(L"obj");
+  variant_bag_t bag;
+  variant_bag_t expected;
+  for (int i = 0; i < 120; ++i) {
+    for (variant_bag_t* target : {&bag, &expected}) {
+      variant_bag_t& child = target->add_variant_bag(i % 9 == 0 ? L"other" : L"c", variant_bag_t());
+      for (int j = 0; j < i % 13; ++j) {
+        child.add((L"v" + std::to_wstring(j)).c_str(),
+                  variant_t((std::to_wstring(i) + L"." + std::to_wstring(j)).c_str()));
+      }
+      if (i % 5 == 0) child.put(L"p", variant_t(object));
+      if (i % 7 == 0) child.add_variant_bag(L"inner", chain(3)).add(L"x", variant_t(i));
+    }
+    if (i % 11 == 0) bag.add_variant_bag(L"#hidden", variant_bag_t()).add(L"h", variant_t(i));
+  }
+  std::wstring const text = to_text(bag);
+  EXPECT_EQ(std::wstring::npos, text.find(L"hidden"));
+  variant_bag_t const loaded = load(text);
+  EXPECT_EQ(to_text(expected), text);
+  EXPECT_EQ(text, to_text(loaded));
+  EXPECT_EQ(106u, loaded.count<variant_bag_t>(L"c"));
+}
+
 // Saving again into one value writes over its text only where nobody else holds it: a
 // copy keeps the text it had, and a shorter text in the old block reads and compares as
 // a text of its own length.

@@ -17,6 +17,7 @@
 #include <quillon2/das/variant_bag.hpp>
 #include <quillon2/das/variant_bag_serialization.hpp>
 
+#include "core/das/include/bag_runahead.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/element_form.hpp"
 #include "core/das/include/variant_text.hpp"
@@ -105,7 +106,9 @@ class element_writer_t {
     variant_bag_t object_data;  // what a pointer's object saved, when the frame is one
     int pass = 0;               // 0: plain values, 1: pointers, 2: child bags
     variant_bag_t::const_iterator_t<variant_t> values;
-    variant_bag_t::const_iterator_t<variant_bag_t> children;
+    // The next child bag to write and the end of the list of child bags.
+    internal::bag_node_base_t const* child = nullptr;
+    internal::bag_node_base_t const* children_end = nullptr;
   };
 
   int write_bag(variant_bag_t const& bag);
@@ -131,6 +134,7 @@ class element_writer_t {
   int start_pointer(wchar_t const* name, variant_t const& value, variant_bag_t& data, bool& open);
 
   printer_t m_printer;
+  internal::bag_runahead_t m_runahead;
   std::size_t m_depth = 0;
   std::string m_scratch;
   std::vector<unsigned char> m_bytes;
@@ -209,6 +213,9 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
 
   if (!start_element(name)) return fail("an entry name that XML cannot hold");
   if (*word != '\0' && !attribute("type", word)) return DAS_E_FAIL;
+  // A second step of the runahead, with the work of a name between it and the last one:
+  // the next bag is fetched two nodes for every value written.
+  m_runahead.step();
 
   if (type == vtBlob) {
     int const result = write_blob(value);
@@ -288,6 +295,7 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
         if (it.get_value().get_type() == vtNotypePtr) continue;
         int const result = write_value(it.get_name(), it.get_value());
         if (das_failed(result)) return result;
+        m_runahead.step();
       }
       frame.values = bag.begin<variant_t>();
       frame.pass = 1;
@@ -309,13 +317,20 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
         if (!open) stack.pop_back();
         continue;
       }
-      frame.children = bag.begin<variant_bag_t>();
+      internal::bag_impl_base_t<variant_bag_t> const& children =
+          internal::vb_helper::impl<variant_bag_t>(bag);
+      frame.children_end = children.end();
+      frame.child = internal::first_visible(children.first(), frame.children_end);
       frame.pass = 2;
     }
-    if (!frame.children.at_end()) {
-      variant_bag_t const& child = frame.children.get_value();
-      wchar_t const* name = frame.children.get_name();
-      frame.children.next();
+    if (frame.child != frame.children_end) {
+      internal::bag_node_base_t const* const node = frame.child;
+      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(
+                                       const_cast<internal::bag_node_base_t*>(node))
+                                       ->m_value;
+      wchar_t const* name = node->m_name;
+      frame.child = internal::first_visible(node->m_next, frame.children_end);
+      m_runahead.start(frame.child, frame.children_end);
       if (!start_element(name)) return fail("an entry name that XML cannot hold");
       if (child.is_empty()) {
         if (!attribute("type", "bag") || !end_element()) return DAS_E_FAIL;

@@ -38,6 +38,11 @@ inline bool same_name(bag_node_base_t const* node, wchar_t const* name, std::siz
   return true;
 }
 inline bool is_hidden_name(wchar_t const* name) { return name[0] == L'#'; }
+// The first node from `n` on whose name is not hidden, or `end`.
+inline bag_node_base_t const* first_visible(bag_node_base_t const* n, bag_node_base_t const* end) {
+  while (n != end && is_hidden_name(n->m_name)) n = n->m_next;
+  return n;
+}
 
 class bag_index_t {
  public:

@@ -4,7 +4,9 @@
 // The walker keeps its pending work on the heap (a stack of work items), so that the
 // depth of a bag costs no call stack. It decides before writing a key whether a value
 // can be written at all, so the text is valid JSON whatever the bag holds.
+// clang-format off: RapidJSON's settings come before any of its headers.
 #include "core/das/json/include/rapidjson_setup.hpp"
+// clang-format on
 
 #include <algorithm>
 #include <charconv>
@@ -21,6 +23,7 @@
 #include <quillon2/das/variant_bag.hpp>
 
 #include "core/das/include/bag_impl.hpp"
+#include "core/das/include/bag_runahead.hpp"
 #include "core/das/include/vb_helper.hpp"
 #include "core/das/include/xml_safety.hpp"
 #include "core/das/json/include/json_printer.hpp"
@@ -57,9 +60,8 @@ bool is_writable(das_variant_type_t type) {
 
 void log_unsupported(das_variant_type_t type) {
   Q2_LOG(internal::main_logger(), internal::log_error,
-         L"JSON serialization for variant type " << static_cast<int>(type)
-                                                 << L" is not supported." << L", at file: "
-                                                 << __FILE__ << L":" << __LINE__);
+         L"JSON serialization for variant type " << static_cast<int>(type) << L" is not supported."
+                                                 << L", at file: " << __FILE__ << L":" << __LINE__);
 }
 
 template <class T>
@@ -183,9 +185,9 @@ class walker_t {
 
   // The walk is bound by the latency of memory: every bag is a few lists of nodes of
   // their own. Its next bags are therefore brought closer in stages while the current
-  // one is written: the bag of the third next item, the lists of the second, the first
-  // entries of the next, each from what the stage before brought.
-  void prefetch_ahead() const {
+  // one is written: the bag of the third next item, the lists of the second, and the
+  // values of the next one by the runahead, which each value written steps.
+  void prefetch_ahead() {
     std::size_t const size = m_work.size();
     if (size >= 3 && m_work[size - 3].kind == kind_bag) __builtin_prefetch(m_work[size - 3].bag);
     if (size >= 2 && m_work[size - 2].kind == kind_bag) {
@@ -195,9 +197,12 @@ class walker_t {
     }
     if (size >= 1 && m_work[size - 1].kind == kind_bag) {
       variant_bag_t const& bag = *m_work[size - 1].bag;
-      __builtin_prefetch(list_of<variant_t>(bag).first());
+      m_runahead.follow(bag);
       __builtin_prefetch(list_of<variant_bag_t>(bag).first());
     }
+    // Its lists were fetched an item ago: one step for every item, so that bags with
+    // no values to write (the elements of arrays of scalars) are fetched as well.
+    m_runahead.step();
   }
 
   void write_key(wchar_t const* key, std::size_t length) {
@@ -266,6 +271,7 @@ class walker_t {
       }
       m_sink.Key(n->m_name, n->m_length);
       write_value(value);
+      m_runahead.step();
       wrote_value = true;
     }
     // A child that would be written as a bare value or null reads back as a value, and
@@ -397,6 +403,7 @@ class walker_t {
 
   Sink& m_sink;
   std::vector<work_item_t> m_work;
+  internal::bag_runahead_t m_runahead;
 };
 
 }  // namespace
