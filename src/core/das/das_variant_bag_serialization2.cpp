@@ -54,7 +54,7 @@ int write_attribute_form(variant_bag_t const& bag, wchar_t const* root_path, std
                                                   << L"\" is no element name");
     return DAS_E_FAIL;
   }
-  int const result = dump_variant_bag(bag, sptr_t<variant_bag_visitor_t>(visitor));
+  int const result = internal::dump_to_own_visitor(bag, *visitor);
   if (das_failed(result)) {
     std::string why = internal::why_refused(*visitor);
     if (why.empty()) why = "an object that cannot be saved";
@@ -147,8 +147,8 @@ int save_variant_bag2(variant_bag_t const& bag, wchar_t const* file_name,
   int const result = write_attribute_form(bag, root_path, text);
   if (das_failed(result)) return result;
   text.insert(0, "<?xml version='1.0' encoding='UTF-8'?>\n");
-  internal::save_result_t const saved = internal::atomic_save(
-      internal::native_file_name(file_name), text, internal::save_options_t{true});
+  internal::save_result_t const saved = internal::atomic_save(internal::native_file_name(file_name),
+                                                              text, internal::save_options_t{true});
   if (!saved) {
     Q2_LOG(internal::main_logger(), internal::log_error,
            L"cannot save a bag to " << file_name << L": " << wide_of(saved.why));

@@ -19,9 +19,11 @@
 #include <quillon2/das/variant_bag_visitor.hpp>
 
 #include "core/das/include/bag_builder.hpp"
+#include "core/das/include/bag_runahead.hpp"
 #include "core/das/include/utf8_codec.hpp"
 #include "core/das/include/vb_helper.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/das/include/xml_tag_writer.hpp"
 
 namespace quillon2 {
 
@@ -75,29 +77,36 @@ wchar_t const* to_ustring_converter_t::convert(char const* utf8) {
 // ---------------------------------------------------------------------------------------
 // The walk
 
-int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> visitor) {
-  if (!visitor) return DAS_OK;
+namespace {
 
+// The walk of dump_variant_bag. `read_ahead` fetches the next child bag's values while
+// the current bag is written, and the bag after it once those are fetched.
+int dump_bag(variant_bag_t const& bag, variant_bag_visitor_t& events, bool read_ahead) {
   struct frame_t {
     std::unique_ptr<variant_bag_t> object_data;  // what a pointer's object saved
     bool values_done = false;
     variant_bag_t::const_iterator_t<variant_t> values;
-    variant_bag_t::const_iterator_t<variant_bag_t> children;
+    // The next child bag to walk and the end of the list of child bags.
+    internal::bag_node_base_t const* child = nullptr;
+    internal::bag_node_base_t const* children_end = nullptr;
   };
   std::vector<frame_t> stack;
   // Starts the walk of a bag in a frame of its own (which may move the frames below it).
   auto const push = [&stack](variant_bag_t const& next) -> frame_t& {
     frame_t& frame = stack.emplace_back();
     frame.values = next.begin<variant_t>();
-    frame.children = next.begin<variant_bag_t>();
+    internal::bag_impl_base_t<variant_bag_t> const& children =
+        internal::vb_helper::impl<variant_bag_t>(next);
+    frame.children_end = children.end();
+    frame.child = internal::first_visible(children.first(), frame.children_end);
     return frame;
   };
+  internal::bag_runahead_t runahead;
   push(bag);
 
   std::string name;
   std::string type_id;
   std::string ptr_type;
-  variant_bag_visitor_t& events = *visitor;
 
   while (!stack.empty()) {
     frame_t* frame = &stack.back();
@@ -111,6 +120,7 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
           if (utf8_name == nullptr || !events.on_variant(utf8_name, own)) {
             return DAS_E_FAIL;
           }
+          if (read_ahead) runahead.step();
           continue;
         }
         notype_ptr_t const pointer = value.get<notype_ptr_t>();
@@ -137,8 +147,7 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
           ptr_type = type_id;
         }
         if (utf8_of(name, frame->values.get_name()) == nullptr ||
-            !events.on_start_pointer(name.c_str(), type_id.c_str(),
-                                     ptr_type.c_str())) {
+            !events.on_start_pointer(name.c_str(), type_id.c_str(), ptr_type.c_str())) {
           return DAS_E_FAIL;
         }
         frame->values.next();
@@ -151,10 +160,14 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
       }
       frame->values_done = true;
     }
-    if (!frame->children.at_end()) {
-      wchar_t const* entry_name = frame->children.get_name();
-      variant_bag_t const& child = frame->children.get_value();
-      frame->children.next();
+    if (frame->child != frame->children_end) {
+      internal::bag_node_base_t const* const node = frame->child;
+      wchar_t const* entry_name = node->m_name;
+      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(
+                                       const_cast<internal::bag_node_base_t*>(node))
+                                       ->m_value;
+      frame->child = internal::first_visible(node->m_next, frame->children_end);
+      if (read_ahead) runahead.start(frame->child, frame->children_end);
       char const* const utf8_name = utf8_of(name, entry_name);
       if (utf8_name == nullptr || !events.on_start_variant_bag(utf8_name)) return DAS_E_FAIL;
       push(child);
@@ -168,6 +181,18 @@ int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> vis
     }
   }
   return DAS_OK;
+}
+
+}  // namespace
+
+int dump_variant_bag(variant_bag_t const& bag, sptr_t<variant_bag_visitor_t> visitor) {
+  if (!visitor) return DAS_OK;
+  // Another visitor may change the bag while it is walked: nothing is read ahead.
+  return dump_bag(bag, *visitor, false);
+}
+
+int internal::dump_to_own_visitor(variant_bag_t const& bag, variant_bag_visitor_t& visitor) {
+  return dump_bag(bag, visitor, true);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -195,8 +220,8 @@ bool variant_bag_builder_t::on_start_variant_bag(char const* name) {
     tag.text = variant_t(m_name.c_str());
     tag.hash = hash;
   }
-  variant_bag_t& child = internal::vb_helper::add_empty_child(
-      &m_arena, *m_current, m_name.data(), m_name.size(), hash, tag.text);
+  variant_bag_t& child = internal::vb_helper::add_empty_child(&m_arena, *m_current, m_name.data(),
+                                                              m_name.size(), hash, tag.text);
   m_levels.push_back(level_t{m_current, false});
   m_current = &child;
   return true;

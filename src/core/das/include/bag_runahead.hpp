@@ -8,6 +8,9 @@
 // step reads only what an earlier step fetched, so it never waits for memory itself.
 // A writer steps it for every entry that it writes; whatever the next bag then holds
 // beyond the steps is read the slow way.
+//
+// It reads bags that the walk has not reached yet, so it serves only walks during which
+// nothing changes the bag: no code of a caller runs between its steps that might.
 #pragma once
 
 #include <quillon2/das/variant.hpp>
@@ -32,7 +35,7 @@ class bag_runahead_t {
     }
     if (end == m_end && (m_ahead > 0 || m_sibling == sibling)) {
       if (m_ahead > 0) --m_ahead;
-      if (m_paused) {
+      if (m_paused && m_ahead < max_ahead) {
         m_paused = false;
         next_sibling();
       }
