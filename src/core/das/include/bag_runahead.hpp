@@ -62,7 +62,11 @@ class bag_runahead_t {
     if (m_node != nullptr) {
       variant_t const& value =
           bag_impl_base_t<variant_t>::node_of(const_cast<bag_node_base_t*>(m_node))->m_value;
-      if (void const* block = variant_buddy_t::payload(value)) __builtin_prefetch(block);
+      if (void const* block = variant_buddy_t::payload(value)) {
+        // Its first two lines: a text of a dozen units already reaches the second.
+        __builtin_prefetch(block);
+        __builtin_prefetch(static_cast<char const*>(block) + 64);
+      }
     }
     if (next != m_values->end()) {
       fetch_node(next);

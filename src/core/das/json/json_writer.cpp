@@ -258,10 +258,34 @@ class walker_t {
     std::reverse(m_work.begin() + static_cast<std::ptrdiff_t>(first), m_work.end());
   }
 
+  // The children of a bag are looked at right after its values: while the values are
+  // written, their nodes and lists are fetched one child a value. The first child's
+  // node was fetched with the bag's lists.
+  class children_ahead_t {
+   public:
+    explicit children_ahead_t(internal::bag_index_t const& children)
+        : m_node(children.first()), m_end(children.end()) {}
+    void step() {
+      if (m_node == m_end) return;
+      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(
+                                       const_cast<internal::bag_node_base_t*>(m_node))
+                                       ->m_value;
+      __builtin_prefetch(&list_of<variant_t>(child));
+      __builtin_prefetch(&list_of<variant_bag_t>(child));
+      m_node = m_node->m_next;
+      if (m_node != m_end) __builtin_prefetch(m_node);
+    }
+
+   private:
+    internal::bag_node_base_t const* m_node;
+    internal::bag_node_base_t const* m_end;
+  };
+
   void write_object(variant_bag_t const& bag) {
     m_sink.StartObject();
     bool wrote_value = false;
     internal::bag_impl_base_t<variant_t> const& values = list_of<variant_t>(bag);
+    children_ahead_t children_ahead(list_of<variant_bag_t>(bag));
     for (internal::bag_node_base_t* n = values.first(); n != values.end(); n = n->m_next) {
       if (internal::is_hidden_name(n->m_name)) continue;
       variant_t const& value = internal::bag_impl_base_t<variant_t>::node_of(n)->m_value;
@@ -272,6 +296,7 @@ class walker_t {
       m_sink.Key(n->m_name, n->m_length);
       write_value(value);
       m_runahead.step();
+      children_ahead.step();
       wrote_value = true;
     }
     // A child that would be written as a bare value or null reads back as a value, and
