@@ -10,6 +10,7 @@
 #include <quillon2/das/variant.hpp>
 
 #include "core/das/include/variant_buddy.hpp"
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2 {
 
@@ -119,6 +120,7 @@ void* variant_t::set_block(das_variant_type_t type, u64_t size) {
   }
   void* raw = m_mem.m_malloc(sizeof(data_header_t) + payload);
   if (!raw) throw std::bad_alloc();
+  internal::posix::advise_huge_pages(raw, sizeof(data_header_t) + payload);
   free_data();
   auto* h = static_cast<data_header_t*>(raw);
   h->m_size = size;

@@ -23,6 +23,7 @@
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_escape.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/miscellaneous/include/posix_io.hpp"
 
 namespace quillon2 {
 namespace {
@@ -364,6 +365,7 @@ int internal::write_element_form(variant_bag_t const& bag, std::string& out, std
   static std::atomic<std::size_t> last_size{0};
   out.clear();
   out.reserve(std::max<std::size_t>(65536, last_size.load(std::memory_order_relaxed)));
+  internal::posix::advise_huge_pages(out.data(), out.capacity());
   element_writer_t element_writer(out);
   int const result = element_writer.write_document(bag);
   why = element_writer.why();

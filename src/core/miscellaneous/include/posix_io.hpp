@@ -1,13 +1,15 @@
 // The small POSIX toolkit that every posix/ folder of the library uses: an owning
-// descriptor, retry of interrupted calls, whole-buffer reads and writes, and the text of
-// an errno value. Nothing here reads `errno` after another call could have changed it:
-// functions that fail return the errno they saw.
+// descriptor, retry of interrupted calls, whole-buffer reads and writes, the text of an
+// errno value, and advice for large blocks of memory. Nothing here reads `errno` after
+// another call could have changed it: functions that fail return the errno they saw.
 #pragma once
 
 #include <errno.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -86,6 +88,20 @@ inline std::string errno_text(int error) {
   char buffer[256];
   // GNU strerror_r returns the text, which need not be in `buffer`.
   return ::strerror_r(error, buffer, sizeof buffer);
+}
+
+// Asks for huge pages behind the whole 2 MiB pages inside a large block that is about to
+// be filled at once (a saved document, its text): the first touch of hundreds of MB then
+// costs a fault per 2 MiB instead of one per 4 KiB, which is most of the time of filling
+// fresh memory in a virtual machine. Advice only: where it does not apply (no
+// transparent huge pages, memory that is no private anonymous mapping) nothing changes.
+inline void advise_huge_pages(void* data, std::size_t size) {
+  constexpr std::uintptr_t huge = std::uintptr_t{2} << 20;
+  if (size < 4 * huge) return;
+  std::uintptr_t const start = reinterpret_cast<std::uintptr_t>(data);
+  std::uintptr_t const begin = (start + huge - 1) & ~(huge - 1);
+  std::uintptr_t const end = (start + size) & ~(huge - 1);
+  if (end > begin) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
 }
 
 }  // namespace quillon2::internal::posix
