@@ -215,7 +215,7 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
   if (!start_element(name)) return fail("an entry name that XML cannot hold");
   if (*word != '\0' && !attribute("type", word)) return DAS_E_FAIL;
   // A second step of the runahead, with the work of a name between it and the last one:
-  // the next bag is fetched two nodes for every value written.
+  // each of its two lanes then moves on a node for every value written.
   m_runahead.step();
 
   if (type == vtBlob) {
