@@ -110,6 +110,9 @@ class element_writer_t {
     // The next child bag to write and the end of the list of child bags.
     internal::bag_node_base_t const* child = nullptr;
     internal::bag_node_base_t const* children_end = nullptr;
+    // Fetches the child bags after the one being written. Each level keeps its own, so
+    // that a walk down into a child does not lose what was fetched of its siblings.
+    internal::bag_runahead_t runahead;
   };
 
   int write_bag(variant_bag_t const& bag);
@@ -134,8 +137,13 @@ class element_writer_t {
   // whether the element stays open for that data.
   int start_pointer(wchar_t const* name, variant_t const& value, variant_bag_t& data, bool& open);
 
+  // Steps the runahead of the parent of the bag whose values are written, if any.
+  void step() {
+    if (m_ahead != nullptr) m_ahead->step();
+  }
+
   printer_t m_printer;
-  internal::bag_runahead_t m_runahead;
+  internal::bag_runahead_t* m_ahead = nullptr;
   std::size_t m_depth = 0;
   std::string m_scratch;
   std::vector<unsigned char> m_bytes;
@@ -216,7 +224,7 @@ int element_writer_t::write_value(wchar_t const* name, variant_t const& value) {
   if (*word != '\0' && !attribute("type", word)) return DAS_E_FAIL;
   // A second step of the runahead, with the work of a name between it and the last one:
   // each of its two lanes then moves on a node for every value written.
-  m_runahead.step();
+  step();
 
   if (type == vtBlob) {
     int const result = write_blob(value);
@@ -291,12 +299,13 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
   while (!stack.empty()) {
     frame_t& frame = stack.back();
     variant_bag_t const& bag = *frame.bag;
+    m_ahead = stack.size() >= 2 ? &stack[stack.size() - 2].runahead : nullptr;
     if (frame.pass == 0) {
       for (auto it = bag.begin<variant_t>(); !it.at_end(); it.next()) {
         if (it.get_value().get_type() == vtNotypePtr) continue;
         int const result = write_value(it.get_name(), it.get_value());
         if (das_failed(result)) return result;
-        m_runahead.step();
+        step();
       }
       frame.values = bag.begin<variant_t>();
       frame.pass = 1;
@@ -331,7 +340,7 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
                                        ->m_value;
       wchar_t const* name = node->m_name;
       frame.child = internal::first_visible(node->m_next, frame.children_end);
-      m_runahead.start(frame.child, frame.children_end);
+      frame.runahead.start(frame.child, frame.children_end);
       if (!start_element(name)) return fail("an entry name that XML cannot hold");
       if (child.is_empty()) {
         if (!attribute("type", "bag") || !end_element()) return DAS_E_FAIL;

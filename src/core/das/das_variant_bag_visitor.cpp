@@ -89,6 +89,9 @@ int dump_bag(variant_bag_t const& bag, variant_bag_visitor_t& events, bool read_
     // The next child bag to walk and the end of the list of child bags.
     internal::bag_node_base_t const* child = nullptr;
     internal::bag_node_base_t const* children_end = nullptr;
+    // Fetches the child bags after the one being walked. Each level keeps its own, so
+    // that a walk down into a child does not lose what was fetched of its siblings.
+    internal::bag_runahead_t runahead;
   };
   std::vector<frame_t> stack;
   // Starts the walk of a bag in a frame of its own (which may move the frames below it).
@@ -101,7 +104,10 @@ int dump_bag(variant_bag_t const& bag, variant_bag_visitor_t& events, bool read_
     frame.child = internal::first_visible(children.first(), frame.children_end);
     return frame;
   };
-  internal::bag_runahead_t runahead;
+  // The values being walked belong to the child that its parent's runahead started at.
+  auto const step = [&stack, read_ahead] {
+    if (read_ahead && stack.size() >= 2) stack[stack.size() - 2].runahead.step();
+  };
   push(bag);
 
   std::string name;
@@ -117,10 +123,13 @@ int dump_bag(variant_bag_t const& bag, variant_bag_visitor_t& events, bool read_
         if (value.get_type() != vtNotypePtr) {
           variant_t const own(value);  // the visitor gets a value of its own
           char const* const utf8_name = utf8_of(name, frame->values.get_name());
+          // Two steps a value, with the work of the name between them: each of the
+          // runahead's two lanes moves on a node for every value.
+          step();
           if (utf8_name == nullptr || !events.on_variant(utf8_name, own)) {
             return DAS_E_FAIL;
           }
-          if (read_ahead) runahead.step();
+          step();
           continue;
         }
         notype_ptr_t const pointer = value.get<notype_ptr_t>();
@@ -167,7 +176,7 @@ int dump_bag(variant_bag_t const& bag, variant_bag_visitor_t& events, bool read_
                                        const_cast<internal::bag_node_base_t*>(node))
                                        ->m_value;
       frame->child = internal::first_visible(node->m_next, frame->children_end);
-      if (read_ahead) runahead.start(frame->child, frame->children_end);
+      if (read_ahead) frame->runahead.start(frame->child, frame->children_end);
       char const* const utf8_name = utf8_of(name, entry_name);
       if (utf8_name == nullptr || !events.on_start_variant_bag(utf8_name)) return DAS_E_FAIL;
       push(child);
