@@ -335,9 +335,7 @@ int element_writer_t::write_bag(variant_bag_t const& top) {
     }
     if (frame.child != frame.children_end) {
       internal::bag_node_base_t const* const node = frame.child;
-      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(
-                                       const_cast<internal::bag_node_base_t*>(node))
-                                       ->m_value;
+      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(node)->m_value;
       wchar_t const* name = node->m_name;
       frame.child = internal::first_visible(node->m_next, frame.children_end);
       frame.runahead.start(frame.child, frame.children_end);

@@ -172,9 +172,7 @@ int dump_bag(variant_bag_t const& bag, variant_bag_visitor_t& events, bool read_
     if (frame->child != frame->children_end) {
       internal::bag_node_base_t const* const node = frame->child;
       wchar_t const* entry_name = node->m_name;
-      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(
-                                       const_cast<internal::bag_node_base_t*>(node))
-                                       ->m_value;
+      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(node)->m_value;
       frame->child = internal::first_visible(node->m_next, frame->children_end);
       if (read_ahead) frame->runahead.start(frame->child, frame->children_end);
       char const* const utf8_name = utf8_of(name, entry_name);

@@ -134,6 +134,7 @@ class bag_impl_base_t : public bag_index_t {
   ~bag_impl_base_t() { remove_all(); }
 
   static node_t* node_of(bag_node_base_t* n) { return static_cast<node_t*>(n); }
+  static node_t const* node_of(bag_node_base_t const* n) { return static_cast<node_t const*>(n); }
 
   // Makes a detached node holding a copy of value; the name text follows the node.
   static node_t* make_node(wchar_t const* name, std::size_t length, std::uint32_t hash,

@@ -90,8 +90,7 @@ class bag_runahead_t {
     bag_node_base_t const* node = nullptr;  // the last node fetched, null before the first
 
     void enter(bag_node_base_t const* bag_node) {
-      enter_bag(
-          bag_impl_base_t<variant_bag_t>::node_of(const_cast<bag_node_base_t*>(bag_node))->m_value);
+      enter_bag(bag_impl_base_t<variant_bag_t>::node_of(bag_node)->m_value);
       sibling = bag_node;
     }
 
@@ -108,8 +107,7 @@ class bag_runahead_t {
       if (values == nullptr) return;
       bag_node_base_t const* const next = node == nullptr ? values->first() : node->m_next;
       if (node != nullptr) {
-        variant_t const& value =
-            bag_impl_base_t<variant_t>::node_of(const_cast<bag_node_base_t*>(node))->m_value;
+        variant_t const& value = bag_impl_base_t<variant_t>::node_of(node)->m_value;
         if (void const* block = variant_buddy_t::payload(value)) {
           // Its first two lines: a text of a dozen units already reaches the second.
           __builtin_prefetch(block);

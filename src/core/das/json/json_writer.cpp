@@ -101,9 +101,7 @@ shape_t shape_of(variant_bag_t const& bag, variant_t const** scalar, bool leaf_o
   }
   bool const bags = has_visible(list_of<variant_bag_t>(bag));
   if (visible == 1 && empty_name != nullptr && !bags) {
-    *scalar = &internal::bag_impl_base_t<variant_t>::node_of(
-                   const_cast<internal::bag_node_base_t*>(empty_name))
-                   ->m_value;
+    *scalar = &internal::bag_impl_base_t<variant_t>::node_of(empty_name)->m_value;
     return shape_t::scalar;
   }
   if (visible == 0 && !bags) return shape_t::null;
@@ -267,9 +265,8 @@ class walker_t {
         : m_node(children.first()), m_end(children.end()) {}
     void step() {
       if (m_node == m_end) return;
-      variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(
-                                       const_cast<internal::bag_node_base_t*>(m_node))
-                                       ->m_value;
+      variant_bag_t const& child =
+          internal::bag_impl_base_t<variant_bag_t>::node_of(m_node)->m_value;
       __builtin_prefetch(&list_of<variant_t>(child));
       __builtin_prefetch(&list_of<variant_bag_t>(child));
       m_node = m_node->m_next;
