@@ -118,6 +118,41 @@ TEST_F(scheduler_test, CancelingAGroupCancelsEverythingAtOrBelowIt) {
   EXPECT_EQ(1, recorder->canceled(L"no/tasks"));
 }
 
+// Thousands of tasks in the tables at once, in more groups than the tables keep idle,
+// ending in two waves with a cancel between them: every query sees exactly the tasks
+// that have not ended, each with its own group, while the tables grow and shrink.
+TEST_F(scheduler_test, TheTablesFollowThousandsOfTasksThroughGrowthAndShrinking) {
+  for (int round = 0; round < 2; ++round) {
+    std::vector<boost::shared_ptr<default_task_t>> tasks;
+    auto group_of = [](std::size_t i) { return L"g/" + std::to_wstring(i % 41); };
+    for (std::size_t i = 0; i < 3000; ++i) tasks.push_back(queued(group_of(i)));
+    EXPECT_EQ(seAlreadyExists, scheduler->add_task(tasks[1234], L"g/0"));
+    std::size_t const first_wave = round == 0 ? 1700 : 2990;
+    for (std::size_t i = 0; i < first_wave; ++i) main_queue->process_queue(1);
+
+    std::size_t mismatches = 0;
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+      std::wstring group;
+      bool const known = scheduler->find_group(tasks[i], group);
+      mismatches += known != (i >= first_wave) || (known && group != group_of(i)) ||
+                    scheduler->is_known_task(tasks[i]) != known;
+    }
+    EXPECT_EQ(0u, mismatches);
+    std::size_t in_g7 = 0;
+    for (std::size_t i = first_wave; i < tasks.size(); ++i) in_g7 += i % 41 == 7;
+    EXPECT_EQ(in_g7, scheduler->find_tasks(L"g/7").size());
+    EXPECT_EQ(tasks.size() - first_wave, scheduler->find_tasks(L"g").size());
+
+    ASSERT_EQ(seOk, scheduler->cancel(L"g/7"));
+    run_main();
+    std::wstring everything;
+    EXPECT_FALSE(scheduler->is_known_group(everything));
+    EXPECT_EQ(0u, scheduler->find_tasks(L"").size());
+    EXPECT_EQ(1, recorder->canceled(L"g/7") - round);
+    ran.clear();
+  }
+}
+
 TEST_F(scheduler_test, ACanceledTaskLeavesALongWaitAtOnce) {
   auto slow = task_of({boost::make_shared<stage_t>(unit_delay_tasks, 3600 * 1000), note('X')});
   ASSERT_EQ(seOk, scheduler->add_task(slow, L"slow"));

@@ -20,6 +20,7 @@
 
 #include "core/miscellaneous/include/logging.hpp"
 #include "core/threading/include/group_match.hpp"
+#include "core/threading/include/task_table.hpp"
 #include "core/threading/include/unit_support.hpp"
 
 namespace quillon2::threading {
@@ -34,9 +35,6 @@ std::wstring display_name(boost::shared_ptr<task_t> const& task) {
 }
 
 using lock_t = std::lock_guard<spin_lock_t>;
-
-// How many entries of completed tasks the tables keep for reuse.
-constexpr std::size_t max_spare_entries = 256;
 
 // The schedulers whose stage completion runs on this thread, innermost last.
 thread_local std::vector<void const*> t_inside;
@@ -65,7 +63,7 @@ bool scheduler_impl_t::matches(std::wstring const& pattern, std::wstring const& 
 
 scheduler_impl_t::scheduler_impl_t(boost::shared_ptr<scheduler_status_callback_t> status,
                                    boost::shared_ptr<scheduler_wait_callback_t> wait)
-    : m_default_wait(std::move(wait)) {
+    : m_tasks(std::make_unique<internal::task_table_t>()), m_default_wait(std::move(wait)) {
   Q2_LOG(scheduler_logger(), log_trace, L"scheduler_impl_t::scheduler_impl_t");
   if (status) m_status_callbacks.push_back(std::move(status));
   publish_callbacks();
@@ -104,7 +102,7 @@ void scheduler_impl_t::dispose(scheduler_impl_t* scheduler) {
   bool now = false;
   {
     lock_t guard(scheduler->m_tasks_lock);
-    now = scheduler->m_tasks.empty() && !scheduler->is_on_stack();
+    now = scheduler->m_tasks->empty() && !scheduler->is_on_stack();
     scheduler->m_orphaned.store(!now, std::memory_order_relaxed);
   }
   if (now) delete scheduler;
@@ -132,7 +130,7 @@ void scheduler_impl_t::dispose_if_orphaned() {
   bool now = false;
   {
     lock_t guard(m_tasks_lock);
-    now = m_orphaned.load(std::memory_order_relaxed) && m_tasks.empty();
+    now = m_orphaned.load(std::memory_order_relaxed) && m_tasks->empty();
     if (now) m_orphaned.store(false, std::memory_order_relaxed);
   }
   if (now) delete this;
@@ -171,23 +169,7 @@ scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> task,
              L"\tthe task is not added because the group is canceling.");
       return seGroupCanceling;
     }
-    bool inserted = false;
-    if (m_spare_entries.empty()) {
-      inserted = m_tasks.emplace(task, task_entry_t{group, false}).second;
-    } else {
-      task_table::node_type entry = std::move(m_spare_entries.back());
-      m_spare_entries.pop_back();
-      entry.key() = task;
-      entry.mapped().group.assign(group);
-      entry.mapped().finalizing = false;
-      auto result = m_tasks.insert(std::move(entry));
-      inserted = result.inserted;
-      if (!inserted) {
-        result.node.key().reset();
-        m_spare_entries.push_back(std::move(result.node));
-      }
-    }
-    if (!inserted) {
+    if (!m_tasks->insert(task, group)) {
       Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
       return seAlreadyExists;
     }
@@ -214,7 +196,7 @@ scheduler_error_t scheduler_impl_t::add_task(boost::shared_ptr<task_t> prev_task
            L"\tthe task is not added because the group is canceling.");
     return seGroupCanceling;
   }
-  if (m_tasks.count(task) != 0 || is_waiting(task)) {
+  if (m_tasks->find(task.get()) != nullptr || is_waiting(task)) {
     Q2_LOG(scheduler_logger(), log_trace, L"\tthe task is not added because it already exists.");
     return seAlreadyExists;
   }
@@ -243,9 +225,9 @@ bool scheduler_impl_t::dispatch_next_stage(task_ptr const& task, bool finalizati
     // right away needs none.
     if (finalization) {
       lock_t guard(m_tasks_lock);
-      auto found = m_tasks.find(task);
-      if (found != m_tasks.end() && !found->second.finalizing) {
-        found->second.finalizing = true;
+      internal::task_table_t::entry_t* const found = m_tasks->find(task.get());
+      if (found != nullptr && !found->finalizing) {
+        found->finalizing = true;
         m_finalizing_tasks.fetch_add(1, std::memory_order_relaxed);
       }
     }
@@ -282,8 +264,8 @@ void scheduler_impl_t::handle_task_stage_complete(boost::shared_ptr<task_t> task
   bool finalizing = false;
   if (m_finalizing_tasks.load(std::memory_order_relaxed) != 0) {
     lock_t guard(m_tasks_lock);
-    auto found = m_tasks.find(task);
-    finalizing = found != m_tasks.end() && found->second.finalizing;
+    internal::task_table_t::entry_t const* const found = m_tasks->find(task.get());
+    finalizing = found != nullptr && found->finalizing;
   }
   {
     inside_t const inside(this);
@@ -305,19 +287,14 @@ void scheduler_impl_t::handle_task_complete(task_ptr const& task) {
   task_ptr entry_key;  // let go of after the lock
   {
     lock_t guard(m_tasks_lock);
-    auto found = m_tasks.find(task);
-    if (found != m_tasks.end()) {
+    internal::task_table_t::entry_t* const found = m_tasks->find(task.get());
+    if (found != nullptr) {
       // The task no longer holds back the cancellations that cover its group.
       for (auto& entry : m_canceling_groups) {
-        if (entry.running != 0 && matches(entry.group, found->second.group)) --entry.running;
+        if (entry.running != 0 && matches(entry.group, found->group_name())) --entry.running;
       }
-      if (found->second.finalizing) m_finalizing_tasks.fetch_sub(1, std::memory_order_relaxed);
-      task_table::node_type entry = m_tasks.extract(found);
-      entry_key.swap(entry.key());
-      if (m_spare_entries.size() < max_spare_entries) {
-        if (m_spare_entries.capacity() == 0) m_spare_entries.reserve(max_spare_entries);
-        m_spare_entries.push_back(std::move(entry));
-      }
+      if (found->finalizing) m_finalizing_tasks.fetch_sub(1, std::memory_order_relaxed);
+      entry_key = m_tasks->erase(found);
     }
     auto waiting = m_sequential_tasks.find(task);
     if (waiting != m_sequential_tasks.end()) {
@@ -375,13 +352,14 @@ scheduler_error_t scheduler_impl_t::cancel(std::wstring const& group) {
       return seGroupCanceling;
     }
     std::size_t running = 0;
-    for (auto const& entry : m_tasks) {
-      if (!matches(group, entry.second.group)) continue;
+    m_tasks->any_of([&](task_ptr const& task, std::wstring const& task_group) {
+      if (!matches(group, task_group)) return false;
       Q2_LOG(scheduler_logger(), log_trace,
-             L"\tinsert from m_task_group. Task:" << display_name(entry.first));
-      to_cancel.push_back(entry.first);
+             L"\tinsert from m_task_group. Task:" << display_name(task));
+      to_cancel.push_back(task);
       ++running;
-    }
+      return false;
+    });
     for (auto const& waiting : m_sequential_tasks) {
       for (auto const& follower : waiting.second) {
         if (!matches(group, follower.second)) continue;
@@ -425,30 +403,33 @@ scheduler_error_t scheduler_impl_t::cancel_and_wait(
 std::list<boost::shared_ptr<task_t>> scheduler_impl_t::find_tasks(std::wstring const& group) {
   std::list<task_ptr> found;
   lock_t guard(m_tasks_lock);
-  for (auto const& entry : m_tasks) {
-    if (matches(group, entry.second.group)) found.push_back(entry.first);
-  }
+  m_tasks->any_of([&](task_ptr const& task, std::wstring const& task_group) {
+    if (matches(group, task_group)) found.push_back(task);
+    return false;
+  });
   return found;
 }
 
 bool scheduler_impl_t::find_group(boost::shared_ptr<task_t> task, std::wstring& group) {
   lock_t guard(m_tasks_lock);
-  auto found = m_tasks.find(task);
-  if (found == m_tasks.end()) return false;
-  group = found->second.group;
+  internal::task_table_t::entry_t const* const found = m_tasks->find(task.get());
+  if (found == nullptr) return false;
+  group = found->group_name();
   return true;
 }
 
 bool scheduler_impl_t::is_known_task(boost::shared_ptr<task_t> task) {
   lock_t guard(m_tasks_lock);
-  return m_tasks.count(task) != 0 || is_waiting(task);
+  return m_tasks->find(task.get()) != nullptr || is_waiting(task);
 }
 
 bool scheduler_impl_t::is_known_group(std::wstring& group) {
   lock_t guard(m_tasks_lock);
   if (is_under_canceling_group(group)) return false;
-  for (auto const& entry : m_tasks) {
-    if (matches(group, entry.second.group)) return true;
+  if (m_tasks->any_of([&group](task_ptr const&, std::wstring const& task_group) {
+        return matches(group, task_group);
+      })) {
+    return true;
   }
   for (auto const& waiting : m_sequential_tasks) {
     for (auto const& follower : waiting.second) {
@@ -534,7 +515,7 @@ void scheduler_impl_t::notify(F const& call) {
 scheduler_error_t scheduler_impl_t::release_units() {
   {
     lock_t guard(m_tasks_lock);
-    if (!m_tasks.empty()) return seTasksPending;
+    if (!m_tasks->empty()) return seTasksPending;
   }
   // The registry is emptied before any unit stops, so that a unit thread still busy
   // with the end of a task (starting followers, say) finds no unit to hand work to

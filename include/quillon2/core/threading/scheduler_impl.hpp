@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -32,6 +33,10 @@
 #include <quillon2/core/threading/task.hpp>
 #include <quillon2/core/threading/unit.hpp>
 #include <quillon2/export.hpp>
+
+namespace quillon2::internal {
+class task_table_t;
+}
 
 namespace quillon2::threading {
 
@@ -96,11 +101,6 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
       return static_cast<std::size_t>((address >> 4) * 0x9E3779B97F4A7C15ull >> 16);
     }
   };
-  // What the tables know of a running task.
-  struct task_entry_t {
-    std::wstring group;
-    bool finalizing = false;
-  };
   // A group whose cancellation has not come to its end, with the number of running
   // tasks that still lie under it: the cancellation ends when that count is 0.
   struct canceling_group_t {
@@ -144,11 +144,8 @@ class QUILLON2_API scheduler_impl_t : public scheduler_t, public _internal::subs
   std::unordered_map<std::wstring, boost::shared_ptr<unit_t>> m_units;
 
   mutable spin_lock_t m_tasks_lock;
-  using task_table = std::unordered_map<task_ptr, task_entry_t, task_hash_t>;
-  task_table m_tasks;
-  // Entries of completed tasks, kept for the next tasks (with their group's storage), so
-  // that a task's way through the tables allocates nothing once the scheduler runs.
-  std::vector<task_table::node_type> m_spare_entries;
+  // Every running task with its group and whether it finalizes.
+  std::unique_ptr<internal::task_table_t> m_tasks;
   // How many entries say finalizing; changed under the tasks lock.
   std::atomic<std::size_t> m_finalizing_tasks{0};
   std::unordered_map<task_ptr, follower_list, task_hash_t> m_sequential_tasks;
