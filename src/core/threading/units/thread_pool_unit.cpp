@@ -3,11 +3,10 @@
 #include <cstdint>
 #include <string>
 
-#include <boost/weak_ptr.hpp>
-
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
+#include <boost/weak_ptr.hpp>
 
 #include <quillon2/core/threading/stage.hpp>
 #include <quillon2/core/threading/task.hpp>
@@ -260,10 +259,14 @@ bool thread_pool_unit_t::process_jobs_queue() {
     {
       word_guard_t queue(m_queue_lock);
       if (queued_jobs() == 0) {
-        // One worker at a time looks for work before it sleeps; the others sleep at once,
-        // so that spinning never takes more than one processor.
-        bool const spin = !m_spinning;
-        m_spinning = true;
+        // One worker at a time looks for work before it sleeps, and only while a processor
+        // is left for it beside the busy workers and the thread that adds the jobs; the
+        // others sleep at once. A looking worker on a processor that a busy one needs
+        // would slow down the very jobs it waits for.
+        static unsigned int const processors = hardware_threads();
+        bool const spin =
+            !m_spinning && m_active_threads.load(std::memory_order_relaxed) + 1 < processors;
+        if (spin) m_spinning = true;
         queue.unlock();
         set_thread_name("Sh(TP): pending", false);
         if (spin) spin_for_job();

@@ -3,10 +3,12 @@
 //
 // A job is added a worker when no idle worker is left for the jobs that were already
 // there (pending + active >= started). A worker that runs out of jobs looks for the next
-// for up to 50 microseconds before it sleeps, one worker of the unit at a time, so that
-// a steady flow of jobs costs no wake-ups. A job wakes a sleeping worker unless one is
-// on its way already or looking; a woken worker that finds more jobs than its own wakes
-// the next, and busy workers come back to the queue by themselves. The chain that
+// for up to 50 microseconds before it sleeps, one worker of the unit at a time and only
+// while the busy workers leave a processor free beside the adding thread's, so that a
+// steady flow of jobs costs no wake-ups and the looking never slows the jobs. A job
+// wakes a sleeping worker unless one is on its way already or looking; a woken worker
+// that finds more jobs than its own wakes the next, and busy workers come back to the
+// queue by themselves. The chain that
 // stage_completed sets off (the task's next stage, its completion) runs on the worker,
 // which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the
 // task's display name while it runs a job, and "Sh(TP): pending" while it waits.
