@@ -8,10 +8,10 @@
 // steady flow of jobs costs no wake-ups and the looking never slows the jobs. A job
 // wakes a sleeping worker unless one is on its way already or looking; a woken worker
 // that finds more jobs than its own wakes the next, and busy workers come back to the
-// queue by themselves. The chain that
-// stage_completed sets off (the task's next stage, its completion) runs on the worker,
-// which still counts as active meanwhile. Each worker names itself "Sh(TP): " and the
-// task's display name while it runs a job, and "Sh(TP): pending" while it waits.
+// queue by themselves. The chain that stage_completed sets off (the task's next stage,
+// its completion) runs on the worker, which still counts as active meanwhile. Each
+// worker names itself "Sh(TP): " and the task's display name while it runs a job, and
+// "Sh(TP): pending" while it waits.
 //
 // A stage that throws is logged at ERROR, reported to the observers (task_exception),
 // and its task is left unfinished; the worker goes on with the next job. terminate()
