@@ -259,6 +259,64 @@ TEST_F(BagXmlFile, ExternalEntitiesBombsAndDeepNestingAreRefused) {
   }
 }
 
+// A document with a document type declaration is read through libxml2's tree, any other
+// as it is parsed: both ways must give the same bag, the same result and the same partial
+// bag after a failure.
+TEST_F(BagXmlFile, ADocumentTypeDeclarationChangesNothingThatIsRead) {
+  std::vector<std::string> documents = {
+      "<root><a>x<!--c-->y</a><b><!--c-->y</b><c><![CDATA[z]]>w</c><d>q<![CDATA[z]]></d>"
+      "<e>&lt;&#65;b&gt;</e><f>p<?pi x?>q</f><g/><h></h></root>",
+      "<root>\n <a>\n</a>\n <b> t <c/> u </b><i type=\"s32_t\"> 12 </i><j type=\"bag\">t</j>"
+      "<k type=\"\">v</k><l type=\"s8_t\"><m "
+      "type=\"bag\"/></l><z>\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80</z></root>",
+      "<root xmlns:p=\"u\"><p:a>1</p:a><c xmlns=\"v\">3</c><d p:type=\"s32_t\">4</d>"
+      "<e type=\"s32_t\" xmlns=\"v\">5</e></root>",
+      "<root><o type=\"pointer\" type_id=\"dasID_none\" ptr_type=\"\"><v>1</v><o type=\"pointer\"/>"
+      "</o><o type=\"pointer\">text</o></root>",
+      "<root><a>1</a><b><c>2</c><h type=\"blob\">abc</h></b><z>2</z></root>",
+      "<root><a>1</a><o type=\"pointer\" type_id=\"x\"><h type=\"blob\">1</h></o><z/></root>",
+      "<root><a>1</a><h type=\"blob\">ab cd</h></root>",
+      "<root><a>1</a></root><x/>",
+      "<root xmlns=\"u\"><a>1</a></root>",
+      "<p:root xmlns:p=\"u\"><a>1</a></p:root>",
+  };
+  // Nesting up to libxml2's limit and beyond it.
+  for (int levels : {255, 256, 257, 300}) {
+    std::string deep = "<root>";
+    for (int i = 0; i < levels; ++i) deep += "<n>";
+    for (int i = 0; i < levels; ++i) deep += "</n>";
+    documents.push_back(deep + "</root>");
+  }
+  for (std::string const& document : documents) {
+    variant_bag_t streamed;
+    variant_bag_t through_tree;
+    int const streamed_result = from_text(streamed, wide(document));
+    int const tree_result = from_text(through_tree, wide("<!DOCTYPE root>" + document));
+    EXPECT_EQ(tree_result, streamed_result) << document.substr(0, 80);
+    EXPECT_TRUE(streamed == through_tree) << document.substr(0, 80);
+    if (document.size() < 200) {
+      EXPECT_EQ(to_text(through_tree), to_text(streamed)) << document;
+    }
+  }
+  // Paths, and a file whose declaration names its encoding.
+  q2test::write_file(m_dir.file("p.xml"),
+                     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><root><a><x>\xe9</x></a>"
+                     "<a><b><v>1</v></b></a><p:a xmlns:p=\"u\"><b>2</b></p:a></root>");
+  q2test::write_file(m_dir.file("d.xml"),
+                     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><!DOCTYPE root><root><a><x>"
+                     "\xe9</x></a><a><b><v>1</v></b></a><p:a xmlns:p=\"u\"><b>2</b></p:a></root>");
+  for (wchar_t const* path : {L"", L"a", L"a.b", L"a.x", L"p:a", L"a..x", L"z"}) {
+    variant_bag_t streamed;
+    variant_bag_t through_tree;
+    EXPECT_EQ(load_variant_bag(through_tree, name("d.xml").c_str(), path),
+              load_variant_bag(streamed, name("p.xml").c_str(), path));
+    EXPECT_TRUE(streamed == through_tree) << narrow(path);
+  }
+  variant_bag_t bag;
+  ASSERT_EQ(1, load_variant_bag(bag, name("p.xml").c_str(), L"a"));
+  EXPECT_EQ(variant_t(L"\u00e9", false), *bag.get<variant_t>(L"x"));
+}
+
 TEST_F(BagXmlFile, PathSelectsTheFirstElementOfEachStep) {
   q2test::write_file(m_dir.file("p.xml"),
                      "<root><a><x>0</x></a><a><b><v>1</v></b></a><top>2</top></root>");

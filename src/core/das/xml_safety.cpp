@@ -111,6 +111,37 @@ xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* e
   return doc;
 }
 
+bool safe_sax_read_memory(xmlSAXHandler const& handler, void* context, char const* data,
+                          std::size_t size, char const* encoding, int options) {
+  ensure_xml_safety();
+  t_last_error.clear();
+  if (size > static_cast<std::size_t>(INT_MAX)) {
+    t_last_error = "document too large";
+    return false;
+  }
+  xmlParserCtxtPtr parser = xmlNewParserCtxt();
+  if (parser == nullptr) {
+    t_last_error = "out of memory";
+    return false;
+  }
+  *parser->sax = handler;
+  parser->_private = context;
+  refusal_watch_t watch;
+  // The same call as a read into a tree, so that encodings and options act the same.
+  xml_doc_ptr_t doc(xmlCtxtReadMemory(
+      parser, data != nullptr ? data : "", static_cast<int>(size), nullptr, encoding,
+      safe_parse_options(options) | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+  bool parsed = parser->wellFormed != 0;
+  if (!parsed) {
+    describe_failure(parser);
+  } else if (watch.refused()) {
+    parsed = false;
+    t_last_error = "the document refers to external content";
+  }
+  xmlFreeParserCtxt(parser);
+  return parsed;
+}
+
 refusal_watch_t::refusal_watch_t() : m_start(t_refusals) {
   ensure_xml_safety();
   ++t_our_parses;

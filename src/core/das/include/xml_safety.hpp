@@ -56,6 +56,15 @@ std::string const& last_xml_parse_error();
 xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
                                int options);
 
+// Parses a document held in memory as safe_read_memory does, with the callbacks of
+// `handler` instead of libxml2's tree builder: nothing is built. The callbacks get the
+// parser context, whose `_private` is `context`. False, with the reason in
+// last_xml_parse_error(), when the text is not well formed, exceeds libxml2's limits or
+// needed an external load that was refused; a parse that a callback stopped may count
+// as either.
+bool safe_sax_read_memory(xmlSAXHandler const& handler, void* context, char const* data,
+                          std::size_t size, char const* encoding, int options);
+
 // A text writer that hands everything it prints to `write` with `context` (a close
 // callback that does nothing goes with it). Null when libxml2 cannot make one.
 // xmlFreeTextWriter flushes what is left and frees the output too.
