@@ -20,12 +20,17 @@ namespace {
 
 constexpr wchar_t list_separator = L':';
 
-// The upper case of one character of a name. Names are nearly always ASCII: fold those
-// here, and leave the rest to the text layer's case mapping.
-wchar_t fold(wchar_t c) {
-  if (c < 0x80) return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+// The upper case of a character beyond ASCII, by the text layer's case mapping.
+[[gnu::noinline]] wchar_t fold_beyond_ascii(wchar_t c) {
   std::wstring const upper = kesmet2::to_upper(std::wstring(1, c));
   return upper.size() == 1 ? upper[0] : c;
+}
+
+// The upper case of one character of a name. Names are nearly always ASCII: those fold
+// here, inline in the hash and the comparison of names.
+inline wchar_t fold(wchar_t c) {
+  if (c < 0x80) return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+  return fold_beyond_ascii(c);
 }
 
 // Whether a child can receive a variable of this name.
@@ -70,19 +75,25 @@ bool Environment::fold_equal_t::operator()(std::wstring_view a,
   return true;
 }
 
-Environment::table_t::iterator Environment::find(std::wstring_view name) {
-  auto exact = m_values.find(name);
-  if (exact != m_values.end()) return exact;
+Environment::table_t::iterator Environment::find(std::wstring_view name, table_t::iterator* place) {
+  auto const exact = m_values.lower_bound(name);
+  if (exact != m_values.end() && exact->first == name) return exact;
+  if (place != nullptr) *place = exact;
   auto folded = m_folded.find(name);
   if (folded == m_folded.end() || folded->second.count != 1) return m_values.end();
   return m_values.find(*folded->second.name);
 }
 
-Environment::table_t::iterator Environment::set(std::wstring const& name, std::wstring value) {
-  auto [entry, inserted] = m_values.try_emplace(name);
-  entry->second.value = std::move(value);
-  entry->second.raw.clear();
-  if (inserted) {
+Environment::table_t::iterator Environment::set(std::wstring name, std::wstring value) {
+  return set(m_values.end(), std::move(name), std::move(value));
+}
+
+Environment::table_t::iterator Environment::set(table_t::iterator place, std::wstring name,
+                                                std::wstring value) {
+  std::size_t const before = m_values.size();
+  auto const entry = m_values.try_emplace(place, std::move(name));
+  assign(entry, std::move(value));
+  if (m_values.size() != before) {
     folded_t& folded = m_folded[std::wstring_view(entry->first)];
     if (folded.count++ == 0) folded.name = &entry->first;
   }
@@ -136,19 +147,20 @@ error_code_t Environment::addLines(std::wstring const& text, bool merge) {
     if (end == std::wstring::npos) end = text.size();
     std::size_t equals = 0;
     if (split(text, begin, end, equals)) {
-      std::wstring const name(text, begin, equals - begin);
+      std::wstring_view const name(text.data() + begin, equals - begin);
       std::wstring value = expand(text, equals + 1, end);
-      auto found = find(name);
+      table_t::iterator place;
+      auto const found = find(name, &place);
       if (found == m_values.end()) {
-        set(name, std::move(value));
+        set(place, std::wstring(name), std::move(value));
       } else if (!merge) {
-        set(found->first, std::move(value));
+        assign(found, std::move(value));
       } else if (!value.empty()) {
         if (!found->second.value.empty()) {
           value += list_separator;
           value += found->second.value;
         }
-        set(found->first, std::move(value));
+        assign(found, std::move(value));
       }
     }
     begin = end + 1;

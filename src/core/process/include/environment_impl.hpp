@@ -43,8 +43,17 @@ class Environment : public IEnvironment {
   };
   using table_t = std::map<std::wstring, entry_t, std::less<>>;
 
-  table_t::iterator find(std::wstring_view name);
-  table_t::iterator set(std::wstring const& name, std::wstring value);
+  // The entry of `name`: of this spelling, or of the only spelling that differs from it
+  // in case alone. end() when there is none, and then `place` (when given) is where an
+  // entry of this spelling goes.
+  table_t::iterator find(std::wstring_view name, table_t::iterator* place = nullptr);
+  // Sets the value of `name`; `place` is a hint of where its entry is or goes.
+  table_t::iterator set(std::wstring name, std::wstring value);
+  table_t::iterator set(table_t::iterator place, std::wstring name, std::wstring value);
+  static void assign(table_t::iterator entry, std::wstring value) {
+    entry->second.value = std::move(value);
+    entry->second.raw.clear();
+  }
   // The text of [begin, end) with its references expanded.
   std::wstring expand(std::wstring const& text, std::size_t begin, std::size_t end);
 
