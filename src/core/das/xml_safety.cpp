@@ -83,63 +83,60 @@ xmlTextWriterPtr new_callback_writer(xmlOutputWriteCallback write, void* context
   return writer;
 }
 
-xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
-                               int options) {
+namespace {
+
+// Parses a document held in memory with a fresh parser context, which `handler` (when
+// given) sets up to read with its own callbacks. False, with the reason in t_last_error,
+// when the text is not well formed, exceeds libxml2's limits, needed a refused load or
+// (read into a tree) left no tree; `doc` gets the tree then only.
+bool read_memory(char const* data, std::size_t size, char const* encoding, int options,
+                 xmlSAXHandler const* handler, void* context, xml_doc_ptr_t& doc) {
   ensure_xml_safety();
   t_last_error.clear();
   if (size > static_cast<std::size_t>(INT_MAX)) {
     t_last_error = "document too large";
-    return nullptr;
+    return false;
   }
   xmlParserCtxtPtr parser = xmlNewParserCtxt();
   if (parser == nullptr) {
     t_last_error = "out of memory";
-    return nullptr;
+    return false;
+  }
+  if (handler != nullptr) {
+    *parser->sax = *handler;
+    parser->_private = context;
   }
   refusal_watch_t watch;
   // libxml2 prints nothing of its own: the reason of a failure is kept for the caller's log.
-  xml_doc_ptr_t doc(xmlCtxtReadMemory(
+  doc.reset(xmlCtxtReadMemory(
       parser, data != nullptr ? data : "", static_cast<int>(size), nullptr, encoding,
       safe_parse_options(options) | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
-  if (doc && watch.refused()) {
-    doc.reset();
-    t_last_error = "the document refers to external content";
-  } else if (!doc) {
-    describe_failure(parser);
-  }
-  xmlFreeParserCtxt(parser);
-  return doc;
-}
-
-bool safe_sax_read_memory(xmlSAXHandler const& handler, void* context, char const* data,
-                          std::size_t size, char const* encoding, int options) {
-  ensure_xml_safety();
-  t_last_error.clear();
-  if (size > static_cast<std::size_t>(INT_MAX)) {
-    t_last_error = "document too large";
-    return false;
-  }
-  xmlParserCtxtPtr parser = xmlNewParserCtxt();
-  if (parser == nullptr) {
-    t_last_error = "out of memory";
-    return false;
-  }
-  *parser->sax = handler;
-  parser->_private = context;
-  refusal_watch_t watch;
-  // The same call as a read into a tree, so that encodings and options act the same.
-  xml_doc_ptr_t doc(xmlCtxtReadMemory(
-      parser, data != nullptr ? data : "", static_cast<int>(size), nullptr, encoding,
-      safe_parse_options(options) | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
-  bool parsed = parser->wellFormed != 0;
+  bool parsed = parser->wellFormed != 0 && (handler != nullptr || doc);
   if (!parsed) {
     describe_failure(parser);
   } else if (watch.refused()) {
     parsed = false;
     t_last_error = "the document refers to external content";
   }
+  if (!parsed) doc.reset();
   xmlFreeParserCtxt(parser);
   return parsed;
+}
+
+}  // namespace
+
+xml_doc_ptr_t safe_read_memory(char const* data, std::size_t size, char const* encoding,
+                               int options) {
+  xml_doc_ptr_t doc;
+  read_memory(data, size, encoding, options, nullptr, nullptr, doc);
+  return doc;
+}
+
+bool safe_sax_read_memory(xmlSAXHandler const& handler, void* context, char const* data,
+                          std::size_t size, char const* encoding, int options) {
+  // The same call as a read into a tree, so that encodings and options act the same.
+  xml_doc_ptr_t doc;
+  return read_memory(data, size, encoding, options, &handler, context, doc);
 }
 
 refusal_watch_t::refusal_watch_t() : m_start(t_refusals) {
