@@ -115,9 +115,6 @@ void variant_bag_t::copy_tree(variant_bag_t const& source) {
 
 variant_bag_t::variant_bag_t(variant_bag_t const& other) : variant_bag_t() { copy_tree(other); }
 
-// Without recursion, level by level and each level in order: memory goes back in about
-// the order in which a load took it, which the heap takes back at half the cost of the
-// reverse order once a tree outgrows the caches.
 variant_bag_t::~variant_bag_t() {
   std::vector<bag_node_base_t*> pending;
   auto const take_children = [&pending](bag_impl_base_t<variant_bag_t>& bags) {
@@ -125,8 +122,9 @@ variant_bag_t::~variant_bag_t() {
     bags.reset();
   };
   take_children(*m_bags);
-  for (std::size_t next = 0; next < pending.size(); ++next) {
-    bag_node_base_t* const n = pending[next];
+  while (!pending.empty()) {
+    bag_node_base_t* const n = pending.back();
+    pending.pop_back();
     take_children(*value_of<variant_bag_t>(n).m_bags);
     bag_impl_base_t<variant_bag_t>::destroy_node(n);
   }
