@@ -33,6 +33,8 @@ namespace {
 
 using internal::text_type_t;
 
+char const k_not_root[] = "the document element is not \"root\"";
+
 // Read options: entities are substituted. Small texts of a tree are stored inside their
 // nodes (XML_PARSE_COMPACT), which saves allocations and changes nothing that the reader
 // sees, the tree being read only; the text form uses it as the file form does.
@@ -348,7 +350,7 @@ xmlNode* document_root(internal::xml_doc_ptr_t const& doc, std::string& why) {
   xmlNode* root = xmlDocGetRootElement(doc.get());
   if (root == nullptr || root->ns != nullptr ||
       std::strcmp(reinterpret_cast<char const*>(root->name), "root") != 0) {
-    why = "the document element is not \"root\"";
+    why = k_not_root;
     return nullptr;
   }
   return root;
@@ -550,6 +552,22 @@ void element_sax_reader_t::end_element(void* context, xmlChar const*, xmlChar co
   });
 }
 
+// The result of a read of an element-form document: `found` tells whether the path named
+// an element, `builder` read its children.
+int read_result(char const* path, bool found, element_builder_t const& builder, std::string& why) {
+  if (path == nullptr) {
+    why = "no path";
+    return DAS_E_FAIL;
+  }
+  if (!found) {
+    why = std::string("no element at the path \"") + path + "\"";
+    return DAS_E_FAIL;
+  }
+  if (!builder.failed()) return DAS_OK;
+  why = builder.why();
+  return DAS_E_FAIL;
+}
+
 // Reads the document with libxml2's tree: for a document with a document type declaration.
 int read_through_tree(variant_bag_t& bag, char const* data, std::size_t size, char const* encoding,
                       int options, char const* path, std::string& why, bool& recognised) {
@@ -557,21 +575,11 @@ int read_through_tree(variant_bag_t& bag, char const* data, std::size_t size, ch
   xmlNode* const root = document_root(doc, why);
   if (root == nullptr) return DAS_E_FAIL;
   recognised = true;
-  if (path == nullptr) {
-    why = "no path";
-    return DAS_E_FAIL;
-  }
-  xmlNode* const start = find_start(root, path_steps(path));
-  if (start == nullptr) {
-    why = std::string("no element at the path \"") + path + "\"";
-    return DAS_E_FAIL;
-  }
+  xmlNode* const start = path != nullptr ? find_start(root, path_steps(path)) : nullptr;
   name_cache_t names;
   element_builder_t builder(bag);
-  walk_children(start, names, builder);
-  if (!builder.failed()) return DAS_OK;
-  why = builder.why();
-  return DAS_E_FAIL;
+  if (start != nullptr) walk_children(start, names, builder);
+  return read_result(path, start != nullptr, builder, why);
 }
 
 // Reads an element-form document into `bag` (empty). `path` as for
@@ -593,21 +601,11 @@ int read_document(variant_bag_t& bag, char const* data, std::size_t size, char c
     return DAS_E_FAIL;
   }
   if (reader.foreign()) {
-    why = "the document element is not \"root\"";
+    why = k_not_root;
     return DAS_E_FAIL;
   }
   recognised = true;
-  if (path == nullptr) {
-    why = "no path";
-    return DAS_E_FAIL;
-  }
-  if (!reader.found()) {
-    why = std::string("no element at the path \"") + path + "\"";
-    return DAS_E_FAIL;
-  }
-  if (!reader.builder().failed()) return DAS_OK;
-  why = reader.builder().why();
-  return DAS_E_FAIL;
+  return read_result(path, reader.found(), reader.builder(), why);
 }
 
 }  // namespace
