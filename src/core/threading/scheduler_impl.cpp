@@ -352,13 +352,12 @@ scheduler_error_t scheduler_impl_t::cancel(std::wstring const& group) {
       return seGroupCanceling;
     }
     std::size_t running = 0;
-    m_tasks->any_of([&](task_ptr const& task, std::wstring const& task_group) {
-      if (!matches(group, task_group)) return false;
+    m_tasks->for_each([&](task_ptr const& task, std::wstring const& task_group) {
+      if (!matches(group, task_group)) return;
       Q2_LOG(scheduler_logger(), log_trace,
              L"\tinsert from m_task_group. Task:" << display_name(task));
       to_cancel.push_back(task);
       ++running;
-      return false;
     });
     for (auto const& waiting : m_sequential_tasks) {
       for (auto const& follower : waiting.second) {
@@ -403,9 +402,8 @@ scheduler_error_t scheduler_impl_t::cancel_and_wait(
 std::list<boost::shared_ptr<task_t>> scheduler_impl_t::find_tasks(std::wstring const& group) {
   std::list<task_ptr> found;
   lock_t guard(m_tasks_lock);
-  m_tasks->any_of([&](task_ptr const& task, std::wstring const& task_group) {
+  m_tasks->for_each([&](task_ptr const& task, std::wstring const& task_group) {
     if (matches(group, task_group)) found.push_back(task);
-    return false;
   });
   return found;
 }

@@ -93,6 +93,15 @@ class task_table_t {
     return task;
   }
 
+  // Calls `visit(task, group name)` for every entry.
+  template <class F>
+  void for_each(F const& visit) const {
+    any_of([&visit](task_ptr const& task, std::wstring const& group) {
+      visit(task, group);
+      return false;
+    });
+  }
+
   // Calls `visit(task, group name)` for every entry until it returns true; says whether
   // one did.
   template <class F>
