@@ -46,6 +46,7 @@ class SharedFileHandle : public ISharedFileHandle {
   native_handle_t m_handle = 0;
   bool m_nonblocking = false;
   int m_wake = -1;                              // eventfd, made by the first read
+  bool m_woken = false;                         // m_wake was signalled and not yet drained
   unsigned m_users = 0;                         // reads and writes running
   std::atomic<unsigned long> m_generation{0};  // counts setHandle calls
   std::vector<native_handle_t> m_retired;  // replaced while in use; closed by the last user

@@ -47,9 +47,13 @@ class sigpipe_guard_t {
     sigemptyset(&m_pipe);
     sigaddset(&m_pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &m_pipe, &m_old);
-    sigset_t pending;
-    sigpending(&pending);
-    m_was_pending = sigismember(&pending, SIGPIPE) == 1;
+    // A SIGPIPE can only be pending here if this thread blocked it already: one that it
+    // did not block would have been delivered on the way back from the last system call.
+    if (sigismember(&m_old, SIGPIPE) == 1) {
+      sigset_t pending;
+      sigpending(&pending);
+      m_was_pending = sigismember(&pending, SIGPIPE) == 1;
+    }
   }
   ~sigpipe_guard_t() {
     if (m_raised && !m_was_pending) {
@@ -125,6 +129,7 @@ void SharedFileHandle::setHandle(native_handle_t handle) {
   if (m_wake >= 0) {
     std::uint64_t const one = 1;
     [[maybe_unused]] ssize_t const n = ::write(m_wake, &one, sizeof one);
+    m_woken = true;
   }
 }
 
@@ -145,9 +150,10 @@ void SharedFileHandle::leave() {
   if (--m_users != 0) return;
   for (native_handle_t retired : m_retired) ::close(retired);
   m_retired.clear();
-  if (m_wake >= 0) {
+  if (m_woken) {
     std::uint64_t count = 0;
     [[maybe_unused]] ssize_t const n = ::read(m_wake, &count, sizeof count);
+    m_woken = false;
   }
 }
 
