@@ -161,6 +161,24 @@ TEST_F(digest_test, crc32_of_text_and_files) {
   q2test::write_file(m_dir.file("w"), std::string("1\0\x00\xD8\x00\xDC", 6));
   EXPECT_EQ(generate_hash(std::wstring(L"1\U00010000")),
             generate_hash(as_path(m_dir.file("w")), 3));
+  // Long texts are narrowed many units at a time: units with the top bit of their low
+  // half set, across block ends, with and without a unit beyond 16 bits in the block.
+  for (bool astral : {false, true}) {
+    std::wstring text;
+    std::string bytes;
+    for (unsigned i = 0; i < 5000; ++i) {
+      unsigned const unit = i == 4321 && astral ? 0x1F600u : (i * 40503u) & 0xFFFFu;
+      text.push_back(static_cast<wchar_t>(unit));
+      if (unit > 0xFFFF) {
+        bytes.append("\x3D\xD8\x00\xDE", 4);
+      } else {
+        bytes.push_back(static_cast<char>(unit & 0xFF));
+        bytes.push_back(static_cast<char>(unit >> 8));
+      }
+    }
+    q2test::write_file(m_dir.file("long"), bytes);
+    EXPECT_EQ(generate_hash(text), generate_hash(as_path(m_dir.file("long")), 4096)) << astral;
+  }
 }
 
 TEST(time_logger, prints_the_message_and_nanoseconds_in_one_line) {
