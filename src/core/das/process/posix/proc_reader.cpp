@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <quillon2/headers/kesmet.hpp>
@@ -57,28 +58,42 @@ bool exe_name_at(int dir, std::string& name) {
   return !name.empty();
 }
 
-// Fills the fields that come from `stat`; false when the text is not as expected.
-bool parse_stat(std::string const& stat, entry_t& entry, std::string& command_name) {
+// `stat` of the process below `dir` into `buffer`. The kernel prints the file whole at
+// the first read when it fits: a read short of the buffer has the whole text, and only
+// a full one needs the rest.
+bool read_stat_at(int dir, std::string& buffer) {
+  posix::unique_fd_t fd(posix::retry_eintr([&] { return ::openat(dir, "stat", O_RDONLY | O_CLOEXEC); }));
+  if (!fd) return false;
+  buffer.resize(4096);
+  ssize_t const n = posix::retry_eintr([&] { return ::read(fd.get(), buffer.data(), buffer.size()); });
+  if (n < 0) return false;
+  if (static_cast<std::size_t>(n) < buffer.size()) {
+    buffer.resize(static_cast<std::size_t>(n));
+    return true;
+  }
+  return posix::read_all(fd.get(), buffer) == 0;
+}
+
+// Fills the fields that come from `stat` and gives the command name between its
+// parentheses; false when the text is not as expected.
+bool parse_stat(std::string const& stat, entry_t& entry, std::string_view& command_name) {
   std::size_t const open = stat.find('(');
   std::size_t const close = stat.rfind(')');
   if (open == std::string::npos || close == std::string::npos || close < open) return false;
-  command_name = stat.substr(open + 1, close - open - 1);
+  command_name = std::string_view(stat).substr(open + 1, close - open - 1);
   // After ")": state ppid pgrp session tty_nr tpgid flags minflt cminflt majflt cmajflt
   // utime stime cutime cstime priority nice num_threads ...
-  std::vector<std::string> fields;
-  std::size_t at = close + 1;
-  while (fields.size() < 18) {
-    at = stat.find_first_not_of(' ', at);
-    if (at == std::string::npos) return false;
-    std::size_t const end = stat.find(' ', at);
-    fields.push_back(stat.substr(at, end == std::string::npos ? std::string::npos : end - at));
-    if (end == std::string::npos) break;
-    at = end;
+  char const* p = stat.c_str() + close + 1;
+  char const* fields[18];
+  for (char const*& field : fields) {
+    while (*p == ' ') ++p;
+    if (*p == '\0') return false;
+    field = p;
+    while (*p != ' ' && *p != '\0') ++p;
   }
-  if (fields.size() < 18) return false;
-  entry.parent = static_cast<unsigned>(std::strtoul(fields[1].c_str(), nullptr, 10));
-  entry.nice = static_cast<int>(std::strtol(fields[16].c_str(), nullptr, 10));
-  entry.threads = static_cast<unsigned>(std::strtoul(fields[17].c_str(), nullptr, 10));
+  entry.parent = static_cast<unsigned>(std::strtoul(fields[1], nullptr, 10));
+  entry.nice = static_cast<int>(std::strtol(fields[16], nullptr, 10));
+  entry.threads = static_cast<unsigned>(std::strtoul(fields[17], nullptr, 10));
   return true;
 }
 
@@ -99,14 +114,14 @@ bool list_processes(std::vector<entry_t>& entries) {
     return false;
   }
   std::string stat;
-  std::string command_name;
+  std::string_view command_name;
   while (dirent* item = ::readdir(listing)) {
     entry_t entry;
     if (!parse_pid(item->d_name, entry.pid)) continue;
     posix::unique_fd_t dir(::openat(proc.get(), item->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // Gone (ENOENT, ESRCH) or hidden: not part of the snapshot.
     if (!dir) continue;
-    if (!read_at(dir.get(), "stat", stat) || !parse_stat(stat, entry, command_name)) continue;
+    if (!read_stat_at(dir.get(), stat) || !parse_stat(stat, entry, command_name)) continue;
     std::string exe;
     // Another user's executable link is refused: the 15-byte command name stands in.
     if (!exe_name_at(dir.get(), exe)) exe = command_name;
