@@ -234,6 +234,10 @@ bool variant_bag_builder_t::on_start_variant_bag(char const* name) {
   return true;
 }
 
+void variant_bag_builder_t::reserve_values(std::size_t names) {
+  internal::vb_helper::impl<variant_t>(*m_current).reserve(names);
+}
+
 bool variant_bag_builder_t::on_end_variant_bag() {
   if (m_levels.empty() || m_levels.back().is_pointer) {
     report("!m_bag_stack.empty()", "quillon2::variant_bag_builder_t::on_end_variant_bag");

@@ -36,6 +36,10 @@ class variant_bag_builder_t : public variant_bag_visitor_t {
   // `value` is left null.
   void take_variant(char const* name, variant_t& value);
 
+  // Makes room in the current bag's index for `names` names of values, for a reader
+  // that knows how many are coming.
+  void reserve_values(std::size_t names);
+
  private:
   struct level_t {
     variant_bag_t* parent;
