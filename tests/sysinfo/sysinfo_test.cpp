@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <future>
@@ -59,11 +60,17 @@ quillon2::sptr_t<process_t> find(unsigned pid) {
   return {};
 }
 
-// Starts `program` with one argument; the child sleeps until killed.
+// Starts `program` with one argument; the child sleeps until killed. posix_spawn returns
+// while the child is still inside exec, before the kernel shows its new arguments: the
+// child counts as started once its command line can be read.
 pid_t start(std::string const& program, char const* argument) {
   pid_t pid = -1;
   char* argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>(argument), nullptr};
   EXPECT_EQ(::posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv, environ), 0);
+  std::string const command_line = "/proc/" + std::to_string(pid) + "/cmdline";
+  for (int i = 0; i < 5000 && head_of(command_line.c_str()).empty(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   return pid;
 }
 
