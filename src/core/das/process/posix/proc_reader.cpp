@@ -62,10 +62,12 @@ bool exe_name_at(int dir, std::string& name) {
 // the first read when it fits: a read short of the buffer has the whole text, and only
 // a full one needs the rest.
 bool read_stat_at(int dir, std::string& buffer) {
-  posix::unique_fd_t fd(posix::retry_eintr([&] { return ::openat(dir, "stat", O_RDONLY | O_CLOEXEC); }));
+  posix::unique_fd_t fd(
+      posix::retry_eintr([&] { return ::openat(dir, "stat", O_RDONLY | O_CLOEXEC); }));
   if (!fd) return false;
   buffer.resize(4096);
-  ssize_t const n = posix::retry_eintr([&] { return ::read(fd.get(), buffer.data(), buffer.size()); });
+  ssize_t const n =
+      posix::retry_eintr([&] { return ::read(fd.get(), buffer.data(), buffer.size()); });
   if (n < 0) return false;
   if (static_cast<std::size_t>(n) < buffer.size()) {
     buffer.resize(static_cast<std::size_t>(n));

@@ -14,9 +14,6 @@
 
 namespace quillon2::internal::digest {
 
-// Feeds the UTF-16LE bytes of `text` to `sink(data, size)` in pieces, without a terminator.
-// A code point outside the Basic Multilingual Plane becomes its surrogate pair; a value
-// that is no code point is fed as its low 16 bits, as a 16-bit string would hold it.
 // Stores the low 16 bits of each of the `count` units at `units` in `out`, and gives the
 // bits above them of all units together: 0 when every unit fits.
 inline std::uint32_t narrow_block(wchar_t const* units, std::size_t count, std::uint16_t* out) {
@@ -46,6 +43,9 @@ inline std::uint32_t narrow_block(wchar_t const* units, std::size_t count, std::
   return beyond;
 }
 
+// Feeds the UTF-16LE bytes of `text` to `sink(data, size)` in pieces, without a terminator.
+// A code point outside the Basic Multilingual Plane becomes its surrogate pair; a value
+// that is no code point is fed as its low 16 bits, as a 16-bit string would hold it.
 template <class Sink>
 void for_each_utf16le_piece(std::wstring const& text, Sink&& sink) {
   // Units are stored in the machine's order; the sink sees little-endian bytes.
