@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <boost/chrono.hpp>
 #include <boost/thread/thread.hpp>
@@ -23,8 +24,11 @@ constexpr unsigned read_chunk = 64 * 1024;
 
 log4cplus::Logger& logger() { return quillon2::internal::main_logger(); }
 
-void read_until_end(sptr_t<ISharedFileHandle> const& handle,
-                    sptr_t<IPipeReaderCallback> const& callback) {
+// Takes the thread's own counts of the handle and the callback and drops them as it ends,
+// through their own atomic counts. Kept in the thread's function object, they would go
+// with boost's thread data, whichever thread frees that, and the end of their last use
+// would be ordered only by boost's count.
+void read_until_end(sptr_t<ISharedFileHandle> handle, sptr_t<IPipeReaderCallback> callback) {
   boost::thread::id const id = boost::this_thread::get_id();
   try {
     Q2_LOG(logger(), quillon2::internal::log_info,
@@ -74,9 +78,9 @@ BoostThread::~BoostThread() {
 error_code_t BoostThread::start() {
   Q2_LOG(logger(), quillon2::internal::log_info, L"Start thread");
   if (m_handle && m_callback) {
-    sptr_t<ISharedFileHandle> handle = m_handle;
-    sptr_t<IPipeReaderCallback> callback = m_callback;
-    m_thread = boost::thread([handle, callback] { read_until_end(handle, callback); });
+    m_thread = boost::thread([handle = m_handle, callback = m_callback]() mutable {
+      read_until_end(std::move(handle), std::move(callback));
+    });
   }
   bool const isJoinable = m_thread.joinable();
   QUILLON_CHECK(isJoinable, error::FailedTo.Check.The.Thread("Thread not started"));
