@@ -328,9 +328,7 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
       m_visitor->on_start_variant_bag(name);
       // The new bag holds its tag name and a value for each attribute: its index is
       // made that large at once instead of growing on the way.
-      if (m_builder != nullptr && m_attributes.size() > 2) {
-        m_builder->reserve_values(m_attributes.size() + 1);
-      }
+      if (m_builder != nullptr) m_builder->reserve_values(m_attributes.size() + 1);
     }
   }
 

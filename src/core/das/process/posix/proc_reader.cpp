@@ -27,11 +27,21 @@ namespace quillon2::internal::proc {
 
 namespace {
 
-// The whole content of `name` below `dir` (sizes in /proc show as 0: read to the end).
+// The whole content of `name` below `dir`. Sizes in /proc show as 0, but the kernel
+// prints these files whole at the first read when they fit: a read short of the buffer
+// has the whole text, and only a full one needs the rest.
 bool read_at(int dir, char const* name, std::string& content) {
-  posix::unique_fd_t fd(posix::retry_eintr([&] { return ::openat(dir, name, O_RDONLY | O_CLOEXEC); }));
+  posix::unique_fd_t fd(
+      posix::retry_eintr([&] { return ::openat(dir, name, O_RDONLY | O_CLOEXEC); }));
   if (!fd) return false;
-  content.clear();
+  content.resize(4096);
+  ssize_t const n =
+      posix::retry_eintr([&] { return ::read(fd.get(), content.data(), content.size()); });
+  if (n < 0) return false;
+  if (static_cast<std::size_t>(n) < content.size()) {
+    content.resize(static_cast<std::size_t>(n));
+    return true;
+  }
   return posix::read_all(fd.get(), content) == 0;
 }
 
@@ -56,24 +66,6 @@ bool exe_name_at(int dir, std::string& name) {
     path.resize(path.size() - deleted.size());
   name = path.substr(path.rfind('/') + 1);
   return !name.empty();
-}
-
-// `stat` of the process below `dir` into `buffer`. The kernel prints the file whole at
-// the first read when it fits: a read short of the buffer has the whole text, and only
-// a full one needs the rest.
-bool read_stat_at(int dir, std::string& buffer) {
-  posix::unique_fd_t fd(
-      posix::retry_eintr([&] { return ::openat(dir, "stat", O_RDONLY | O_CLOEXEC); }));
-  if (!fd) return false;
-  buffer.resize(4096);
-  ssize_t const n =
-      posix::retry_eintr([&] { return ::read(fd.get(), buffer.data(), buffer.size()); });
-  if (n < 0) return false;
-  if (static_cast<std::size_t>(n) < buffer.size()) {
-    buffer.resize(static_cast<std::size_t>(n));
-    return true;
-  }
-  return posix::read_all(fd.get(), buffer) == 0;
 }
 
 // Fills the fields that come from `stat` and gives the command name between its
@@ -123,7 +115,7 @@ bool list_processes(std::vector<entry_t>& entries) {
     posix::unique_fd_t dir(::openat(proc.get(), item->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // Gone (ENOENT, ESRCH) or hidden: not part of the snapshot.
     if (!dir) continue;
-    if (!read_stat_at(dir.get(), stat) || !parse_stat(stat, entry, command_name)) continue;
+    if (!read_at(dir.get(), "stat", stat) || !parse_stat(stat, entry, command_name)) continue;
     std::string exe;
     // Another user's executable link is refused: the 15-byte command name stands in.
     if (!exe_name_at(dir.get(), exe)) exe = command_name;
