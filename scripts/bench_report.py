@@ -45,8 +45,9 @@ def main(goals_path, result_paths, check=False):
             continue
         times[(family, impl, args)] = b["real_time"] * UNITS[b["time_unit"]]
         rate = b.get("items_per_second") or b.get("bytes_per_second")
-        if impl == "ours" and rate and args.isdigit():
-            per_item[family][int(args)] = 1.0 / rate
+        size = args.split("/")[0]  # the size comes first, before "min_time:..." and the like
+        if impl == "ours" and rate and size.isdigit():
+            per_item[family][int(size)] = 1.0 / rate
 
     goals = {}
     with open(goals_path) as f:
