@@ -240,9 +240,14 @@ struct slab_header_t {
 constexpr std::size_t slab_header_bytes =
     (sizeof(slab_header_t) + node_alignment - 1) / node_alignment * node_alignment;
 
-void release_slab(char* slab) noexcept {
+// The count of a slab that an arena fills: more than the nodes that fit in it.
+constexpr std::size_t arena_reserve = slab_bytes;
+static_assert(slab_bytes / node_alignment < arena_reserve, "the reserve outnumbers any slab's nodes");
+
+// Takes `count` from the slab's count; frees the slab when nothing is left.
+void release_slab(char* slab, std::size_t count) noexcept {
   auto* const header = reinterpret_cast<slab_header_t*>(slab);
-  if (header->m_live.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+  if (header->m_live.fetch_sub(count, std::memory_order_acq_rel) == count) {
     header->~slab_header_t();
     std::free(slab);
   }
@@ -250,8 +255,11 @@ void release_slab(char* slab) noexcept {
 
 }  // namespace
 
-node_arena_t::~node_arena_t() {
-  if (m_slab) release_slab(m_slab);
+node_arena_t::~node_arena_t() { leave_slab(); }
+
+void node_arena_t::leave_slab() noexcept {
+  if (m_slab) release_slab(m_slab, arena_reserve - m_handed);
+  m_slab = nullptr;
 }
 
 void* node_arena_t::allocate(std::size_t bytes) {
@@ -260,13 +268,14 @@ void* node_arena_t::allocate(std::size_t bytes) {
   if (static_cast<std::size_t>(m_end - m_next) < bytes) {
     char* const slab = static_cast<char*>(std::aligned_alloc(slab_bytes, slab_bytes));
     if (!slab) throw std::bad_alloc();
-    new (slab) slab_header_t{1};  // the arena's own count
-    if (m_slab) release_slab(m_slab);
+    new (slab) slab_header_t{arena_reserve};
+    leave_slab();
     m_slab = slab;
     m_next = slab + slab_header_bytes;
     m_end = slab + slab_bytes;
+    m_handed = 0;
   }
-  reinterpret_cast<slab_header_t*>(m_slab)->m_live.fetch_add(1, std::memory_order_relaxed);
+  ++m_handed;
   void* const node = m_next;
   m_next += bytes;
   return node;
@@ -274,7 +283,7 @@ void* node_arena_t::allocate(std::size_t bytes) {
 
 void release_arena_node(void* node) noexcept {
   auto const address = reinterpret_cast<std::uintptr_t>(node);
-  release_slab(reinterpret_cast<char*>(address & ~(slab_bytes - 1)));
+  release_slab(reinterpret_cast<char*>(address & ~(slab_bytes - 1)), 1);
 }
 
 bag_node_base_t* bag_next_same(bag_node_base_t const* node, bag_node_base_t const* end) {

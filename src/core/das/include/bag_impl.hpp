@@ -106,6 +106,12 @@ inline bag_index_t* index_of(bag_node_base_t const* sentinel) {
 // document side by side. A slab counts its live nodes (atomically: the bag may go to
 // another thread) and is freed with the last of them, once the arena has moved on from
 // it or has gone. An arena belongs to one reader on one thread.
+//
+// While the arena fills a slab, the slab's count holds a reserve larger than any number
+// of nodes that fit, and the arena counts what it hands out in a plain integer: a node
+// costs no atomic operation, which would wait for the stores of the nodes before it to
+// reach the cache. Nodes freed meanwhile take from the reserve; the arena gives back
+// what it did not hand out when it moves on.
 class node_arena_t {
  public:
   node_arena_t() = default;
@@ -117,9 +123,13 @@ class node_arena_t {
   void* allocate(std::size_t bytes);
 
  private:
-  char* m_slab = nullptr;  // the slab being filled, which the arena holds one count of
+  // Gives back the reserve of the slab being filled, less the nodes handed out from it.
+  void leave_slab() noexcept;
+
+  char* m_slab = nullptr;  // the slab being filled, whose count holds the arena's reserve
   char* m_next = nullptr;
   char* m_end = nullptr;
+  std::size_t m_handed = 0;  // nodes handed out from m_slab
 };
 
 // Gives back the memory of a node that an arena handed out.
