@@ -242,7 +242,8 @@ constexpr std::size_t slab_header_bytes =
 
 // The count of a slab that an arena fills: more than the nodes that fit in it.
 constexpr std::size_t arena_reserve = slab_bytes;
-static_assert(slab_bytes / node_alignment < arena_reserve, "the reserve outnumbers any slab's nodes");
+static_assert(slab_bytes / node_alignment < arena_reserve,
+              "the reserve outnumbers any slab's nodes");
 
 // Takes `count` from the slab's count; frees the slab when nothing is left.
 void release_slab(char* slab, std::size_t count) noexcept {
