@@ -35,6 +35,22 @@ TEST(VariantBlob, SizeDataCopiesAndEquality) {
   EXPECT_EQ(variant_t(static_cast<void const*>(nullptr), 3), variant_t(zeros, 3));
 }
 
+// Short blocks are compared a word at a time: a difference in any byte, at any size on
+// either side of a word and of the short-block limit, must still tell them apart.
+TEST(VariantBlob, EqualityFindsADifferenceInAnyByte) {
+  for (std::size_t size = 0; size <= 80; ++size) {
+    std::vector<unsigned char> bytes(size);
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(i * 7 + 1);
+    variant_t const blob(static_cast<void const*>(bytes.data()), size);
+    EXPECT_EQ(blob, variant_t(static_cast<void const*>(bytes.data()), size)) << size;
+    for (std::size_t at = 0; at < size; ++at) {
+      std::vector<unsigned char> other = bytes;
+      other[at] ^= 0x10;
+      EXPECT_NE(blob, variant_t(static_cast<void const*>(other.data()), size)) << size << ' ' << at;
+    }
+  }
+}
+
 TEST(VariantCopy, CopiesShareTheirBlockAndSurviveTheOriginal) {
   auto* original = new variant_t(L"shared text");
   variant_t copy(*original);
