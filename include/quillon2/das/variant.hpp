@@ -24,7 +24,31 @@ class notype_ptr_t;
 
 namespace internal {
 struct variant_buddy_t;
+
+// Equality of `size` bytes. Texts, blobs and names are mostly short: up to 64 bytes
+// they are compared in words, in place, without the call and the size dispatch of
+// memcmp. The loads stay within the `size` bytes of both; the last word overlaps the
+// one before it.
+inline std::uint64_t word_at(unsigned char const* p) noexcept {
+  std::uint64_t w;
+  std::memcpy(&w, p, sizeof w);
+  return w;
 }
+inline bool bytes_equal(void const* a, void const* b, std::size_t size) noexcept {
+  auto const* p = static_cast<unsigned char const*>(a);
+  auto const* q = static_cast<unsigned char const*>(b);
+  if (size > 64) return std::memcmp(p, q, size) == 0;
+  if (size >= 8) {
+    std::uint64_t diff = word_at(p + size - 8) ^ word_at(q + size - 8);
+    for (std::size_t i = 0; i + 8 < size; i += 8) diff |= word_at(p + i) ^ word_at(q + i);
+    return diff == 0;
+  }
+  for (std::size_t i = 0; i < size; ++i) {
+    if (p[i] != q[i]) return false;
+  }
+  return true;
+}
+}  // namespace internal
 
 // The type tag. The numeric order matters: comparisons across types rest on it.
 enum das_variant_type_t : std::int32_t {
@@ -196,32 +220,10 @@ class QUILLON2_API variant_t {
     if (!a || !b) return equals(other);
     u64_t const sa = static_cast<data_header_t const*>(a)[-1].m_size;
     u64_t const sb = static_cast<data_header_t const*>(b)[-1].m_size;
-    if (sa == sb) return bytes_equal(a, b, sa);
+    if (sa == sb) return internal::bytes_equal(a, b, sa);
     // A text made from a null pointer has size 0 and equals the empty text.
     if (m_type != vtBlob && (sa == 0 || sb == 0)) return equals(other);
     return false;
-  }
-  // Texts and blobs are mostly short: up to 64 bytes they are compared in words, in
-  // place, without the call and the size dispatch of memcmp. The loads stay within the
-  // `size` bytes of both blocks; the last word overlaps the one before it.
-  static std::uint64_t word_at(unsigned char const* p) noexcept {
-    std::uint64_t w;
-    std::memcpy(&w, p, sizeof w);
-    return w;
-  }
-  static bool bytes_equal(void const* a, void const* b, u64_t size) noexcept {
-    auto const* p = static_cast<unsigned char const*>(a);
-    auto const* q = static_cast<unsigned char const*>(b);
-    if (size > 64) return std::memcmp(p, q, size) == 0;
-    if (size >= 8) {
-      std::uint64_t diff = word_at(p + size - 8) ^ word_at(q + size - 8);
-      for (u64_t i = 0; i + 8 < size; i += 8) diff |= word_at(p + i) ^ word_at(q + i);
-      return diff == 0;
-    }
-    for (u64_t i = 0; i < size; ++i) {
-      if (p[i] != q[i]) return false;
-    }
-    return true;
   }
   void free_data() noexcept;
   // Replaces the value by a new block of `size` bytes filled from `data`, or zeroed when

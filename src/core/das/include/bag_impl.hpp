@@ -30,12 +30,7 @@ struct bag_slot_t {
 std::uint32_t hash_name(wchar_t const* name, std::size_t length);
 // Names are short: compared in place rather than through a library call.
 inline bool same_name(bag_node_base_t const* node, wchar_t const* name, std::size_t length) {
-  if (node->m_length != length) return false;
-  wchar_t const* const own = node->m_name;
-  for (std::size_t i = 0; i < length; ++i) {
-    if (own[i] != name[i]) return false;
-  }
-  return true;
+  return node->m_length == length && bytes_equal(node->m_name, name, length * sizeof(wchar_t));
 }
 inline bool is_hidden_name(wchar_t const* name) { return name[0] == L'#'; }
 // The first node from `n` on whose name is not hidden, or `end`.
