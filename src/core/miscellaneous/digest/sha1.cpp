@@ -59,6 +59,16 @@ void compress(std::uint32_t h[5], unsigned char const* block) {
   h[4] += e;
 }
 
+// The implementation, fetched from OpenSSL's providers once: EVP_sha1() would have every
+// initialisation look it up again, which costs as much as hashing a short message.
+EVP_MD const* sha1_method() {
+  static EVP_MD const* const method = [] {
+    EVP_MD const* fetched = EVP_MD_fetch(nullptr, "SHA1", nullptr);
+    return fetched != nullptr ? fetched : EVP_sha1();
+  }();
+  return method;
+}
+
 }  // namespace
 
 struct sha1_t::state_t {
@@ -71,7 +81,7 @@ struct sha1_t::state_t {
 
   state_t() {
     ctx = EVP_MD_CTX_new();
-    if (ctx == nullptr || EVP_DigestInit_ex(ctx, EVP_sha1(), nullptr) != 1)
+    if (ctx == nullptr || EVP_DigestInit_ex(ctx, sha1_method(), nullptr) != 1)
       throw std::bad_alloc();
   }
   state_t(state_t const& other)
