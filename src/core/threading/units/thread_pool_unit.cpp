@@ -26,7 +26,10 @@ using internal::word_guard_t;
 
 // How long a worker that ran out of jobs looks for the next before it goes to sleep. A
 // job queued meanwhile is taken without a wake-up: no system call for the caller of
-// execute, and no wait for the scheduler to bring a sleeping thread back.
+// execute, and no wait for the scheduler to bring a sleeping thread back. A worker
+// looks only while that pays: once its last wait for a job took longer, it sleeps at
+// once. Jobs that come far apart then cost no processor time in between, which on a
+// busy machine may be the very processor that the thread adding them waits for.
 constexpr std::int64_t spin_nanoseconds = 50'000;
 
 unsigned int hardware_threads() {
@@ -252,6 +255,7 @@ bool thread_pool_unit_t::process_jobs_queue() {
   std::string name;
   boost::weak_ptr<unit_t> const weak_self = weak_from_this();
   auto const slot = std::make_shared<idle_slot_t>();
+  bool spin_pays = true;
   for (;;) {
     boost::this_thread::interruption_point();
     job_t job;
@@ -264,15 +268,17 @@ bool thread_pool_unit_t::process_jobs_queue() {
         // others sleep at once. A looking worker on a processor that a busy one needs
         // would slow down the very jobs it waits for.
         static unsigned int const processors = hardware_threads();
-        bool const spin =
-            !m_spinning && m_active_threads.load(std::memory_order_relaxed) + 1 < processors;
+        bool const spin = spin_pays && !m_spinning &&
+                          m_active_threads.load(std::memory_order_relaxed) + 1 < processors;
         if (spin) m_spinning = true;
         queue.unlock();
+        std::int64_t const idle_since = internal::process_clock_nanoseconds();
         set_thread_name("Sh(TP): pending", false);
         if (spin) spin_for_job();
         queue.lock();
         if (spin) m_spinning = false;
         wait_for_job(queue, slot);
+        spin_pays = internal::process_clock_nanoseconds() - idle_since < spin_nanoseconds;
       }
       job = pop_job();
       // Jobs queued while this worker was on its way woke nobody: the next idle worker
