@@ -198,11 +198,13 @@ TEST_F(libs_test, manager_keeps_one_version_a_name_by_its_rule) {
 
 TEST_F(libs_test, manager_weighs_new_files_against_loaded_ones_and_skips_non_files) {
   install("p_1.so", 1);
+  install("\xc3\xa9_1.so", 1);  // a name beyond ASCII is matched in its wide form
   ASSERT_EQ(::mkdir(m_dir.file("libx.so").c_str(), 0700), 0);
   q2test::write_file(m_dir.file("\xff\xfe_9.so"), "not UTF-8 in the name");
   auto manager = quillon2::create_lib_manager();
   auto first = scan(*this, *manager, m_dir.path());
   EXPECT_NE(std::find(first.begin(), first.end(), L"+p_1.so"), first.end());
+  EXPECT_NE(std::find(first.begin(), first.end(), L"+\u00e9_1.so"), first.end());
   for (auto const& e : first) EXPECT_EQ(e.find(L"libx"), std::wstring::npos);
   int const count = manager->get_count();
 

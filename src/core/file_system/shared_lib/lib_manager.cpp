@@ -90,7 +90,7 @@ class lib_manager_imp_t : public lib_manager_t {
   bool add_path(wchar_t const* directory, wchar_t const* pattern) override {
     if (directory == nullptr || *directory == 0 || pattern == nullptr || *pattern == 0)
       return false;
-    std::vector<path_t> found;
+    std::vector<candidate_t> found;
     try {
       bool listed = true;
       if (!search_library(directory, pattern, found, listed)) return listed;
@@ -103,44 +103,62 @@ class lib_manager_imp_t : public lib_manager_t {
   }
 
  protected:
+  // A file that matched, with its name parsed once for the choice and the load.
+  struct candidate_t {
+    path_t path;
+    std::wstring leaf;
+    library_info_t info;
+    bool parsed = false;
+  };
+
   // The regular files of `directory` whose whole name matches `pattern` followed by "so$".
   // `listed` is false when the directory can't be read.
-  bool search_library(wchar_t const* directory, wchar_t const* pattern, std::vector<path_t>& found,
-                      bool& listed) {
+  bool search_library(wchar_t const* directory, wchar_t const* pattern,
+                      std::vector<candidate_t>& found, bool& listed) {
     boost::wregex const expression(std::wstring(pattern) + L"so$");
     path_t const root(directory);
     std::string const native = root.native_string();
     std::vector<internal::fs_os::dir_entry_t> entries;
     listed = !native.empty() && internal::fs_os::list_directory(native, entries);
     if (!listed) return false;
+    // One name and one set of results serve every entry: a directory of a thousand files
+    // then costs no allocation per file that does not match.
+    std::wstring leaf;
+    boost::wsmatch match;
     for (auto const& entry : entries) {
+      if (entry.kind != internal::fs_os::entry_kind_t::other) continue;
       // A name that is no UTF-8 has no wide form to match: it is passed over.
       auto const* bytes = reinterpret_cast<unsigned char const*>(entry.name.data());
-      if (!quillon2::validate_utf8(bytes, entry.name.size())) continue;
-      if (entry.kind != internal::fs_os::entry_kind_t::other) continue;
-      std::wstring const leaf = kesmet2::utf8_to_utf16(entry.name);
-      if (!boost::regex_match(leaf, expression)) continue;
+      if (std::all_of(bytes, bytes + entry.name.size(), [](unsigned char c) { return c < 0x80; })) {
+        leaf.assign(entry.name.begin(), entry.name.end());
+      } else if (quillon2::validate_utf8(bytes, entry.name.size())) {
+        leaf = kesmet2::utf8_to_utf16(entry.name);
+      } else {
+        continue;
+      }
+      if (!boost::regex_match(leaf, match, expression)) continue;
       // Links count as what they lead to; only matches are examined.
       struct stat st;
       if (::stat((native + "/" + entry.name).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
-      path_t path = root;
-      if (path.append(path_t(leaf))) found.push_back(path);
+      candidate_t candidate;
+      candidate.path = root;
+      if (!candidate.path.append(path_t(leaf))) continue;
+      candidate.leaf = candidate.path.get_leaf();
+      candidate.parsed = parse_string(candidate.info, candidate.leaf);
+      found.push_back(std::move(candidate));
     }
     return !found.empty();
   }
 
-  void validate_paths(std::vector<path_t>& paths) {
-    std::vector<std::pair<std::wstring, path_t>> sorted;
-    sorted.reserve(paths.size());
-    for (auto& path : paths) sorted.emplace_back(path.get_leaf(), std::move(path));
-    std::sort(sorted.begin(), sorted.end(),
-              [](auto const& a, auto const& b) { return a.first > b.first; });
+  void validate_paths(std::vector<candidate_t>& candidates) {
+    std::sort(candidates.begin(), candidates.end(),
+              [](candidate_t const& a, candidate_t const& b) { return a.leaf > b.leaf; });
 
-    std::vector<std::pair<std::wstring, path_t>> kept;
+    std::vector<candidate_t> kept;
     library_info_t previous;
-    for (auto& candidate : sorted) {
-      library_info_t current;
-      if (!parse_string(current, candidate.first)) continue;  // stepped over, not kept
+    for (auto& candidate : candidates) {
+      if (!candidate.parsed) continue;  // stepped over, not kept
+      library_info_t const& current = candidate.info;
       if (current.file_name == previous.file_name) {
         library_refused(current.file_name, LIB_DUPLICATE);
         continue;
@@ -159,28 +177,24 @@ class lib_manager_imp_t : public lib_manager_t {
       }
     }
 
-    paths.clear();
+    candidates.clear();
     for (auto& candidate : kept) {
-      library_info_t info;
-      if (parse_string(info, candidate.first) && compare_with_loaded_libs(info)) {
-        library_refused(info.file_name, LIB_OLDER_VERSION);
+      if (compare_with_loaded_libs(candidate.info)) {
+        library_refused(candidate.info.file_name, LIB_OLDER_VERSION);
         continue;
       }
-      paths.push_back(std::move(candidate.second));
+      candidates.push_back(std::move(candidate));
     }
   }
 
-  void validate_libraries(std::vector<path_t>& paths) {
-    for (auto const& path : paths) {
-      std::wstring const leaf = path.get_leaf();
-      library_info_t info;
-      bool const parsed = parse_string(info, leaf);
-      library_imp_t library(leaf, info, parsed);
-      if (library.load(path)) {
+  void validate_libraries(std::vector<candidate_t>& candidates) {
+    for (auto const& candidate : candidates) {
+      library_imp_t library(candidate.leaf, candidate.info, candidate.parsed);
+      if (library.load(candidate.path)) {
         m_libraries.push_back(library);
-        library_loaded(leaf);
+        library_loaded(candidate.leaf);
       } else {
-        library_refused(leaf, LIB_LOAD_FAILED);
+        library_refused(candidate.leaf, LIB_LOAD_FAILED);
       }
     }
   }
