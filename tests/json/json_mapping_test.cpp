@@ -54,6 +54,9 @@ TEST(JsonShapes, LoadThenSave) {
       {R"({"k":{"":{"":1}}})", nullptr}, {R"({"arrayOf":{},"a":{"arrayOf":{"":2}}})", nullptr},
       {R"({"n":1,"n":{}})", nullptr},
       {R"({"n":{"value":"9007199254740991","type":"bigInt"},"n":{},"n":[]})", nullptr},
+      // Elements of one array of different sizes, each after one sized otherwise.
+      {R"([{"a":1,"b":2,"c":3,"d":4,"e":5},{"x":1},{"a":1,"b":2,"c":3,"d":4,"e":5,"f":6,"g":7,"h":8,"i":9}])",
+       nullptr},
       {R"({"o":{},"e":null})", R"({"e":null,"o":null})"},  // a null child joins the values
       {R"({"v":1,"v":2,"n":{"x":1},"n":{"x":2}})", R"({"v":2,"n":{"x":1},"n":{"x":2}})"},
       // After an "arrayOf" member, the object's scalars are elements named by it.

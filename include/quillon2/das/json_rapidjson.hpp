@@ -101,9 +101,12 @@ class QUILLON2_API Handler {
  private:
   // One open structure: the name its children get when its bag has an "arrayOf" entry
   // (the text of that entry, which lives as long as the entry), else null.
+  // For an array, the number of values of its last element: the elements of one array
+  // mostly have the same members, and the next one starts with room for as many.
   struct frame_t {
     wchar_t const* m_child_name;
     std::size_t m_child_length;
+    std::size_t m_element_values = 0;
   };
 
   // The text values of recent child names, by name hash: the "#tag_name" of every child

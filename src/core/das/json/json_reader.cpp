@@ -48,6 +48,9 @@ wchar_t const default_item_name[] = L"item";
 
 std::uint32_t const empty_name_hash = internal::hash_name(L"", 0);
 
+// The most values that an array element's index is sized for in advance.
+constexpr std::size_t max_reserved_values = 64;
+
 }  // namespace
 
 Handler::Handler(variant_bag_t& root)
@@ -88,15 +91,29 @@ bool Handler::startNode() {
     m_currentNode = &m_root;
   } else {
     frame_t const& parent = m_frames.back();
-    m_currentNode = parent.m_child_name ? &add_child(parent.m_child_name, parent.m_child_length)
-                                        : &add_child(m_key.data(), m_key.size());
+    if (parent.m_child_name != nullptr) {
+      m_currentNode = &add_child(parent.m_child_name, parent.m_child_length);
+      // An index grown name by name is reallocated on the way; one sized like the last
+      // element's is not. Larger elements are left to grow, so that a long one does not
+      // make every later short one large.
+      if (parent.m_element_values > 3 && parent.m_element_values <= max_reserved_values) {
+        internal::vb_helper::impl<variant_t>(*m_currentNode).reserve(parent.m_element_values);
+      }
+    } else {
+      m_currentNode = &add_child(m_key.data(), m_key.size());
+    }
   }
   m_frames.push_back(frame_t{nullptr, 0});
   return true;
 }
 
 void Handler::endNode() {
+  std::size_t const values =
+      m_currentNode != nullptr ? internal::vb_helper::impl<variant_t>(*m_currentNode).size() : 0;
   if (!m_frames.empty()) m_frames.pop_back();
+  if (!m_frames.empty() && m_frames.back().m_child_name != nullptr) {
+    m_frames.back().m_element_values = values;
+  }
   if (m_currentNode == &m_root) return;
   m_currentNode = m_currentNode != nullptr ? m_currentNode->get_parent() : nullptr;
   if (m_currentNode == nullptr) {
