@@ -1,5 +1,6 @@
 // variant_bag_t: the list containers, the operations on entries, names and
 // parents, copying, swapping and comparison.
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <utility>
@@ -103,6 +104,7 @@ void variant_bag_t::copy_tree(variant_bag_t const& source) {
     work.pop_back();
     to->m_values->append_copies(*from->m_values);
     to->m_bags->reserve(from->m_bags->size());
+    std::size_t const first_child = work.size();
     for (bag_node_base_t* n = from->m_bags->first(); n != from->m_bags->end(); n = n->m_next) {
       auto* const node =
           bag_impl_base_t<variant_bag_t>::make_node(n->m_name, n->m_length, n->m_hash, empty);
@@ -110,6 +112,9 @@ void variant_bag_t::copy_tree(variant_bag_t const& source) {
       if (!internal::is_hidden_name(n->m_name)) node->m_value.m_parent = to;
       work.emplace_back(&value_of<variant_bag_t>(n), &node->m_value);
     }
+    // The children are filled in their own order, so that the copy lies in memory in the
+    // order in which a walk reads it.
+    std::reverse(work.begin() + static_cast<std::ptrdiff_t>(first_child), work.end());
   }
 }
 
