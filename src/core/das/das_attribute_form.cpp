@@ -14,7 +14,6 @@
 #include "core/das/include/attribute_form.hpp"
 #include "core/das/include/das_assert.hpp"
 #include "core/das/include/utf8_codec.hpp"
-#include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/variant_text.hpp"
 #include "core/das/include/xml_escape.hpp"
 #include "core/das/include/xml_safety.hpp"
@@ -261,7 +260,7 @@ bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* te
   }
   switch (kind) {
     case text_type_t::wide_string:
-      out = wide_text_variant(text, length);
+      out = wide_variant_from_utf8(text, length);
       return true;
     case text_type_t::boolean:
       if (equals(text, length, "true", 4) || equals(text, length, "1", 1)) {
@@ -307,53 +306,6 @@ bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* te
       break;
   }
   return false;
-}
-
-variant_t wide_text_variant(char const* text, std::size_t length) {
-  auto const* s = reinterpret_cast<unsigned char const*>(text);
-  // Well-formed UTF-8 gives one unit for each byte that does not continue a sequence
-  // (10xxxxxx): counted eight bytes at a time.
-  std::size_t continuations = 0;
-  std::size_t i = 0;
-  for (; i + 8 <= length; i += 8) {
-    std::uint64_t word;
-    std::memcpy(&word, s + i, sizeof word);
-    std::uint64_t const marks = (word & ~(word << 1) & 0x8080808080808080ull) >> 7;
-    continuations += static_cast<std::size_t>((marks * 0x0101010101010101ull) >> 56);
-  }
-  for (; i < length; ++i) continuations += (s[i] & 0xC0) == 0x80 ? 1 : 0;
-  std::size_t const units = length - continuations;
-  variant_t value;
-  auto* out = static_cast<wchar_t*>(
-      variant_buddy_t::set_block(value, vtWString, (units + 1) * sizeof(wchar_t)));
-  wchar_t* const end = out + units;
-  i = 0;
-  while (i < length) {
-    if (i + 8 <= length) {
-      std::uint64_t word;
-      std::memcpy(&word, s + i, sizeof word);
-      if ((word & 0x8080808080808080ull) == 0) {
-        for (int k = 0; k < 8; ++k) out[k] = static_cast<wchar_t>(s[i + k]);
-        out += 8;
-        i += 8;
-        continue;
-      }
-    }
-    unsigned char const b = s[i];
-    if (b < 0x80) {
-      *out++ = static_cast<wchar_t>(b);
-      ++i;
-      continue;
-    }
-    // Every unit written stands for a distinct lead byte, so the count above bounds the
-    // writes; anything malformed goes to the general decoder, which replaces it.
-    long const c = next_code_point(text, length, i);
-    if (c < 0) return wide_variant_from_utf8(text, length);
-    *out++ = static_cast<wchar_t>(c);
-  }
-  if (out != end) return wide_variant_from_utf8(text, length);
-  *out = L'\0';
-  return value;
 }
 
 long escape_wide_text(wchar_t const* text, std::size_t length, bool attribute, char* out) {

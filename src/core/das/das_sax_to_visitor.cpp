@@ -337,7 +337,7 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
     variant_t value;
     char const* name = a.name;
     if (!internal::variant_from_prefixed_text(value, a.kind, a.value, a.length)) {
-      value = internal::wide_text_variant(a.value, a.length);
+      value = internal::wide_variant_from_utf8(a.value, a.length);
       name = qualified(a.prefix, a.name);
     }
     if (internal::is_namespace_declaration_name(name, std::strlen(name))) {
@@ -366,7 +366,7 @@ void sax_to_visitor_t::on_end() {
     variant_t value;
     if (!internal::variant_from_prefixed_text(value, frame.kind, text.data() + begin,
                                               end - begin)) {
-      value = internal::wide_text_variant(text.data() + begin, end - begin);
+      value = internal::wide_variant_from_utf8(text.data() + begin, end - begin);
     }
     deliver("", value);
   }

@@ -1,6 +1,7 @@
 // Text form of single values: type words, number texts and their parsing.
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -276,11 +277,68 @@ bool scalar_from_text(variant_t& out, text_type_t type, wchar_t const* text, std
   return scalar_from(out, type, text, length);
 }
 
+namespace {
+
+// Well-formed UTF-8 has one unit for each byte that does not continue a sequence
+// (10xxxxxx): counted eight bytes at a time.
+std::size_t units_if_well_formed(unsigned char const* s, std::size_t length) {
+  std::size_t continuations = 0;
+  std::size_t i = 0;
+  for (; i + 8 <= length; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, s + i, sizeof word);
+    std::uint64_t const marks = (word & ~(word << 1) & 0x8080808080808080ull) >> 7;
+    continuations += static_cast<std::size_t>((marks * 0x0101010101010101ull) >> 56);
+  }
+  for (; i < length; ++i) continuations += (s[i] & 0xC0) == 0x80 ? 1 : 0;
+  return length - continuations;
+}
+
+// Writes the units of well-formed text to `out`, which has room for `units` of them.
+// False at the first malformed sequence, or when the text holds another number of units.
+bool decode_well_formed(unsigned char const* s, std::size_t length, wchar_t* out,
+                        std::size_t units) {
+  wchar_t* const end = out + units;
+  std::size_t i = 0;
+  while (i < length) {
+    if (i + 8 <= length) {
+      std::uint64_t word;
+      std::memcpy(&word, s + i, sizeof word);
+      if ((word & 0x8080808080808080ull) == 0) {
+        for (int k = 0; k < 8; ++k) out[k] = static_cast<wchar_t>(s[i + k]);
+        out += 8;
+        i += 8;
+        continue;
+      }
+    }
+    if (s[i] < 0x80) {
+      *out++ = static_cast<wchar_t>(s[i++]);
+      continue;
+    }
+    // Every unit written stands for a distinct lead byte, so the count bounds the writes.
+    char32_t c;
+    if (!decode_utf8_sequence(s, length, i, c)) return false;
+    *out++ = static_cast<wchar_t>(c);
+  }
+  if (out != end) return false;
+  *out = L'\0';
+  return true;
+}
+
+}  // namespace
+
 void assign_wide_from_utf8(variant_t& value, char const* text, std::size_t length) {
-  std::size_t units = 0;
-  decode_utf8(text, length, [&units](char32_t) { ++units; });
-  // The block is the value's alone: this is its filling.
+  // The block is the value's alone: this is its filling. Text from a parser is
+  // well-formed and decoded in one pass; anything else takes the general decoder, which
+  // counts its units first and replaces what is malformed.
+  auto const* s = reinterpret_cast<unsigned char const*>(text);
+  std::size_t units = units_if_well_formed(s, length);
   auto* out = static_cast<wchar_t*>(
+      variant_buddy_t::set_block(value, vtWString, (units + 1) * sizeof(wchar_t)));
+  if (decode_well_formed(s, length, out, units)) return;
+  units = 0;
+  decode_utf8(text, length, [&units](char32_t) { ++units; });
+  out = static_cast<wchar_t*>(
       variant_buddy_t::set_block(value, vtWString, (units + 1) * sizeof(wchar_t)));
   decode_utf8(text, length, [&out](char32_t c) { *out++ = static_cast<wchar_t>(c); });
   *out = L'\0';

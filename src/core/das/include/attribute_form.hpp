@@ -56,9 +56,6 @@ inline bool is_type_prefix(text_type_t kind) { return kind != text_type_t::unkno
 bool variant_from_prefixed_text(variant_t& out, text_type_t kind, char const* text,
                                 std::size_t length);
 
-// A vtWString of UTF-8 text; malformed sequences give U+FFFD.
-variant_t wide_text_variant(char const* text, std::size_t length);
-
 // Writes `length` characters of wide text to `out` in UTF-8, escaped for an attribute value
 // ("&", "<", ">", the quotation mark, tab, line feed and carriage return become references)
 // or for element content (the same but tab and line feed). `out` must hold
