@@ -11,7 +11,9 @@
 // exception of the visitor stops the parser and fails the read, so it never unwinds
 // through libxml2.
 #include <algorithm>
+#include <array>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -168,6 +170,26 @@ class sax_to_visitor_t {
     return info;
   }
 
+  // A name of the parser's dictionary in wide text, converted once in a parse: the
+  // dictionary keeps each name at one address until the parse ends. One slot an address,
+  // so that a document with many names only converts some of them again.
+  struct wide_name_t {
+    char const* key = nullptr;
+    std::wstring text;
+    std::uint32_t hash = 0;
+  };
+  wide_name_t const& wide_name_of(char const* dictionary_name) {
+    // The dictionary packs its names byte by byte: the address is mixed, not shifted.
+    std::uint64_t const address = reinterpret_cast<std::uintptr_t>(dictionary_name);
+    wide_name_t& slot = m_wide_names[(address * 0x9E3779B97F4A7C15ull) >> 58];
+    if (slot.key != dictionary_name) {
+      slot.key = nullptr;  // stays empty if the conversion throws
+      slot.hash = variant_bag_builder_t::widen_name(slot.text, dictionary_name);
+      slot.key = dictionary_name;
+    }
+    return slot;
+  }
+
   // Hands a value that is not needed afterwards to the visitor.
   void deliver(char const* name, variant_t& value) {
     if (m_builder != nullptr) {
@@ -175,6 +197,15 @@ class sax_to_visitor_t {
     } else {
       m_visitor->on_variant(name, value);
     }
+  }
+  // The same for a name of the parser's dictionary.
+  void deliver_dictionary_name(char const* name, variant_t& value) {
+    if (m_builder == nullptr) {
+      m_visitor->on_variant(name, value);
+      return;
+    }
+    wide_name_t const& wide = wide_name_of(name);
+    m_builder->take_variant(wide.text.c_str(), wide.text.size(), wide.hash, value);
   }
 
   bool is_active() const {
@@ -224,6 +255,7 @@ class sax_to_visitor_t {
   std::size_t m_depth = 0;
   std::vector<attribute_t> m_attributes;
   std::vector<prefix_info_t> m_prefixes;
+  std::array<wide_name_t, 64> m_wide_names;  // 64: the top six bits of the mixed address
   std::string m_name;
   std::string m_type_id;
   std::string m_ptr_type;
@@ -325,7 +357,12 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
       if (m_type_id.empty()) Q2_DAS_ASSERT_TEXT("!type_id.empty()");
       m_visitor->on_start_pointer(name, m_type_id.c_str(), m_ptr_type.c_str());
     } else {
-      m_visitor->on_start_variant_bag(name);
+      if (m_builder != nullptr && name == localname) {
+        wide_name_t const& wide = wide_name_of(localname);
+        m_builder->start_variant_bag(wide.text.c_str(), wide.text.size(), wide.hash);
+      } else {
+        m_visitor->on_start_variant_bag(name);
+      }
       // The new bag holds its tag name and a value for each attribute: its index is
       // made that large at once instead of growing on the way.
       if (m_builder != nullptr) m_builder->reserve_values(m_attributes.size() + 1);
@@ -344,7 +381,11 @@ void sax_to_visitor_t::on_start(char const* localname, char const* prefix, int c
       refuse_name(name);
       return;
     }
-    deliver(name, value);
+    if (name == a.name) {
+      deliver_dictionary_name(name, value);
+    } else {
+      deliver(name, value);
+    }
   }
 }
 

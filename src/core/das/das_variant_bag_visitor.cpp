@@ -209,29 +209,39 @@ variant_bag_builder_t::variant_bag_builder_t(variant_bag_t& target) : m_current(
   target.clear();
 }
 
-std::uint32_t variant_bag_builder_t::wide_name(char const* name) {
-  wide_of(m_name, name);
-  return internal::hash_name(m_name.data(), m_name.size());
+std::uint32_t variant_bag_builder_t::widen_name(std::wstring& wide, char const* name) {
+  wide_of(wide, name);
+  return internal::hash_name(wide.data(), wide.size());
 }
 
 void variant_bag_builder_t::put_value(char const* name, variant_t& value) {
-  std::uint32_t const hash = wide_name(name);
-  internal::vb_helper::put_moved(&m_arena, *m_current, m_name.data(), m_name.size(), hash, value);
+  std::uint32_t const hash = widen_name(m_name, name);
+  take_variant(m_name.data(), m_name.size(), hash, value);
+}
+
+void variant_bag_builder_t::take_variant(wchar_t const* wide, std::size_t length,
+                                         std::uint32_t hash, variant_t& value) {
+  internal::vb_helper::put_moved(&m_arena, *m_current, wide, length, hash, value);
 }
 
 bool variant_bag_builder_t::on_start_variant_bag(char const* name) {
-  std::uint32_t const hash = wide_name(name);
+  std::uint32_t const hash = widen_name(m_name, name);
+  start_variant_bag(m_name.data(), m_name.size(), hash);
+  return true;
+}
+
+void variant_bag_builder_t::start_variant_bag(wchar_t const* wide, std::size_t length,
+                                              std::uint32_t hash) {
   tag_slot_t& tag = m_tags[hash % m_tags.size()];
   if (tag.hash != hash || tag.text.get_type() != vtWString ||
-      m_name != tag.text.get<wchar_t const*>()) {
-    tag.text = variant_t(m_name.c_str());
+      std::wcscmp(wide, tag.text.get<wchar_t const*>()) != 0) {
+    tag.text = variant_t(wide);
     tag.hash = hash;
   }
-  variant_bag_t& child = internal::vb_helper::add_empty_child(&m_arena, *m_current, m_name.data(),
-                                                              m_name.size(), hash, tag.text);
+  variant_bag_t& child =
+      internal::vb_helper::add_empty_child(&m_arena, *m_current, wide, length, hash, tag.text);
   m_levels.push_back(level_t{m_current, false});
   m_current = &child;
-  return true;
 }
 
 void variant_bag_builder_t::reserve_values(std::size_t names) {

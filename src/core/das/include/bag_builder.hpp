@@ -40,6 +40,14 @@ class variant_bag_builder_t : public variant_bag_visitor_t {
   // that knows how many are coming.
   void reserve_values(std::size_t names);
 
+  // For a reader that keeps the names it has converted: the wide text of a UTF-8 name
+  // into `wide`, and the hash that the bag's index gives it.
+  static std::uint32_t widen_name(std::wstring& wide, char const* name);
+  // take_variant and on_start_variant_bag for a name in wide text (`wide` ends with a
+  // NUL at `length`) with that hash.
+  void take_variant(wchar_t const* wide, std::size_t length, std::uint32_t hash, variant_t& value);
+  void start_variant_bag(wchar_t const* wide, std::size_t length, std::uint32_t hash);
+
  private:
   struct level_t {
     variant_bag_t* parent;
@@ -59,8 +67,6 @@ class variant_bag_builder_t : public variant_bag_visitor_t {
   };
 
   static void report(char const* condition, char const* function);
-  // The wide text of `name` into m_name, and its hash.
-  std::uint32_t wide_name(char const* name);
   void put_value(char const* name, variant_t& value);
 
   variant_bag_t* m_current;
