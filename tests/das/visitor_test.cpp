@@ -88,6 +88,24 @@ TEST(DumpVariantBag, ValuesAndPointersInBagOrderThenChildBagsUntilAFailure) {
   EXPECT_EQ(7u, recorder->log.size());
 }
 
+TEST(DumpVariantBag, NamesReachTheVisitorWholeWhateverCameBefore) {
+  // Long names before short ones, and names beyond ASCII between them: each arrives as
+  // itself, in UTF-8.
+  std::wstring const long_name(70, L'n');
+  variant_bag_t bag;
+  for (wchar_t const* name :
+       {long_name.c_str(), L"b", L"gr\u00fc\u00df", L"c", L"\U0001F600x", L"de"})
+    bag.add(name, variant_t(1));
+  bag.add_variant_bag(long_name.c_str() + 60, variant_bag_t());
+  bag.add_variant_bag(L"e", variant_bag_t());
+  auto recorder = make();
+  EXPECT_EQ(1, dump_variant_bag(bag, recorder));
+  EXPECT_EQ(recorder->log,
+            (log_t{"value " + std::string(70, 'n') + "=6:1", "value b=6:1",
+                   "value gr\xc3\xbc\xc3\x9f=6:1", "value c=6:1", "value \xf0\x9f\x98\x80x=6:1",
+                   "value de=6:1", "start nnnnnnnnnn", "end", "start e", "end"}));
+}
+
 TEST(VariantBagBuilder, RebuildsRepeatedValuesAsTheLastAndPointersAsProxies) {
   variant_bag_t source;
   source.add_variant_bag(L"c", variant_bag_t()).add(L"x", variant_t(1));

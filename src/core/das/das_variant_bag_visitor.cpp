@@ -3,6 +3,7 @@
 //
 // Both keep their nesting on explicit stacks, so that neither the depth of a bag in
 // memory nor the nesting of a stream of events reaches the depth of the call stack.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
@@ -32,21 +33,30 @@ namespace {
 // UTF-8 of a wide name into a buffer that is reused from call to call; null for a name
 // that holds a character that is no Unicode scalar value (a lone surrogate), which UTF-8
 // can't carry: the walk fails rather than hand on another name.
+// The text ends at its first NUL, which c_str() shows as well; the buffer's size is only
+// its room, so that the ASCII names that nearly all names are need no resizing.
 char const* utf8_of(std::string& buffer, wchar_t const* text) {
-  buffer.clear();
-  if (text == nullptr) return buffer.c_str();
+  if (text == nullptr) {
+    buffer.clear();
+    return buffer.c_str();
+  }
   std::size_t ascii = 0;
   while (text[ascii] != L'\0' && static_cast<std::uint32_t>(text[ascii]) < 0x80) ++ascii;
+  if (text[ascii] == L'\0') {
+    if (buffer.size() <= ascii) buffer.resize(std::max<std::size_t>(ascii + 1, 64));
+    char* const out = &buffer[0];
+    for (std::size_t i = 0; i < ascii; ++i) out[i] = static_cast<char>(text[i]);
+    out[ascii] = '\0';
+    return buffer.c_str();
+  }
   buffer.resize(ascii);
   for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<char>(text[i]);
-  if (text[ascii] != L'\0') {
-    std::size_t const length = std::wcslen(text + ascii);
-    for (std::size_t i = ascii; i < ascii + length; ++i) {
-      auto const c = static_cast<std::uint32_t>(text[i]);
-      if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return nullptr;
-    }
-    internal::append_wide_as_utf8(buffer, text + ascii, length);
+  std::size_t const length = std::wcslen(text + ascii);
+  for (std::size_t i = ascii; i < ascii + length; ++i) {
+    auto const c = static_cast<std::uint32_t>(text[i]);
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return nullptr;
   }
+  internal::append_wide_as_utf8(buffer, text + ascii, length);
   return buffer.c_str();
 }
 
@@ -54,10 +64,10 @@ char const* utf8_of(std::string& buffer, wchar_t const* text) {
 wchar_t const* wide_of(std::wstring& buffer, char const* text) {
   if (text == nullptr) text = "";
   auto const* s = reinterpret_cast<unsigned char const*>(text);
+  buffer.clear();
   std::size_t ascii = 0;
-  while (s[ascii] != 0 && s[ascii] < 0x80) ++ascii;
-  buffer.resize(ascii);
-  for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<wchar_t>(s[i]);
+  for (; s[ascii] != 0 && s[ascii] < 0x80; ++ascii)
+    buffer.push_back(static_cast<wchar_t>(s[ascii]));
   if (s[ascii] != 0) {
     char const* rest = text + ascii;
     internal::append_utf8_as_wide(buffer, rest, std::strlen(rest));
