@@ -108,11 +108,11 @@ bool Handler::startNode() {
 }
 
 void Handler::endNode() {
-  std::size_t const values =
-      m_currentNode != nullptr ? internal::vb_helper::impl<variant_t>(*m_currentNode).size() : 0;
   if (!m_frames.empty()) m_frames.pop_back();
+  // An element of an array tells the array how many values it had.
   if (!m_frames.empty() && m_frames.back().m_child_name != nullptr) {
-    m_frames.back().m_element_values = values;
+    m_frames.back().m_element_values =
+        m_currentNode != nullptr ? internal::vb_helper::impl<variant_t>(*m_currentNode).size() : 0;
   }
   if (m_currentNode == &m_root) return;
   m_currentNode = m_currentNode != nullptr ? m_currentNode->get_parent() : nullptr;
