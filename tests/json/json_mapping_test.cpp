@@ -101,6 +101,19 @@ TEST(JsonShapes, WhatTheWriterMakesOfBags) {
   std::wstring const lone{L'a', static_cast<wchar_t>(0xD800), L'b'};
   odd.add<variant_t>(L"s", variant_t(lone.c_str()));
   EXPECT_EQ(save(odd), "{\"s\":\"a\xEF\xBF\xBD" "b\"}");
+  // Hidden entries never count, however they came: a bag of "" beside a hidden value is
+  // that scalar, one whose only child was renamed hidden is null.
+  variant_bag_t hidden;
+  variant_bag_t& scalar = hidden.add_variant_bag(L"s", variant_bag_t());
+  scalar.add<variant_t>(L"#note", variant_t(1));
+  scalar.add<variant_t>(L"", variant_t(L"v"));
+  hidden.add_variant_bag(L"n", variant_bag_t())
+      .add_variant_bag(L"c", variant_bag_t())
+      .rename(L"#c");
+  EXPECT_EQ(save(hidden), R"({"s":"v","n":null})");
+  EXPECT_TRUE(hidden.get<variant_bag_t>(L"n")->is_empty());
+  hidden.get<variant_bag_t>(L"n")->get<variant_bag_t>(L"#c")->rename(L"c");
+  EXPECT_EQ(save(hidden), R"({"s":"v","n":{"c":null}})");
 }
 
 // The exact bytes of escapes, of raw UTF-8 beside them, of doubles, and of the readable

@@ -68,7 +68,7 @@ std::uint32_t hash_name(wchar_t const* name, std::size_t length) {
 }
 
 bag_index_t::bag_index_t()
-    : m_head(), m_size(0), m_slots(nullptr), m_mask(0), m_used(0), m_in_order(true) {
+    : m_head(), m_size(0), m_hidden(0), m_slots(nullptr), m_mask(0), m_used(0), m_in_order(true) {
   m_head.m_prev = m_head.m_next = &m_head;
   m_head.m_name = g_index_no_name;
 }
@@ -178,6 +178,7 @@ void bag_index_t::link_back(bag_node_base_t* node) {
   m_head.m_prev->m_next = node;
   m_head.m_prev = node;
   ++m_size;
+  if (is_hidden_name(node->m_name)) ++m_hidden;
 }
 
 void bag_index_t::unlink(bag_node_base_t* node) {
@@ -186,6 +187,7 @@ void bag_index_t::unlink(bag_node_base_t* node) {
   node->m_next->m_prev = node->m_prev;
   node->m_prev = node->m_next = nullptr;
   --m_size;
+  if (is_hidden_name(node->m_name)) --m_hidden;
 }
 
 void bag_index_t::set_name(bag_node_base_t* node, wchar_t const* name, std::size_t length) {
@@ -204,7 +206,9 @@ void bag_index_t::set_name(bag_node_base_t* node, wchar_t const* name, std::size
 
 void bag_index_t::rename(bag_node_base_t* node, wchar_t const* name) {
   chain_remove(node);
+  if (is_hidden_name(node->m_name)) --m_hidden;
   set_name(node, name, std::wcslen(name));
+  if (is_hidden_name(node->m_name)) ++m_hidden;
   if (find(node->m_name, node->m_length, node->m_hash)) m_in_order = false;
   chain_append(node);
 }
@@ -221,6 +225,7 @@ void bag_index_t::rebuild_index() {
 void bag_index_t::reset() {
   m_head.m_prev = m_head.m_next = &m_head;
   m_size = 0;
+  m_hidden = 0;
   free_slots();
   m_slots = nullptr;
   m_mask = 0;

@@ -323,8 +323,7 @@ void variant_bag_t::rename(wchar_t const* name) {
 }
 
 bool variant_bag_t::is_empty() const {
-  return internal::bag_first_visible(m_values->end()) == m_values->end() &&
-         internal::bag_first_visible(m_bags->end()) == m_bags->end();
+  return m_values->visible() == 0 && m_bags->visible() == 0;
 }
 
 void variant_bag_t::clear() {

@@ -50,6 +50,8 @@ class bag_index_t {
   bag_node_base_t const* end() const { return &m_head; }
   bag_node_base_t* first() const { return m_head.m_next; }
   u64_t size() const { return m_size; }
+  // The entries whose names are not hidden, counted without reading a name.
+  u64_t visible() const { return m_size - m_hidden; }
   bool in_order() const { return m_in_order; }
 
   bag_slot_t* find(wchar_t const* name, std::size_t length, std::uint32_t hash) const;
@@ -84,6 +86,7 @@ class bag_index_t {
 
   bag_node_base_t m_head;  // sentinel of the circular list; must stay the first member
   u64_t m_size;
+  u64_t m_hidden;        // the entries among m_size whose names are hidden
   bag_slot_t* m_slots;   // m_inline, a table on the heap, or null
   std::uint32_t m_mask;  // capacity - 1; the capacity is 0 or a power of two
   std::uint32_t m_used;

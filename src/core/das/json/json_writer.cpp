@@ -69,42 +69,41 @@ internal::bag_impl_base_t<T> const& list_of(variant_bag_t const& bag) {
   return internal::vb_helper::impl<T>(bag);
 }
 
-bool has_visible(internal::bag_index_t const& list) {
-  for (internal::bag_node_base_t const* n = list.first(); n != list.end(); n = n->m_next) {
-    if (!internal::is_hidden_name(n->m_name)) return true;
-  }
-  return false;
-}
-
 bool is_array_of(internal::bag_node_base_t const* n) {
   return n->m_length == 7 && std::wmemcmp(n->m_name, array_of_name, 7) == 0;
 }
 
-// One pass over the values decides the shape: an "arrayOf" entry makes an array; a bag
-// whose whole visible content is the value of the empty name is that scalar, given in
-// `scalar`. Hidden entries (the bag's own name among them) never reach the text, so they
-// do not count. With `leaf_only` the pass stops as soon as the bag is known to be no
-// scalar or null, and answers object then, whether it is an object or an array.
+// The hashes of the two names that decide a shape, made on first use (a save may run
+// while the program's statics are still being made).
+std::uint32_t array_of_hash() {
+  static std::uint32_t const hash = internal::hash_name(array_of_name, 7);
+  return hash;
+}
+
+std::uint32_t empty_name_hash() {
+  static std::uint32_t const hash = internal::hash_name(L"", 0);
+  return hash;
+}
+
+// The shape from the bag's counts and its index, without walking its entries: a visible
+// "arrayOf" value makes an array; a bag whose whole visible content is the value of the
+// empty name is that scalar, given in `scalar`. Hidden entries (the bag's own name among
+// them) never reach the text, so they do not count. With `leaf_only` only scalar and null
+// are told apart from the rest, which is answered as object, arrays included.
 shape_t shape_of(variant_bag_t const& bag, variant_t const** scalar, bool leaf_only) {
   internal::bag_index_t const& values = list_of<variant_t>(bag);
-  std::size_t visible = 0;
-  internal::bag_node_base_t const* empty_name = nullptr;
-  for (internal::bag_node_base_t const* n = values.first(); n != values.end(); n = n->m_next) {
-    if (internal::is_hidden_name(n->m_name)) continue;
-    if (leaf_only) {
-      if (visible != 0 || n->m_length != 0) return shape_t::object;
-    } else if (is_array_of(n)) {
-      return shape_t::array;
+  u64_t const visible = values.visible();
+  if (!leaf_only && visible != 0 && values.find(array_of_name, 7, array_of_hash()) != nullptr) {
+    return shape_t::array;
+  }
+  if (list_of<variant_bag_t>(bag).visible() != 0) return shape_t::object;
+  if (visible == 0) return shape_t::null;
+  if (visible == 1) {
+    if (internal::bag_slot_t const* empty = values.find(L"", 0, empty_name_hash())) {
+      *scalar = &internal::bag_impl_base_t<variant_t>::node_of(empty->m_first)->m_value;
+      return shape_t::scalar;
     }
-    ++visible;
-    empty_name = n->m_length == 0 ? n : nullptr;
   }
-  bool const bags = has_visible(list_of<variant_bag_t>(bag));
-  if (visible == 1 && empty_name != nullptr && !bags) {
-    *scalar = &internal::bag_impl_base_t<variant_t>::node_of(empty_name)->m_value;
-    return shape_t::scalar;
-  }
-  if (visible == 0 && !bags) return shape_t::null;
   return shape_t::object;
 }
 
@@ -301,11 +300,7 @@ class walker_t {
     // when their key reads back unchanged; the others keep the full object form ({} or
     // {"":v}), so that the saved text of a loaded text is stable.
     internal::bag_impl_base_t<variant_bag_t> const& children = list_of<variant_bag_t>(bag);
-    std::size_t visible_children = 0;
-    for (internal::bag_node_base_t* n = children.first(); n != children.end(); n = n->m_next) {
-      if (!internal::is_hidden_name(n->m_name)) ++visible_children;
-    }
-    bool const lone_child = !wrote_value && visible_children == 1;
+    bool const lone_child = !wrote_value && children.visible() == 1;
     m_work.push_back({kind_end_object, nullptr, nullptr, 0, false});
     std::size_t const first = m_work.size();
     for (internal::bag_node_base_t* n = children.first(); n != children.end(); n = n->m_next) {
