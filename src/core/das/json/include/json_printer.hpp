@@ -18,9 +18,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <rapidjson/internal/dtoa.h>
 
@@ -46,8 +51,7 @@ inline constexpr escape_table_t escapes{};
 
 class json_printer_t {
  public:
-  explicit json_printer_t(bool pretty, std::ostream* out = nullptr)
-      : m_out(out), m_pretty(pretty) {
+  explicit json_printer_t(bool pretty, std::ostream* out = nullptr) : m_out(out), m_pretty(pretty) {
     m_buffer.resize(1 << 16);
   }
 
@@ -85,9 +89,15 @@ class json_printer_t {
   }
   // A key of `length` units (no NUL among them).
   void Key(wchar_t const* name, std::size_t length) {
-    prefix_member();
-    put_text(name, length);
-    after_key();
+    char* p = room(separator_room() + 6 * length + 4);
+    p = put_separator(p);
+    *p++ = '"';
+    p = put_units(name, length, p);
+    *p++ = '"';
+    *p++ = ':';
+    if (m_pretty) *p++ = ' ';
+    m_used = static_cast<std::size_t>(p - m_buffer.data());
+    m_after_key = true;
   }
   void Key(char const* name) {
     prefix_member();
@@ -122,17 +132,24 @@ class json_printer_t {
   }
 
   // The separator (and in the readable form the line break and indent) before a member
-  // or an element; a value behind its key needs none.
-  void separate() {
-    if (m_has_members.empty()) return;
-    char* p = room(2 + 4 * m_has_members.size());
-    if (m_has_members.back()) *p++ = ',';
-    m_has_members.back() = true;
+  // or an element; a value behind its key needs none. separator_room() bytes at `p`
+  // take it.
+  std::size_t separator_room() const { return m_pretty ? 2 + 4 * m_has_members.size() : 1; }
+  char* put_separator(char* p) {
+    if (m_has_members.empty()) return p;
+    char& has_members = m_has_members.back();
+    if (has_members) *p++ = ',';
+    has_members = 1;
     if (m_pretty) {
       *p++ = '\n';
       std::memset(p, ' ', 4 * m_has_members.size());
       p += 4 * m_has_members.size();
     }
+    return p;
+  }
+  void separate() {
+    if (m_has_members.empty()) return;
+    char* const p = put_separator(room(separator_room()));
     m_used = static_cast<std::size_t>(p - m_buffer.data());
   }
   void prefix_member() { separate(); }
@@ -154,10 +171,10 @@ class json_printer_t {
     prefix_value();
     *room(1) = bracket;
     ++m_used;
-    m_has_members.push_back(false);
+    m_has_members.push_back(0);
   }
   void end(char bracket) {
-    bool const had_members = m_has_members.back();
+    bool const had_members = m_has_members.back() != 0;
     m_has_members.pop_back();
     char* p = room(2 + 4 * m_has_members.size());
     if (m_pretty && had_members) {
@@ -201,38 +218,65 @@ class json_printer_t {
     m_used += length + 2;
   }
 
-  // Quoted text of `length` units.
-  void put_text(wchar_t const* text, std::size_t length) {
-    char* p = room(6 * length + 2);
-    *p++ = '"';
-    for (std::size_t i = 0; i < length; ++i) p = put_unit(static_cast<std::uint32_t>(text[i]), p);
-    *p++ = '"';
-    m_used = static_cast<std::size_t>(p - m_buffer.data());
+  // `length` units escaped and encoded at `p`, which has room for 6 bytes a unit. Four
+  // units at a time go out as they are when none of them needs an escape or encoding
+  // (most text); otherwise the four go one by one.
+  static char* put_units(wchar_t const* text, std::size_t length, char* p) {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    static_assert(sizeof(wchar_t) == 4, "four units fill a vector");
+    __m128i const below = _mm_set1_epi32(0x20);
+    __m128i const above = _mm_set1_epi32(0x7F);
+    __m128i const quote = _mm_set1_epi32('"');
+    __m128i const backslash = _mm_set1_epi32('\\');
+    while (i + 4 <= length) {
+      __m128i const units = _mm_loadu_si128(reinterpret_cast<__m128i const*>(text + i));
+      // A unit goes out as it is when 0x20 <= unit <= 0x7F (compared signed, so that no
+      // unit above 0x7FFFFFFF passes) and it is neither '"' nor '\\'.
+      __m128i const odd = _mm_or_si128(
+          _mm_or_si128(_mm_cmplt_epi32(units, below), _mm_cmpgt_epi32(units, above)),
+          _mm_or_si128(_mm_cmpeq_epi32(units, quote), _mm_cmpeq_epi32(units, backslash)));
+      if (_mm_movemask_epi8(odd) != 0) {
+        for (std::size_t const stop = i + 4; i < stop; ++i) {
+          p = put_unit(static_cast<std::uint32_t>(text[i]), p);
+        }
+        continue;
+      }
+      __m128i const words = _mm_packs_epi32(units, units);
+      std::uint32_t const bytes =
+          static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(words, words)));
+      std::memcpy(p, &bytes, 4);
+      p += 4;
+      i += 4;
+    }
+#endif
+    for (; i < length; ++i) p = put_unit(static_cast<std::uint32_t>(text[i]), p);
+    return p;
   }
+
   // Quoted text up to its first NUL, in blocks of units with room made once a block.
   void put_text(wchar_t const* text) {
     constexpr std::size_t block = 64;
+    std::size_t left = std::wcslen(text);
     char* p = room(1);
     *p = '"';
     ++m_used;
     for (;;) {
-      p = room(6 * block + 1);
-      std::size_t i = 0;
-      for (; i < block && text[i] != 0; ++i) p = put_unit(static_cast<std::uint32_t>(text[i]), p);
-      if (i < block) {
-        *p++ = '"';
-        m_used = static_cast<std::size_t>(p - m_buffer.data());
-        return;
-      }
+      std::size_t const count = left < block ? left : block;
+      p = put_units(text, count, room(6 * count + 1));
+      text += count;
+      left -= count;
+      if (left == 0) break;
       m_used = static_cast<std::size_t>(p - m_buffer.data());
-      text += block;
     }
+    *p++ = '"';
+    m_used = static_cast<std::size_t>(p - m_buffer.data());
   }
 
   std::ostream* const m_out;  // null: the whole text stays in the buffer
   std::string m_buffer;       // the text is its first m_used bytes
   std::size_t m_used = 0;
-  std::vector<bool> m_has_members;  // of each open structure, outermost first
+  std::vector<char> m_has_members;  // of each open structure, outermost first
   bool m_after_key = false;
   bool const m_pretty;
 };
