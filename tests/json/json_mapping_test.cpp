@@ -112,6 +112,7 @@ TEST(JsonShapes, WhatTheWriterMakesOfBags) {
       .rename(L"#c");
   EXPECT_EQ(save(hidden), R"({"s":"v","n":null})");
   EXPECT_TRUE(hidden.get<variant_bag_t>(L"n")->is_empty());
+  EXPECT_TRUE(hidden.get<variant_bag_t>(L"n")->begin<variant_bag_t>().at_end());
   hidden.get<variant_bag_t>(L"n")->get<variant_bag_t>(L"#c")->rename(L"c");
   EXPECT_EQ(save(hidden), R"({"s":"v","n":{"c":null}})");
 }
@@ -131,6 +132,19 @@ TEST(JsonBytes, EscapesDoublesAndTheReadableForm) {
   variant_bag_t strings;
   strings.add<variant_t>(text.c_str(), variant_t(text.c_str()));
   EXPECT_EQ(save(strings), "{" + escaped + ":" + escaped + "}");
+  // Every ASCII character, at every place among plain ones, reads back as it was.
+  for (wchar_t c = 1; c < 0x80; ++c) {
+    for (std::size_t at = c == L'#' ? 1 : 0; at <= 8; ++at) {
+      std::wstring plain = L"abcdefgh";
+      plain.insert(at, 1, c);
+      variant_bag_t one;
+      one.add<variant_t>(plain.c_str(), variant_t(plain.c_str()));
+      variant_bag_t const loaded = load(save(one));
+      variant_t const* back = loaded.get<variant_t>(plain.c_str());
+      ASSERT_NE(back, nullptr) << static_cast<int>(c) << " at " << at;
+      EXPECT_EQ(std::wstring(back->get<const wchar_t*>()), plain);
+    }
+  }
 
   variant_bag_t doubles;
   for (double d : {0.1, 1.0, -0.0, 1e21, 1e-7, 123456.789, 5e-324, 1.7976931348623157e308, 1e-6,

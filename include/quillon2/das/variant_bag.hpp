@@ -36,6 +36,7 @@ struct bag_node_base_t {
   std::uint32_t m_capacity;
   bool m_name_on_heap;
   bool m_in_arena;  // the node's memory comes from a node arena of a reader
+  bool m_hidden;    // the name begins with "#": walks skip the node without reading its name
 };
 
 template <class T>
@@ -85,7 +86,7 @@ class QUILLON2_API variant_bag_t {
       } else {
         do {
           m_pos = m_pos->m_next;
-        } while (m_pos != m_end && m_pos->m_name[0] == L'#');
+        } while (m_pos != m_end && m_pos->m_hidden);
       }
       return m_pos != m_end;
     }

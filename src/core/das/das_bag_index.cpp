@@ -178,7 +178,7 @@ void bag_index_t::link_back(bag_node_base_t* node) {
   m_head.m_prev->m_next = node;
   m_head.m_prev = node;
   ++m_size;
-  if (is_hidden_name(node->m_name)) ++m_hidden;
+  if (node->m_hidden) ++m_hidden;
 }
 
 void bag_index_t::unlink(bag_node_base_t* node) {
@@ -187,7 +187,7 @@ void bag_index_t::unlink(bag_node_base_t* node) {
   node->m_next->m_prev = node->m_prev;
   node->m_prev = node->m_next = nullptr;
   --m_size;
-  if (is_hidden_name(node->m_name)) --m_hidden;
+  if (node->m_hidden) --m_hidden;
 }
 
 void bag_index_t::set_name(bag_node_base_t* node, wchar_t const* name, std::size_t length) {
@@ -200,15 +200,16 @@ void bag_index_t::set_name(bag_node_base_t* node, wchar_t const* name, std::size
   }
   std::wmemmove(node->m_name, name, length);
   node->m_name[length] = 0;
+  node->m_hidden = is_hidden_name(node->m_name);
   node->m_length = static_cast<std::uint32_t>(length);
   node->m_hash = hash_name(node->m_name, length);
 }
 
 void bag_index_t::rename(bag_node_base_t* node, wchar_t const* name) {
   chain_remove(node);
-  if (is_hidden_name(node->m_name)) --m_hidden;
+  if (node->m_hidden) --m_hidden;
   set_name(node, name, std::wcslen(name));
-  if (is_hidden_name(node->m_name)) ++m_hidden;
+  if (node->m_hidden) ++m_hidden;
   if (find(node->m_name, node->m_length, node->m_hash)) m_in_order = false;
   chain_append(node);
 }

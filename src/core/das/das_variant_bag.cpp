@@ -37,7 +37,7 @@ bag_node_base_t* empty_sentinel() {
 
 bag_node_base_t* bag_first_visible(bag_node_base_t const* end) {
   bag_node_base_t* n = end->m_next;
-  while (n != end && is_hidden_name(n->m_name)) n = n->m_next;
+  while (n != end && n->m_hidden) n = n->m_next;
   return n;
 }
 
@@ -109,7 +109,7 @@ void variant_bag_t::copy_tree(variant_bag_t const& source) {
       auto* const node =
           bag_impl_base_t<variant_bag_t>::make_node(n->m_name, n->m_length, n->m_hash, empty);
       to->m_bags->link_back(node);
-      if (!internal::is_hidden_name(n->m_name)) node->m_value.m_parent = to;
+      if (!n->m_hidden) node->m_value.m_parent = to;
       work.emplace_back(&value_of<variant_bag_t>(n), &node->m_value);
     }
     // The children are filled in their own order, so that the copy lies in memory in the
@@ -363,9 +363,9 @@ bool lists_equal(bag_node_base_t const* end_a, bag_node_base_t const* end_b, Equ
   bag_node_base_t* empty_a = nullptr;
   bag_node_base_t* empty_b = nullptr;
   for (;;) {
-    for (; a != end_a && (a->m_length == 0 || internal::is_hidden_name(a->m_name)); a = a->m_next)
+    for (; a != end_a && (a->m_length == 0 || a->m_hidden); a = a->m_next)
       if (a->m_length == 0) empty_a = a;
-    for (; b != end_b && (b->m_length == 0 || internal::is_hidden_name(b->m_name)); b = b->m_next)
+    for (; b != end_b && (b->m_length == 0 || b->m_hidden); b = b->m_next)
       if (b->m_length == 0) empty_b = b;
     if (a == end_a || b == end_b) break;
     if (!equal(value_of<T>(a), value_of<T>(b))) return false;

@@ -35,7 +35,7 @@ inline bool same_name(bag_node_base_t const* node, wchar_t const* name, std::siz
 inline bool is_hidden_name(wchar_t const* name) { return name[0] == L'#'; }
 // The first node from `n` on whose name is not hidden, or `end`.
 inline bag_node_base_t const* first_visible(bag_node_base_t const* n, bag_node_base_t const* end) {
-  while (n != end && is_hidden_name(n->m_name)) n = n->m_next;
+  while (n != end && n->m_hidden) n = n->m_next;
   return n;
 }
 
@@ -180,6 +180,7 @@ class bag_impl_base_t : public bag_index_t {
     node->m_name = reinterpret_cast<wchar_t*>(static_cast<char*>(raw) + sizeof(node_t));
     for (std::size_t i = 0; i < length; ++i) node->m_name[i] = name[i];
     node->m_name[length] = 0;
+    node->m_hidden = is_hidden_name(node->m_name);
     node->m_length = static_cast<std::uint32_t>(length);
     node->m_capacity = static_cast<std::uint32_t>(length);
     node->m_hash = hash;

@@ -85,24 +85,44 @@ std::uint32_t empty_name_hash() {
   return hash;
 }
 
-// The shape from the bag's counts and its index, without walking its entries: a visible
-// "arrayOf" value makes an array; a bag whose whole visible content is the value of the
-// empty name is that scalar, given in `scalar`. Hidden entries (the bag's own name among
-// them) never reach the text, so they do not count. With `leaf_only` only scalar and null
-// are told apart from the rest, which is answered as object, arrays included.
+// The shape of a bag: a visible "arrayOf" value makes an array; a bag whose whole
+// visible content is the value of the empty name is that scalar, given in `scalar`.
+// Hidden entries (the bag's own name among them) never reach the text, so they do not
+// count. With `leaf_only` only scalar and null are told apart from the rest, which is
+// answered as object, arrays included.
+//
+// The counts settle most bags. A list of a few values is looked through (its nodes are
+// read for the text soon anyway, and their names only when seven units long); a longer
+// one is asked through its index.
 shape_t shape_of(variant_bag_t const& bag, variant_t const** scalar, bool leaf_only) {
-  internal::bag_index_t const& values = list_of<variant_t>(bag);
+  constexpr u64_t few = 4;
+  internal::bag_impl_base_t<variant_t> const& values = list_of<variant_t>(bag);
   u64_t const visible = values.visible();
-  if (!leaf_only && visible != 0 && values.find(array_of_name, 7, array_of_hash()) != nullptr) {
-    return shape_t::array;
+  bool const children = list_of<variant_bag_t>(bag).visible() != 0;
+  bool const may_be_array = !leaf_only && visible != 0;
+  bool const may_be_scalar = visible == 1 && !children;
+  if (!may_be_array && !may_be_scalar) {
+    return children || visible != 0 ? shape_t::object : shape_t::null;
   }
-  if (list_of<variant_bag_t>(bag).visible() != 0) return shape_t::object;
-  if (visible == 0) return shape_t::null;
-  if (visible == 1) {
-    if (internal::bag_slot_t const* empty = values.find(L"", 0, empty_name_hash())) {
-      *scalar = &internal::bag_impl_base_t<variant_t>::node_of(empty->m_first)->m_value;
-      return shape_t::scalar;
+  internal::bag_node_base_t const* only = nullptr;  // the visible value, when it is one
+  if (values.size() <= few) {
+    for (internal::bag_node_base_t const* n = values.first(); n != values.end(); n = n->m_next) {
+      if (n->m_hidden) continue;
+      if (may_be_array && is_array_of(n)) return shape_t::array;
+      only = n;
     }
+  } else {
+    if (may_be_array && values.find(array_of_name, 7, array_of_hash()) != nullptr) {
+      return shape_t::array;
+    }
+    if (may_be_scalar) {
+      internal::bag_slot_t const* const slot = values.find(L"", 0, empty_name_hash());
+      only = slot != nullptr ? slot->m_first : nullptr;
+    }
+  }
+  if (may_be_scalar && only != nullptr && only->m_length == 0) {
+    *scalar = &values.node_of(only)->m_value;
+    return shape_t::scalar;
   }
   return shape_t::object;
 }
@@ -245,7 +265,10 @@ class walker_t {
   void write_array(variant_bag_t const& bag) {
     m_sink.StartArray();
     m_work.push_back({kind_end_array, nullptr, nullptr, 0, false});
-    variant_t const& item_name = *bag.get<variant_t>(array_of_name);
+    internal::bag_slot_t const* const marker =
+        list_of<variant_t>(bag).find(array_of_name, 7, array_of_hash());
+    variant_t const& item_name =
+        internal::bag_impl_base_t<variant_t>::node_of(marker->m_first)->m_value;
     if (!item_name.can_get<const wchar_t*>()) return;
     std::size_t const first = m_work.size();
     for (auto it = bag.begin_by_name<variant_bag_t>(item_name.get<const wchar_t*>()); !it.at_end();
@@ -283,7 +306,7 @@ class walker_t {
     internal::bag_impl_base_t<variant_t> const& values = list_of<variant_t>(bag);
     children_ahead_t children_ahead(list_of<variant_bag_t>(bag));
     for (internal::bag_node_base_t* n = values.first(); n != values.end(); n = n->m_next) {
-      if (internal::is_hidden_name(n->m_name)) continue;
+      if (n->m_hidden) continue;
       variant_t const& value = internal::bag_impl_base_t<variant_t>::node_of(n)->m_value;
       if (!is_writable(value.get_type())) {
         log_unsupported(value.get_type());
@@ -304,7 +327,7 @@ class walker_t {
     m_work.push_back({kind_end_object, nullptr, nullptr, 0, false});
     std::size_t const first = m_work.size();
     for (internal::bag_node_base_t* n = children.first(); n != children.end(); n = n->m_next) {
-      if (internal::is_hidden_name(n->m_name)) continue;
+      if (n->m_hidden) continue;
       variant_bag_t const& child = internal::bag_impl_base_t<variant_bag_t>::node_of(n)->m_value;
       variant_t const* scalar = nullptr;
       shape_t const shape = shape_of(child, &scalar, true);
