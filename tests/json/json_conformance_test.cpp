@@ -45,6 +45,8 @@ case_t const corpus[] = {
     {R"("\uD800")", "1: The surrogate pair in string is invalid."},
     {R"("\uDC00")", "8: The surrogate pair in string is invalid."},
     {R"({"\uDFFF":1})", "9: The surrogate pair in string is invalid."},
+    {R"(["abcdefgh\uDC00"])", "17: The surrogate pair in string is invalid."},
+    {R"({"abcde\uDFFFfghij":1})", "19: The surrogate pair in string is invalid."},
     {"\"\xED\xA0\x80\"", "1: Invalid encoding in string."},
     {"\"\xEB", "1: Invalid encoding in string."},
     {"\"\xF0", "1: Invalid encoding in string."},

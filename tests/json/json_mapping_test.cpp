@@ -62,7 +62,8 @@ TEST(JsonShapes, LoadThenSave) {
       // After an "arrayOf" member, the object's scalars are elements named by it.
       {R"({"a":1,"arrayOf":"row","b":2,"c":{"d":3}})", R"([2,{"d":3}])"},
       {R"({"a":"\ud83d\ude00\u00e9\/","b":"x\u0000y","c\u0000d":1})",
-       "{\"a\":\"\xF0\x9F\x98\x80\xC3\xA9/\",\"b\":\"x\",\"c\":1}"}};
+       "{\"a\":\"\xF0\x9F\x98\x80\xC3\xA9/\",\"b\":\"x\",\"c\":1}"},
+      {R"({"s":"abcdefgh\u0000ij","abcdef\u0000gh":1})", R"({"s":"abcdefgh","abcdef":1})"}};
   for (auto const& [text, saved] : cases) EXPECT_EQ(again(text), saved ? saved : text);
 
   EXPECT_EQ(load("null").get<variant_t>(L"")->get_type(), vtNull);

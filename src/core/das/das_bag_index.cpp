@@ -131,6 +131,10 @@ void bag_index_t::chain_append(bag_node_base_t* node) {
     ++s->m_count;
     return;
   }
+  new_slot(node);
+}
+
+void bag_index_t::new_slot(bag_node_base_t* node) {
   reserve(std::uint64_t(m_used) + 1);
   std::uint32_t i = node->m_hash & m_mask;
   while (m_slots[i].m_first) i = (i + 1) & m_mask;
@@ -173,6 +177,16 @@ void bag_index_t::chain_remove(bag_node_base_t* node) {
 
 void bag_index_t::link_back(bag_node_base_t* node) {
   chain_append(node);
+  list_append(node);
+}
+
+void bag_index_t::link_back_new(bag_node_base_t* node) {
+  node->m_next_same = nullptr;
+  new_slot(node);
+  list_append(node);
+}
+
+void bag_index_t::list_append(bag_node_base_t* node) {
   node->m_prev = m_head.m_prev;
   node->m_next = &m_head;
   m_head.m_prev->m_next = node;

@@ -58,6 +58,8 @@ class bag_index_t {
   bag_slot_t* find(wchar_t const* name) const;
   // Appends a node at the end of the list and of its name's chain.
   void link_back(bag_node_base_t* node);
+  // The same for a node whose name has no entry in the list: the index is not searched.
+  void link_back_new(bag_node_base_t* node);
   // Takes a node out of the list and the index; the node itself is left alone.
   void unlink(bag_node_base_t* node);
   // Gives a node a new name in place, keeping its place in the list.
@@ -72,6 +74,8 @@ class bag_index_t {
 
  private:
   void chain_append(bag_node_base_t* node);
+  void new_slot(bag_node_base_t* node);
+  void list_append(bag_node_base_t* node);
   void chain_remove(bag_node_base_t* node);
   void erase_slot(bag_slot_t* slot);
   void grow(std::uint32_t capacity);

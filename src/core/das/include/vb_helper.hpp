@@ -39,7 +39,8 @@ struct vb_helper {
     return replace_entries(list, list.make_node(name, length, hash, value));
   }
 
-  // Removes the entries of the node's name from `list` and links the node at its end.
+  // Removes the entries of the node's name from `list` and links the node at its end,
+  // where its name then has no other entry.
   template <class T>
   static bag_node_t<T>* replace_entries(bag_impl_base_t<T>& list, bag_node_t<T>* node) {
     if (bag_slot_t* s = list.find(node->m_name, node->m_length, node->m_hash)) {
@@ -49,7 +50,7 @@ struct vb_helper {
         n = next;
       }
     }
-    list.link_back(node);
+    list.link_back_new(node);
     return node;
   }
 

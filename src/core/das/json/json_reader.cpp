@@ -18,6 +18,10 @@
 #include <string>
 #include <type_traits>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <quillon2/core/check.hpp>
 #include <quillon2/core/error_code.hpp>
 #include <quillon2/das/json.hpp>
@@ -138,7 +142,7 @@ bool Handler::scalar(variant_t& value) {
       internal::vb_helper::put_moved(m_arena, *m_currentNode, m_key.data(), m_key.size(),
                                      internal::hash_name(m_key.data(), m_key.size()), value)
           ->m_value;
-  if (m_key == array_of_name) {
+  if (m_key.size() == 7 && std::wmemcmp(m_key.data(), array_of_name, 7) == 0) {
     // From here on the scalars and structures of this object are elements of an array.
     frame.m_child_name =
         stored.can_get<const wchar_t*>() ? stored.get<const wchar_t*>() : default_item_name;
@@ -150,8 +154,24 @@ bool Handler::scalar(variant_t& value) {
 // RapidJSON combines a high surrogate escape with the low one that must follow it, but
 // lets a lone low surrogate escape through as a code point of its own.
 std::ptrdiff_t Handler::checked_length(wchar_t const* text, rapidjson::SizeType length) {
+  rapidjson::SizeType i = 0;
+#if defined(__SSE2__)
+  // Four units at a time while there is neither a surrogate nor a NUL among them: a unit
+  // is a surrogate when unit - 0xD800 < 0x800 unsigned, which the signed comparison
+  // tells once both sides are shifted by INT_MIN.
+  static_assert(sizeof(wchar_t) == 4, "four units fill a vector");
+  __m128i const zero = _mm_setzero_si128();
+  __m128i const shift = _mm_set1_epi32(static_cast<int>(0x80000000u - 0xD800u));
+  __m128i const limit = _mm_set1_epi32(static_cast<int>(0x80000000u + 0x800u));
+  for (; i + 4 <= length; i += 4) {
+    __m128i const units = _mm_loadu_si128(reinterpret_cast<__m128i const*>(text + i));
+    __m128i const odd = _mm_or_si128(_mm_cmpeq_epi32(units, zero),
+                                     _mm_cmplt_epi32(_mm_add_epi32(units, shift), limit));
+    if (_mm_movemask_epi8(odd) != 0) break;
+  }
+#endif
   std::ptrdiff_t end = -1;
-  for (rapidjson::SizeType i = 0; i < length; ++i) {
+  for (; i < length; ++i) {
     if (text[i] >= 0xD800 && text[i] <= 0xDFFF) {
       m_lone_surrogate = true;
       return -1;
