@@ -371,8 +371,11 @@ TEST(JsonLoad, LoadedEntriesLiveOnTheirOwn) {
     }
     bag->get<variant_bag_t>(L"k1")->rename(L"a much longer name than the one it had");
     variant_bag_t kept = *bag->get<variant_bag_t>(L"k4999");
+    variant_bag_t taken;  // the loaded lists and nodes themselves, out of the loaded bag
+    taken.swap(*bag->get<variant_bag_t>(L"k4001"));
     bag.reset();
     EXPECT_EQ(*kept.get<variant_t>(L"v"), variant_t(4999u));
+    EXPECT_EQ(*taken.get<variant_t>(L"v"), variant_t(4001u));
   }).join();
 }
 
