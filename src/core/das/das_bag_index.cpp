@@ -1,7 +1,5 @@
 // The name index of a bag's list: an open-addressing hash table of the first node of
 // each name, with the nodes of one name chained in list order.
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
@@ -27,8 +25,8 @@ constexpr std::uint64_t hash_seed = 0x9e3779b97f4a7c15ull;
 constexpr std::uint64_t hash_step = 0xbf58476d1ce4e5b9ull;
 
 inline std::uint64_t hash_pair(std::uint64_t h, wchar_t first, wchar_t second) {
-  std::uint64_t const word =
-      static_cast<std::uint32_t>(first) | (std::uint64_t{static_cast<std::uint32_t>(second)} << 32);
+  std::uint64_t const word = static_cast<std::uint32_t>(first) |
+                             (std::uint64_t{static_cast<std::uint32_t>(second)} << 32);
   return (h ^ word) * hash_step;
 }
 
@@ -255,22 +253,9 @@ namespace {
 // Slabs are aligned to their size, so a node finds its slab's header from its own address.
 constexpr std::size_t slab_bytes = std::size_t{1} << 16;
 constexpr std::size_t node_alignment = alignof(std::max_align_t);
-constexpr std::size_t region_bytes = std::size_t{2} << 20;  // one huge page
-// A document whose nodes fit this many slabs takes none from a region.
-constexpr std::size_t heap_slabs = 8;
-
-}  // namespace
-
-struct region_t {
-  std::atomic<std::size_t> m_live;  // slabs alive, plus one while an arena fills the region
-  char* m_base;
-};
-
-namespace {
 
 struct slab_header_t {
   std::atomic<std::size_t> m_live;
-  region_t* m_region;  // null: the slab is a heap block of its own
 };
 constexpr std::size_t slab_header_bytes =
     (sizeof(slab_header_t) + node_alignment - 1) / node_alignment * node_alignment;
@@ -280,100 +265,31 @@ constexpr std::size_t arena_reserve = slab_bytes;
 static_assert(slab_bytes / node_alignment < arena_reserve,
               "the reserve outnumbers any slab's nodes");
 
-void release_region(region_t* region, std::size_t count) noexcept {
-  if (region->m_live.fetch_sub(count, std::memory_order_acq_rel) == count) {
-    ::munmap(region->m_base, region_bytes);
-    delete region;
-  }
-}
-
 // Takes `count` from the slab's count; frees the slab when nothing is left.
 void release_slab(char* slab, std::size_t count) noexcept {
   auto* const header = reinterpret_cast<slab_header_t*>(slab);
   if (header->m_live.fetch_sub(count, std::memory_order_acq_rel) == count) {
-    region_t* const region = header->m_region;
     header->~slab_header_t();
-    if (region != nullptr) {
-      release_region(region, 1);
-    } else {
-      std::free(slab);
-    }
+    std::free(slab);
   }
-}
-
-// A mapping of region_bytes aligned to its size, with huge pages asked for; null when the
-// system gives none. Twice the size is mapped and the ends beyond the aligned part given
-// back.
-char* map_region() noexcept {
-  void* const raw =
-      ::mmap(nullptr, 2 * region_bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (raw == MAP_FAILED) return nullptr;
-  auto const start = reinterpret_cast<std::uintptr_t>(raw);
-  std::uintptr_t const begin = (start + region_bytes - 1) & ~(region_bytes - 1);
-  std::uintptr_t const end = start + 2 * region_bytes;
-  if (begin > start) ::munmap(raw, begin - start);
-  if (end > begin + region_bytes) {
-    ::munmap(reinterpret_cast<void*>(begin + region_bytes), end - begin - region_bytes);
-  }
-  ::madvise(reinterpret_cast<void*>(begin), region_bytes, MADV_HUGEPAGE);
-  return reinterpret_cast<char*>(begin);
 }
 
 }  // namespace
 
-node_arena_t::~node_arena_t() {
-  leave_slab();
-  leave_region();
-}
+node_arena_t::~node_arena_t() { leave_slab(); }
 
 void node_arena_t::leave_slab() noexcept {
   if (m_slab) release_slab(m_slab, arena_reserve - m_handed);
   m_slab = nullptr;
 }
 
-void node_arena_t::leave_region() noexcept {
-  if (m_region) release_region(m_region, 1);
-  m_region = nullptr;
-  m_region_next = m_region_end = nullptr;
-}
-
-char* node_arena_t::new_slab() {
-  if (++m_slabs > heap_slabs && !m_no_regions) {
-    if (m_region_next == m_region_end) {
-      leave_region();
-      char* const base = map_region();
-      if (base == nullptr) {
-        m_no_regions = true;
-      } else {
-        try {
-          m_region = new region_t{{1}, base};
-        } catch (...) {
-          ::munmap(base, region_bytes);
-          throw;
-        }
-        m_region_next = base;
-        m_region_end = base + region_bytes;
-      }
-    }
-    if (m_region != nullptr) {
-      char* const slab = m_region_next;
-      m_region_next += slab_bytes;
-      m_region->m_live.fetch_add(1, std::memory_order_relaxed);
-      new (slab) slab_header_t{{arena_reserve}, m_region};
-      return slab;
-    }
-  }
-  char* const slab = static_cast<char*>(std::aligned_alloc(slab_bytes, slab_bytes));
-  if (!slab) throw std::bad_alloc();
-  new (slab) slab_header_t{{arena_reserve}, nullptr};
-  return slab;
-}
-
 void* node_arena_t::allocate(std::size_t bytes) {
   bytes = (bytes + node_alignment - 1) / node_alignment * node_alignment;
   if (bytes > slab_bytes - slab_header_bytes) return nullptr;
   if (static_cast<std::size_t>(m_end - m_next) < bytes) {
-    char* const slab = new_slab();
+    char* const slab = static_cast<char*>(std::aligned_alloc(slab_bytes, slab_bytes));
+    if (!slab) throw std::bad_alloc();
+    new (slab) slab_header_t{arena_reserve};
     leave_slab();
     m_slab = slab;
     m_next = slab + slab_header_bytes;

@@ -114,14 +114,6 @@ inline bag_index_t* index_of(bag_node_base_t const* sentinel) {
 // costs no atomic operation, which would wait for the stores of the nodes before it to
 // reach the cache. Nodes freed meanwhile take from the reserve; the arena gives back
 // what it did not hand out when it moves on.
-//
-// The first slabs of an arena come from the heap. A large document's slabs then come
-// from regions of 2 MiB mapped for the arena alone, with huge pages asked for: filling
-// fresh memory costs a page fault per 4 KiB otherwise, which in a virtual machine is a
-// good part of the time of a load. A region counts its live slabs the way a slab counts
-// its nodes, and is unmapped with the last of them; a node kept alive keeps its region.
-struct region_t;
-
 class node_arena_t {
  public:
   node_arena_t() = default;
@@ -135,20 +127,11 @@ class node_arena_t {
  private:
   // Gives back the reserve of the slab being filled, less the nodes handed out from it.
   void leave_slab() noexcept;
-  // A new slab, from the heap or from the region being filled; its count holds the reserve.
-  char* new_slab();
-  // Lets go of the region being filled.
-  void leave_region() noexcept;
 
   char* m_slab = nullptr;  // the slab being filled, whose count holds the arena's reserve
   char* m_next = nullptr;
   char* m_end = nullptr;
-  std::size_t m_handed = 0;       // nodes handed out from m_slab
-  std::size_t m_slabs = 0;        // slabs taken so far
-  region_t* m_region = nullptr;   // the region being filled, held by the arena
-  char* m_region_next = nullptr;  // its next slab
-  char* m_region_end = nullptr;
-  bool m_no_regions = false;  // mapping a region failed once: the heap serves the rest
+  std::size_t m_handed = 0;  // nodes handed out from m_slab
 };
 
 // Gives back the memory of a node that an arena handed out.
