@@ -94,10 +94,7 @@ class json_printer_t {
     *p++ = '"';
     p = put_units(name, length, p);
     *p++ = '"';
-    *p++ = ':';
-    if (m_pretty) *p++ = ' ';
-    m_used = static_cast<std::size_t>(p - m_buffer.data());
-    m_after_key = true;
+    end_key(p);
   }
   void Key(char const* name) {
     prefix_member();
@@ -148,7 +145,6 @@ class json_printer_t {
     return p;
   }
   void separate() {
-    if (m_has_members.empty()) return;
     char* const p = put_separator(room(separator_room()));
     m_used = static_cast<std::size_t>(p - m_buffer.data());
   }
@@ -160,13 +156,15 @@ class json_printer_t {
       separate();
     }
   }
-  void after_key() {
-    char* p = room(2);
+  // What follows a key (":", and a space in the readable form) at `p`, which has room
+  // for it.
+  void end_key(char* p) {
     *p++ = ':';
     if (m_pretty) *p++ = ' ';
     m_used = static_cast<std::size_t>(p - m_buffer.data());
     m_after_key = true;
   }
+  void after_key() { end_key(room(2)); }
   void start(char bracket) {
     prefix_value();
     *room(1) = bracket;
