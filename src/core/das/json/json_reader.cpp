@@ -33,6 +33,7 @@
 #include "core/das/include/variant_bag_buddy.hpp"
 #include "core/das/include/variant_buddy.hpp"
 #include "core/das/include/vb_helper.hpp"
+#include "core/das/json/include/json_names.hpp"
 #include "core/miscellaneous/include/decimal.hpp"
 
 namespace quillon2::internal {
@@ -47,10 +48,13 @@ namespace quillon2::json {
 
 namespace {
 
-wchar_t const array_of_name[] = L"arrayOf";
-wchar_t const default_item_name[] = L"item";
+using internal_names::array_of_hash;
+using internal_names::array_of_length;
+using internal_names::array_of_name;
+using internal_names::empty_name_hash;
+using internal_names::is_array_of;
 
-std::uint32_t const empty_name_hash = internal::hash_name(L"", 0);
+wchar_t const default_item_name[] = L"item";
 
 // The most values that an array element's index is sized for in advance.
 constexpr std::size_t max_reserved_values = 64;
@@ -135,14 +139,14 @@ bool Handler::scalar(variant_t& value) {
   frame_t& frame = m_frames.back();
   if (frame.m_child_name) {
     variant_bag_t& item = add_child(frame.m_child_name, frame.m_child_length);
-    internal::vb_helper::put_moved(m_arena, item, L"", 0, empty_name_hash, value);
+    internal::vb_helper::put_moved(m_arena, item, L"", 0, empty_name_hash(), value);
     return true;
   }
   variant_t const& stored =
       internal::vb_helper::put_moved(m_arena, *m_currentNode, m_key.data(), m_key.size(),
                                      internal::hash_name(m_key.data(), m_key.size()), value)
           ->m_value;
-  if (m_key.size() == 7 && std::wmemcmp(m_key.data(), array_of_name, 7) == 0) {
+  if (is_array_of(m_key.data(), m_key.size())) {
     // From here on the scalars and structures of this object are elements of an array.
     frame.m_child_name =
         stored.can_get<const wchar_t*>() ? stored.get<const wchar_t*>() : default_item_name;
@@ -263,10 +267,9 @@ bool Handler::StartArray() {
     if (!startNode()) return false;
     // Every array's marker shares one text.
     static variant_t const* const item_text = new variant_t(default_item_name);
-    static std::uint32_t const array_of_hash = internal::hash_name(array_of_name, 7);
     variant_t marker(*item_text);
-    internal::vb_helper::put_moved(m_arena, *m_currentNode, array_of_name, 7, array_of_hash,
-                                   marker);
+    internal::vb_helper::put_moved(m_arena, *m_currentNode, array_of_name, array_of_length,
+                                   array_of_hash(), marker);
     m_frames.back().m_child_name = default_item_name;
     m_frames.back().m_child_length = 4;
     return true;

@@ -26,6 +26,7 @@
 #include "core/das/include/bag_runahead.hpp"
 #include "core/das/include/vb_helper.hpp"
 #include "core/das/include/xml_safety.hpp"
+#include "core/das/json/include/json_names.hpp"
 #include "core/das/json/include/json_printer.hpp"
 #include "core/miscellaneous/include/logging.hpp"
 
@@ -39,7 +40,11 @@ namespace {
 // are written as big-integer objects.
 constexpr std::uint64_t exact_bound = 0x1FFFFFFFFFFFFFull;
 
-wchar_t const array_of_name[] = L"arrayOf";
+using internal_names::array_of_hash;
+using internal_names::array_of_length;
+using internal_names::array_of_name;
+using internal_names::empty_name_hash;
+using internal_names::is_array_of;
 
 // What a bag is written as.
 enum class shape_t { array, scalar, null, object };
@@ -69,22 +74,6 @@ internal::bag_impl_base_t<T> const& list_of(variant_bag_t const& bag) {
   return internal::vb_helper::impl<T>(bag);
 }
 
-bool is_array_of(internal::bag_node_base_t const* n) {
-  return n->m_length == 7 && std::wmemcmp(n->m_name, array_of_name, 7) == 0;
-}
-
-// The hashes of the two names that decide a shape, made on first use (a save may run
-// while the program's statics are still being made).
-std::uint32_t array_of_hash() {
-  static std::uint32_t const hash = internal::hash_name(array_of_name, 7);
-  return hash;
-}
-
-std::uint32_t empty_name_hash() {
-  static std::uint32_t const hash = internal::hash_name(L"", 0);
-  return hash;
-}
-
 // The shape of a bag: a visible "arrayOf" value makes an array; a bag whose whole
 // visible content is the value of the empty name is that scalar, given in `scalar`.
 // Hidden entries (the bag's own name among them) never reach the text, so they do not
@@ -108,11 +97,11 @@ shape_t shape_of(variant_bag_t const& bag, variant_t const** scalar, bool leaf_o
   if (values.size() <= few) {
     for (internal::bag_node_base_t const* n = values.first(); n != values.end(); n = n->m_next) {
       if (n->m_hidden) continue;
-      if (may_be_array && is_array_of(n)) return shape_t::array;
+      if (may_be_array && is_array_of(n->m_name, n->m_length)) return shape_t::array;
       only = n;
     }
   } else {
-    if (may_be_array && values.find(array_of_name, 7, array_of_hash()) != nullptr) {
+    if (may_be_array && values.find(array_of_name, array_of_length, array_of_hash()) != nullptr) {
       return shape_t::array;
     }
     if (may_be_scalar) {
@@ -266,7 +255,7 @@ class walker_t {
     m_sink.StartArray();
     m_work.push_back({kind_end_array, nullptr, nullptr, 0, false});
     internal::bag_slot_t const* const marker =
-        list_of<variant_t>(bag).find(array_of_name, 7, array_of_hash());
+        list_of<variant_t>(bag).find(array_of_name, array_of_length, array_of_hash());
     variant_t const& item_name =
         internal::bag_impl_base_t<variant_t>::node_of(marker->m_first)->m_value;
     if (!item_name.can_get<const wchar_t*>()) return;
@@ -346,7 +335,7 @@ class walker_t {
   // and no other value or child of the name that it would replace or pass.
   static bool reads_back_as_value(variant_bag_t const& parent, internal::bag_node_base_t const* n,
                                   bool lone_child) {
-    if (is_array_of(n)) return false;
+    if (is_array_of(n->m_name, n->m_length)) return false;
     if (n->m_length == 0 && lone_child) return false;
     // The node knows its name's length and hash: the lookups need not find them again.
     if (list_of<variant_t>(parent).find(n->m_name, n->m_length, n->m_hash)) return false;
