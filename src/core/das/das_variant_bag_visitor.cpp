@@ -42,15 +42,14 @@ char const* utf8_of(std::string& buffer, wchar_t const* text) {
   }
   std::size_t ascii = 0;
   while (text[ascii] != L'\0' && static_cast<std::uint32_t>(text[ascii]) < 0x80) ++ascii;
+  if (buffer.size() <= ascii) buffer.resize(std::max<std::size_t>(ascii + 1, 64));
+  char* const out = &buffer[0];
+  for (std::size_t i = 0; i < ascii; ++i) out[i] = static_cast<char>(text[i]);
   if (text[ascii] == L'\0') {
-    if (buffer.size() <= ascii) buffer.resize(std::max<std::size_t>(ascii + 1, 64));
-    char* const out = &buffer[0];
-    for (std::size_t i = 0; i < ascii; ++i) out[i] = static_cast<char>(text[i]);
     out[ascii] = '\0';
     return buffer.c_str();
   }
   buffer.resize(ascii);
-  for (std::size_t i = 0; i < ascii; ++i) buffer[i] = static_cast<char>(text[i]);
   std::size_t const length = std::wcslen(text + ascii);
   for (std::size_t i = ascii; i < ascii + length; ++i) {
     auto const c = static_cast<std::uint32_t>(text[i]);
