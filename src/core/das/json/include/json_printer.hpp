@@ -97,9 +97,9 @@ class json_printer_t {
     end_key(p);
   }
   void Key(char const* name) {
-    prefix_member();
+    separate();
     put_ascii(name);
-    after_key();
+    end_key(room(2));
   }
   void StartObject() { start('{'); }
   void StartArray() { start('['); }
@@ -148,7 +148,6 @@ class json_printer_t {
     char* const p = put_separator(room(separator_room()));
     m_used = static_cast<std::size_t>(p - m_buffer.data());
   }
-  void prefix_member() { separate(); }
   void prefix_value() {
     if (m_after_key) {
       m_after_key = false;
@@ -164,7 +163,6 @@ class json_printer_t {
     m_used = static_cast<std::size_t>(p - m_buffer.data());
     m_after_key = true;
   }
-  void after_key() { end_key(room(2)); }
   void start(char bracket) {
     prefix_value();
     *room(1) = bracket;
